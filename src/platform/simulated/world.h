@@ -1,0 +1,210 @@
+// The simulated Windows: one machine with its disks, processes, mutexes, person and clock, on which
+// the program runs natively through the same calls that it makes of the real one.
+//
+// The calls of `platform/` act on the world that is current. A test or a laboratory makes a world,
+// furnishes it through the members below (which are not calls: they are not counted, cannot fail by
+// plan and see no access checks), makes it current and runs the program. What the program did is
+// read back the same way.
+//
+// Any call can be made to fail with any code at any of its occurrences, to write short, to be
+// preceded by an act of somebody else, or to be the last one before the power goes. When the power
+// is cut, calls throw PowerCut; those made on the way out of a scope, and those made while an
+// exception is on its way, fail silently instead, and change nothing.
+
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/handles.h"
+#include "platform/simulated/call.h"
+#include "platform/simulated/disk.h"
+#include "platform/time.h"
+
+namespace tolvarine::updater::simulated {
+
+// Thrown by calls once the power is cut. Not of the standard hierarchy, so that no handler for
+// failures takes it for one.
+struct PowerCut {};
+
+// One call on its way in: what, which of its kind (from 1), which of all (from 1), and its path.
+struct CallRecord {
+  Call call{};
+  std::uint64_t occurrence = 0;
+  std::uint64_t index = 0;
+  std::u16string path;  // The first path argument, or that of the handle; may be empty.
+};
+
+// A planned failure: the call, from which of its occurrences on (from 1), how many times, and with
+// which code (a status for the hash calls).
+struct Fault {
+  Call call{};
+  std::uint64_t first = 1;
+  std::uint64_t times = 1;
+  std::uint32_t code = 5;
+  // Only calls whose path ends in this text (any case) count as occurrences; empty takes all.
+  std::u16string path_suffix{};
+  // Where set, the call moves at most this many bytes: WriteFile and fwrite then report success
+  // with a short count, CopyFileW fails with `code` and leaves that many bytes at its destination.
+  std::optional<std::uint32_t> partial{};
+  // State: how many calls have matched.
+  std::uint64_t seen = 0;
+};
+
+struct Process {
+  std::uint64_t creation_time = 0;
+  std::optional<std::uint64_t> exits_after_ms{};  // From the world's start; never if absent.
+  std::uint32_t open_error = 0;                   // What OpenProcess fails with, if not 0.
+  bool gone = false;                              // Ended, and no object is left: 87.
+};
+
+// How another process holds a mutex.
+struct MutexHolder {
+  std::optional<std::uint64_t> releases_after_ms{};  // From the world's start; never if absent.
+  bool dies = false;                                 // Abandons the mutex instead of releasing it.
+};
+
+struct Box {
+  std::u16string text;
+  std::u16string title;
+  std::uint32_t type = 0;
+};
+
+struct ShellStart {
+  std::u16string verb;
+  std::u16string file;
+  std::u16string directory;
+  std::int32_t show = 0;
+};
+
+// What an entry is, for a reader from outside.
+struct EntryInfo {
+  std::uint32_t attributes = 0;
+  std::uint32_t links = 0;
+  std::string content;
+};
+
+class FileSystem;
+class KernelObjects;
+
+class World {
+ public:
+  // A machine with one volume, C:, and a clock that stands at 2026-03-01 14:05:09.042, UTC+1.
+  World();
+  ~World();
+  World(const World&) = delete;
+  World& operator=(const World&) = delete;
+
+  // The world that the calls act on; none but the last made current counts.
+  static World& Current();
+  void MakeCurrent();
+
+  // --- Disks ---------------------------------------------------------------------------------
+
+  Volume& AddVolume(char16_t drive);
+  Volume& volume(char16_t drive);
+  std::vector<Volume>& volumes() { return volumes_; }
+
+  // Furnishing and reading. A path is full, `\` or `/`; missing parents are made. What is made this
+  // way is on stable storage.
+  void MakeDirectory(std::u16string_view path);
+  void WriteFile(std::u16string_view path, std::string_view content);
+  void MakeHardLink(std::u16string_view existing, std::u16string_view path);
+  void MakeSymbolicLink(std::u16string_view path, std::u16string_view to, bool directory);
+  void MakeJunction(std::u16string_view path, std::u16string_view to);
+  void MakeReparsePoint(std::u16string_view path, std::uint32_t tag, bool directory);
+  void SetAttributes(std::u16string_view path, std::uint32_t attributes);
+  void Rename(std::u16string_view from, std::u16string_view to);
+  void Remove(std::u16string_view path);  // A whole tree; links are not followed. May be missing.
+
+  // Links in the middle of the path are followed, one at its end is not.
+  std::optional<EntryInfo> Look(std::u16string_view path) const;
+  bool Exists(std::u16string_view path) const { return Look(path).has_value(); }
+  std::optional<std::string> ReadFile(std::u16string_view path) const;
+  // Every path below, files and directories (these end in `\`), in order; content where a file.
+  std::map<std::u16string, std::string> Tree(std::u16string_view root) const;
+
+  // Another process opens a file, and keeps it until Release. kInvalidHandle if it may not.
+  platform::Handle Hold(std::u16string_view path, std::uint32_t access, std::uint32_t sharing);
+  void Release(platform::Handle held);
+
+  // --- Calls ---------------------------------------------------------------------------------
+
+  void Plan(Fault fault) { faults_.push_back(std::move(fault)); }
+  void ClearFaults() { faults_.clear(); }
+
+  // Runs before every call, with its record; may furnish the world, plan faults or cut the power.
+  // Calls are not made from it.
+  std::function<void(const CallRecord&)> before_call;
+
+  // Records every call in `trace`.
+  bool keep_trace = false;
+  std::vector<CallRecord> trace;
+  std::uint64_t calls() const { return calls_; }
+
+  // The power goes: from here on nothing changes any more. Restart() brings the machine back: no
+  // handle, mutex or process is left, and each volume is what Volume::CutPower made of it.
+  void CutPower() { dead_ = true; }
+  bool dead() const { return dead_; }
+  void Restart();
+
+  // True while a write-through rename is on the medium when it returns.
+  bool write_through_holds = true;
+
+  // --- The rest of the machine ---------------------------------------------------------------
+
+  std::map<std::uint32_t, Process> processes;
+  std::map<std::u16string, MutexHolder> mutex_holders;         // By name.
+  std::map<std::u16string, std::uint32_t> mutex_create_errors; // Names held by another kind.
+
+  std::vector<Box> boxes;
+  std::function<void(const Box&)> on_box;
+  std::vector<ShellStart> starts;
+  // What ShellExecuteW answers; without it, 42 for a file that is there and 2 for one that is not.
+  std::optional<std::intptr_t> shell_result;
+
+  std::u16string command_line;
+  std::u16string current_directory = u"C:\\";
+  std::vector<std::u16string> temporary_arguments;
+
+  platform::SystemTime local_time{2026, 3, 1, 14, 5, 9, 42};
+  platform::TimeZoneInformation zone{-60, 0, -60};
+  std::uint32_t zone_id = platform::kTimeZoneIdStandard;
+  std::uint64_t elapsed_ms = 0;  // Since the world's start; waits let it pass.
+
+  std::uint32_t ansi_code_page = 1252;  // 1252, 65001 or 54936.
+  std::uint32_t oem_code_page = 437;
+  std::uint32_t runtime_code_page = 0;  // That of the C runtime's locale "C".
+  bool file_apis_ansi = true;
+  std::optional<std::uint32_t> system_language = 1033;
+
+  std::uint32_t last_error = 0;
+  std::optional<std::uint32_t> terminated_with;  // By TerminateProcess on this process.
+
+  // --- For the calls themselves --------------------------------------------------------------
+
+  // At the head of every call: counts it, lets `before_call` act, and answers with the fault that
+  // is planned for it, if any. Throws PowerCut when the power is off and the caller can bear it.
+  const Fault* Enter(Call call, std::u16string_view path = {});
+
+  FileSystem& files() { return *files_; }
+  const FileSystem& files() const { return *files_; }
+  KernelObjects& objects() { return *objects_; }
+
+ private:
+  std::vector<Volume> volumes_;
+  std::vector<Fault> faults_;
+  std::map<Call, std::uint64_t> occurrences_;
+  std::uint64_t calls_ = 0;
+  bool dead_ = false;
+  Fault dead_fault_;
+  std::unique_ptr<FileSystem> files_;
+  std::unique_ptr<KernelObjects> objects_;
+};
+
+}  // namespace tolvarine::updater::simulated
