@@ -29,7 +29,9 @@
 namespace tolvarine::updater::simulated {
 
 using NodeId = std::uint32_t;
-using Bytes = std::shared_ptr<const std::string>;
+
+// Content is shared between images and copied before it is changed.
+using Bytes = std::shared_ptr<std::string>;
 
 inline constexpr NodeId kNoNode = 0;
 inline constexpr NodeId kRootNode = 1;
@@ -37,7 +39,7 @@ inline constexpr std::size_t kSectorSize = 512;
 
 // A name in a directory. The key that it stands under is its folded form.
 struct DirectoryEntry {
-  std::u16string spelling;
+  std::u16string spelling{};
   NodeId node = kNoNode;
 };
 
@@ -47,14 +49,15 @@ using DirectoryEntries = std::map<std::u16string, DirectoryEntry>;
 struct Node {
   std::uint32_t attributes = 0;
   std::uint32_t reparse_tag = 0;
-  std::u16string reparse_target;          // Of a symbolic link (may be relative) or a junction.
-  NodeId parent = kNoNode;                // Of a directory.
-  DirectoryEntries entries;               // Of a directory.
-  std::uint32_t links = 0;                // The number of names that lead here.
-  Bytes content;                          // Of a file.
+  std::u16string reparse_target{};  // Of a symbolic link (may be relative) or a junction.
+  NodeId parent = kNoNode;          // Of a directory.
+  DirectoryEntries entries;         // Of a directory.
+  std::uint32_t links = 0;          // The number of names that lead here.
+  Bytes content;                    // Of a file.
 
-  bool IsDirectory() const;
-  bool IsReparsePoint() const;
+  [[nodiscard]] bool IsDirectory() const;
+  [[nodiscard]] bool IsReparsePoint() const;
+  [[nodiscard]] std::uint64_t Size() const { return content ? content->size() : 0; }
 };
 
 using Nodes = std::map<NodeId, Node>;
@@ -63,29 +66,29 @@ using Nodes = std::map<NodeId, Node>;
 struct CreateChange {
   NodeId id = kNoNode;
   NodeId directory = kNoNode;
-  std::u16string spelling;
+  std::u16string spelling{};
   std::uint32_t attributes = 0;
   std::uint32_t reparse_tag = 0;
-  std::u16string reparse_target;
+  std::u16string reparse_target{};
 };
 
 struct LinkChange {
   NodeId id = kNoNode;
   NodeId directory = kNoNode;
-  std::u16string spelling;
+  std::u16string spelling{};
 };
 
 struct UnlinkChange {
   NodeId directory = kNoNode;
-  std::u16string spelling;
+  std::u16string spelling{};
 };
 
 // Replaces what stands at the new name, if anything does.
 struct RenameChange {
   NodeId from_directory = kNoNode;
-  std::u16string from;
+  std::u16string from{};
   NodeId to_directory = kNoNode;
-  std::u16string to;
+  std::u16string to{};
 };
 
 struct AttributesChange {
@@ -101,12 +104,6 @@ struct SizeChange {
 
 using Change = std::variant<CreateChange, LinkChange, UnlinkChange, RenameChange, AttributesChange,
                             SizeChange>;
-
-// Content that a power cut may lose. `since` is the length of the log when the content was begun: a
-// prefix that is shorter shows the file as it was before.
-struct UnflushedContent {
-  std::size_t since = 0;
-};
 
 // How a power cut treats one unflushed file. Sector i of the content is there when keep[i % size]
 // is true; where it is not, the medium holds its older content, or zeros.
@@ -124,49 +121,54 @@ class Volume {
   std::u16string share;   // `\\server\share`
   std::u16string device;  // `\Device\HarddiskVolume3`
 
-  bool posix_delete = true;       // Answers FileDispositionInfoEx.
-  bool write_protected = false;   // Every change fails with 19.
+  bool posix_delete = true;                    // Answers FileDispositionInfoEx.
+  bool write_protected = false;                // Every change fails with 19.
   std::uint64_t capacity = ~std::uint64_t{0};  // Bytes of content that fit.
 
-  const Nodes& nodes() const { return live_; }
-  const Node& node(NodeId id) const { return live_.at(id); }
-  const Node* Find(NodeId directory, std::u16string_view name) const;
-  std::uint64_t FreeBytes() const;
+  [[nodiscard]] const Nodes& nodes() const { return live_; }
+  [[nodiscard]] const Node& node(NodeId id) const { return live_.at(id); }
+  [[nodiscard]] bool Has(NodeId id) const { return live_.contains(id); }
+  // The entry of a directory under this name, in any case; null if there is none.
+  [[nodiscard]] const DirectoryEntry* Find(NodeId directory, std::u16string_view name) const;
+  [[nodiscard]] std::uint64_t FreeBytes() const;
 
-  // A change of metadata: at once in `live`, in the log until it is forced. An unlinked node stays
-  // until Forget, since a handle may hold it.
-  NodeId Create(CreateChange change);  // Chooses the id and returns it.
+  // A change of metadata: at once in what calls see, on the medium once it is forced. A node whose
+  // last name goes stays until Forget, since a handle may hold it. Create chooses the new id.
+  NodeId Create(CreateChange change);
   void Apply(const Change& change);
   void Forget(NodeId id);
 
-  // A change of content, unflushed. Growth of the file goes into the log as a SizeChange.
+  // A change of content. Growth of the file is a change of metadata of its own.
   void Write(NodeId id, std::uint64_t offset, std::string_view bytes);
+  void Resize(NodeId id, std::uint64_t size);
 
-  // Flushes the content of one file, and forces the log, as a flush of a file does.
+  // Puts the content of one file on the medium, and with it every change so far.
   void Flush(NodeId id);
 
-  // Forces the log: every change so far is on the medium.
+  // Puts every change of metadata so far on the medium.
   void Force();
 
-  // What a power cut can choose from: the log's length, and the files with unflushed content.
-  std::size_t unforced_changes() const { return log_.size(); }
-  std::vector<NodeId> UnflushedFiles() const;
+  // What a power cut can choose from: the changes that are not forced, and the files with content
+  // that is not flushed.
+  [[nodiscard]] const std::vector<Change>& unforced() const { return log_; }
+  [[nodiscard]] std::vector<NodeId> UnflushedFiles() const;
 
-  // Builds the image that a power cut leaves: the first `changes` of the log, and of each unflushed
-  // file what `survival` keeps of it (a file without one keeps everything). The volume then is that
-  // image, with nothing unforced.
+  // Leaves what a power cut leaves: the first `changes` of the unforced, and of each unflushed file
+  // what `survival` keeps of it (all of it where nothing is said).
   void CutPower(std::size_t changes, const std::map<NodeId, ContentSurvival>& survival);
 
-  // Makes everything durable, as a start from a shut-down machine finds it.
+  // Puts everything on the medium.
   void Settle();
 
  private:
-  void Truncated(NodeId id);
+  void AddUnflushed(NodeId id);
 
   Nodes live_;
   Nodes stable_;
   std::vector<Change> log_;
-  std::map<NodeId, UnflushedContent> unflushed_;
+  // Files with unflushed content, and the length of the log when that content was begun: a shorter
+  // prefix shows the file as it was before.
+  std::map<NodeId, std::size_t> unflushed_;
   NodeId next_id_ = kRootNode + 1;
 };
 

@@ -14,8 +14,10 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -108,10 +110,11 @@ class World {
 
   Volume& AddVolume(char16_t drive);
   Volume& volume(char16_t drive);
-  std::vector<Volume>& volumes() { return volumes_; }
+  std::deque<Volume>& volumes() { return volumes_; }
+  const std::deque<Volume>& volumes() const { return volumes_; }
 
   // Furnishing and reading. A path is full, `\` or `/`; missing parents are made. What is made this
-  // way is on stable storage.
+  // way stands in the cache like anything else, until Settle.
   void MakeDirectory(std::u16string_view path);
   void WriteFile(std::u16string_view path, std::string_view content);
   void MakeHardLink(std::u16string_view existing, std::u16string_view path);
@@ -128,6 +131,9 @@ class World {
   std::optional<std::string> ReadFile(std::u16string_view path) const;
   // Every path below, files and directories (these end in `\`), in order; content where a file.
   std::map<std::u16string, std::string> Tree(std::u16string_view root) const;
+
+  // Puts everything on stable storage.
+  void Settle();
 
   // Another process opens a file, and keeps it until Release. kInvalidHandle if it may not.
   platform::Handle Hold(std::u16string_view path, std::uint32_t access, std::uint32_t sharing);
@@ -159,8 +165,8 @@ class World {
   // --- The rest of the machine ---------------------------------------------------------------
 
   std::map<std::uint32_t, Process> processes;
-  std::map<std::u16string, MutexHolder> mutex_holders;         // By name.
-  std::map<std::u16string, std::uint32_t> mutex_create_errors; // Names held by another kind.
+  std::map<std::u16string, MutexHolder> mutex_holders;          // By name.
+  std::map<std::u16string, std::uint32_t> mutex_create_errors;  // Names held by another kind.
 
   std::vector<Box> boxes;
   std::function<void(const Box&)> on_box;
@@ -170,7 +176,6 @@ class World {
 
   std::u16string command_line;
   std::u16string current_directory = u"C:\\";
-  std::vector<std::u16string> temporary_arguments;
 
   platform::SystemTime local_time{2026, 3, 1, 14, 5, 9, 42};
   platform::TimeZoneInformation zone{-60, 0, -60};
@@ -197,7 +202,7 @@ class World {
   KernelObjects& objects() { return *objects_; }
 
  private:
-  std::vector<Volume> volumes_;
+  std::deque<Volume> volumes_;
   std::vector<Fault> faults_;
   std::map<Call, std::uint64_t> occurrences_;
   std::uint64_t calls_ = 0;
