@@ -1,0 +1,21 @@
+// FNV-1a, 64 bits: the checksum of a journal and the fingerprint of an installed file. It detects
+// damage and change; it authenticates nothing.
+
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace tolvarine::updater {
+
+inline constexpr std::uint64_t kFnv1aOffsetBasis = 0xCBF29CE484222325;
+inline constexpr std::uint64_t kFnv1aPrime = 0x100000001B3;
+
+// The hash of `bytes`, or of what `hash` already covers followed by `bytes`.
+[[nodiscard]] constexpr std::uint64_t Fnv1a64(std::string_view bytes,
+                                              std::uint64_t hash = kFnv1aOffsetBasis) {
+  for (const char byte : bytes) hash = (hash ^ static_cast<unsigned char>(byte)) * kFnv1aPrime;
+  return hash;
+}
+
+}  // namespace tolvarine::updater

@@ -1,0 +1,32 @@
+// Hexadecimal text, as the lists and the journal write paths, messages and digests.
+
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tolvarine::updater {
+
+// Two lower-case digits for each byte, high nibble first.
+[[nodiscard]] std::string EncodeHex(std::string_view bytes);
+void AppendHex(std::string& text, std::string_view bytes);
+
+// The bytes of a text of digits of either case; empty for an odd length or any other character.
+[[nodiscard]] std::optional<std::string> DecodeHex(std::string_view text);
+
+inline constexpr std::size_t kSha256DigitCount = 64;
+
+// True for exactly 64 units of 0-9 and a-f, the one spelling of a digest and of an identifier.
+template <typename Unit>
+[[nodiscard]] bool IsLowerHex64(std::basic_string_view<Unit> text) {
+  if (text.size() != kSha256DigitCount) return false;
+  for (const Unit unit : text) {
+    const bool digit = unit >= Unit{'0'} && unit <= Unit{'9'};
+    const bool letter = unit >= Unit{'a'} && unit <= Unit{'f'};
+    if (!digit && !letter) return false;
+  }
+  return true;
+}
+
+}  // namespace tolvarine::updater

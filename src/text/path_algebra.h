@@ -1,0 +1,84 @@
+// Paths as text: how one divides, and how two are joined, normalized and related. Nothing here asks
+// the file system; files/canonical_path.h does.
+//
+// Windows rules hold on every platform: both `\` and `/` separate, `\` is the preferred separator,
+// a drive prefix, a server and a device prefix are root names. A path divides into
+//
+//     root name   root directory   relative part
+//     C:          \                a\b
+//     \\server    \                share\a
+//     \\?         \                C:\a
+//
+// where the root directory is the run of separators right behind the root name, possibly empty, and
+// the relative part is components between runs of separators. A trailing separator yields one empty
+// last component.
+//
+// Paths are compared unit by unit: no case folding, no locale. Only `\` and `/` do not differ.
+
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tolvarine::updater {
+
+using Path = std::u16string;
+using PathView = std::u16string_view;
+
+[[nodiscard]] constexpr bool IsSeparator(char16_t unit) {
+  return unit == u'\\' || unit == u'/';
+}
+
+// What exempts a path from the limit of 260 units.
+inline constexpr PathView kExtendedLengthPrefix = u"\\\\?\\";
+
+// True for a path that begins with a letter and a colon.
+[[nodiscard]] bool HasDrivePrefix(PathView path);
+
+// Where the root name of [first, last) ends; `first` if there is none.
+[[nodiscard]] const char16_t* RootNameEnd(const char16_t* first, const char16_t* last);
+
+// The three parts of a path, as views into its text.
+struct PathParts {
+  PathView root_name;
+  PathView root_directory;
+  PathView relative;
+};
+
+[[nodiscard]] PathParts DividePath(PathView path);
+
+// The components of a relative part, in order. The separators that a text without a root begins
+// with belong to its root directory, so no component but the last is ever empty.
+[[nodiscard]] std::vector<PathView> Components(PathView relative);
+
+// The elements of a path, in order: the root name and the root directory where there are any, then
+// each component.
+[[nodiscard]] std::vector<PathView> PathElements(PathView path);
+
+// The last component; empty for a root, and behind a trailing separator.
+[[nodiscard]] PathView LastComponent(PathView path);
+
+// True for a drive followed by a separator and for any other root name. `C:x` and `\x` are not
+// absolute.
+[[nodiscard]] bool IsAbsolutePath(PathView path);
+
+// The path without its last component and the separators before it; the root stays whole.
+[[nodiscard]] Path ParentPath(PathView path);
+
+// `relative` as seen from `root`. An absolute `relative`, or one with another root name, stands for
+// itself; one that begins with a separator keeps only the root name of `root`.
+[[nodiscard]] Path JoinPath(PathView root, PathView relative);
+
+// The path with uniform separators and without "." and "..", resolved by text alone. A path of
+// which nothing is left is ".", an empty path stays empty, and a trailing separator stays.
+[[nodiscard]] Path LexicallyNormal(PathView path);
+
+// `path` as seen from `base`, by text alone; empty where there is no such path.
+[[nodiscard]] Path LexicallyRelative(PathView path, PathView base);
+
+// The form that is exempt from the limit of 260 units: `\\?\C:\…` or `\\?\UNC\server\…`. A relative
+// path gets no prefix. Nothing is resolved, so the path should be normal.
+[[nodiscard]] Path ExtendedLengthPath(PathView path);
+
+}  // namespace tolvarine::updater

@@ -1,0 +1,50 @@
+#include "text/system_error.h"
+
+#include "platform/shell.h"
+#include "platform/text.h"
+
+namespace tolvarine::updater {
+namespace {
+
+constexpr std::uint32_t kEnglishUnitedStates = 1033;
+constexpr std::uint32_t kAnyLanguage = 0;
+
+std::uint32_t SystemDefaultLanguage() {
+  std::uint32_t language = kAnyLanguage;
+  platform::GetLocaleInfoEx(u"!x-sys-default-locale",
+                            platform::kLocaleReturnNumber | platform::kLocaleIlanguage, &language);
+  return language;
+}
+
+// The system's text in one language, trailing white space cut; empty where it has none.
+std::string MessageInLanguage(std::uint32_t code, std::uint32_t language) {
+  constexpr std::uint32_t kFlags = platform::kFormatMessageAllocateBuffer |
+                                   platform::kFormatMessageIgnoreInserts |
+                                   platform::kFormatMessageFromSystem;
+  char* text = nullptr;
+  const std::uint32_t length = platform::FormatMessageA(kFlags, code, language, &text);
+  if (length == 0) return {};
+  std::string message(text, length);
+  platform::LocalFree(text);
+  const std::size_t last = message.find_last_not_of(std::string_view(" \t\r\n\0", 5));
+  message.resize(last == std::string::npos ? 0 : last + 1);
+  return message;
+}
+
+}  // namespace
+
+std::string SystemMessage(std::uint32_t code) {
+  std::string message = MessageInLanguage(code, kEnglishUnitedStates);
+  if (message.empty()) message = MessageInLanguage(code, SystemDefaultLanguage());
+  if (message.empty()) message = MessageInLanguage(code, kAnyLanguage);
+  if (message.empty()) message = "unknown error";
+  return message;
+}
+
+SystemError::SystemError(std::uint32_t code)
+    : std::runtime_error(SystemMessage(code)), code_(code) {}
+
+SystemError::SystemError(std::uint32_t code, std::string_view context)
+    : std::runtime_error(std::string(context) + ": " + SystemMessage(code)), code_(code) {}
+
+}  // namespace tolvarine::updater

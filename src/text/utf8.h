@@ -1,0 +1,17 @@
+// Strict conversion between 16-bit text and UTF-8. Nothing is replaced: text that has no exact
+// counterpart is a failure.
+
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace tolvarine::updater {
+
+// Raises SystemError for a lone surrogate.
+[[nodiscard]] std::string Utf8FromUtf16(std::u16string_view wide);
+
+// Raises SystemError for anything that is not well-formed UTF-8.
+[[nodiscard]] std::u16string Utf16FromUtf8(std::string_view utf8);
+
+}  // namespace tolvarine::updater
