@@ -1,0 +1,64 @@
+// What the two authenticated lists have in common: their limits, and a text of lines in which each
+// list has exactly one spelling.
+
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "text/path_algebra.h"
+
+namespace tolvarine::updater {
+
+inline constexpr std::size_t kListRowLimit = 1000;
+inline constexpr std::size_t kListPathByteLimit = 1024;   // Of UTF-8, for one path.
+inline constexpr std::size_t kListTextByteLimit = 24576;  // The header included.
+
+// True for a path that a list may hold: safe, and not too long. Raises SystemError for a lone
+// surrogate.
+[[nodiscard]] bool IsListablePath(PathView path);
+
+// The comparison keys of a list's paths. Adding one that is there already raises `duplicate`.
+class PathKeySet {
+ public:
+  void Add(PathView path, const char* duplicate);
+  [[nodiscard]] bool Contains(PathView path) const;
+
+ private:
+  std::set<std::u16string> keys_;
+};
+
+// Walks the lines of a serialized list behind its header. Any fault raises std::runtime_error with
+// the text `malformed`.
+class ListLines {
+ public:
+  // Takes the text's length and its header into account; `text` must outlive the walk.
+  ListLines(std::string_view text, std::string_view header, const char* malformed);
+
+  // The next line without its newline, which is never empty; nothing at the end of the text.
+  [[nodiscard]] std::optional<std::string_view> Next();
+
+ private:
+  std::string_view rest_;
+  const char* malformed_;
+};
+
+// Runs `parse` and answers whether it came to its end. What it raises of the standard hierarchy
+// goes into `error`, if there is one, which is cleared first.
+template <typename Parse>
+[[nodiscard]] bool ParseCatching(std::string* error, Parse parse) {
+  if (error != nullptr) error->clear();
+  try {
+    parse();
+    return true;
+  } catch (const std::exception& failure) {
+    if (error != nullptr) *error = failure.what();
+    return false;
+  }
+}
+
+}  // namespace tolvarine::updater

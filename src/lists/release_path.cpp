@@ -1,0 +1,101 @@
+#include "lists/release_path.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <limits>
+
+#include "platform/text.h"
+#include "text/utf8.h"
+
+namespace tolvarine::updater {
+namespace {
+
+constexpr std::string_view kForbiddenCharacters = "<>:\"|?*\\";
+constexpr unsigned char kFirstPrintable = 0x20;
+
+// ASCII alone: the device names are ASCII, and other bytes are parts of UTF-8 sequences.
+std::string UpperAscii(std::string_view text) {
+  std::string upper(text);
+  for (char& letter : upper) {
+    if (letter >= 'a' && letter <= 'z') letter = static_cast<char>(letter - 'a' + 'A');
+  }
+  return upper;
+}
+
+bool IsDeviceName(std::string_view component) {
+  static constexpr std::array<std::string_view, 4> kDevices = {"CON", "PRN", "AUX", "NUL"};
+  const std::string stem = UpperAscii(component.substr(0, component.find('.')));
+  if (std::ranges::find(kDevices, stem) != kDevices.end()) return true;
+  return stem.size() == 4 && (stem.starts_with("COM") || stem.starts_with("LPT")) &&
+         stem[3] >= '1' && stem[3] <= '9';
+}
+
+bool HoldsControlCharacter(std::string_view text) {
+  return std::ranges::any_of(
+      text, [](char byte) { return static_cast<unsigned char>(byte) < kFirstPrintable; });
+}
+
+bool IsSafeComponent(PathView component) {
+  if (component.empty() || component == u"." || component == u"..") return false;
+  const std::string text = GenericUtf8Path(component);
+  if (text.back() == '.' || text.back() == ' ') return false;
+  if (text.find_first_of(kForbiddenCharacters) != std::string::npos) return false;
+  return !HoldsControlCharacter(text) && !IsDeviceName(text);
+}
+
+// The lower-case form, or the text itself where the platform cannot map it.
+std::u16string InvariantLowerCase(std::u16string text) {
+  if (text.size() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) return text;
+  const auto length = static_cast<std::int32_t>(text.size());
+  const auto map = [&](char16_t* output, std::int32_t size) {
+    return platform::LCMapStringEx(u"", platform::kLcmapLowercase, text.data(), length, output,
+                                   size);
+  };
+  const std::int32_t size = map(nullptr, 0);
+  if (size <= 0) return text;
+  std::u16string lower(static_cast<std::size_t>(size), u'\0');
+  return map(lower.data(), size) > 0 ? lower : text;
+}
+
+}  // namespace
+
+bool IsSafeReleasePath(PathView path) {
+  const PathParts parts = DividePath(path);
+  if (path.empty() || IsAbsolutePath(path) || !parts.root_name.empty()) return false;
+  if (GenericUtf8Path(path).find('\0') != std::string::npos) return false;
+  // Leading separators are a component of their own here, and one that breaks no rule: it is the
+  // join with a root that refuses them.
+  const std::vector<PathView> components = Components(parts.relative);
+  return std::ranges::all_of(components, IsSafeComponent);
+}
+
+std::string GenericUtf8Path(PathView path) {
+  std::string text = Utf8FromUtf16(path);
+  std::ranges::replace(text, '\\', '/');
+  return text;
+}
+
+Path PathFromUtf8(std::string_view bytes) {
+  return Utf16FromUtf8(bytes);
+}
+
+std::u16string PathCompareKey(PathView path) {
+  std::u16string key = LexicallyNormal(path);
+  std::ranges::replace(key, u'\\', u'/');
+  return key.empty() ? key : InvariantLowerCase(std::move(key));
+}
+
+bool SamePathKey(PathView a, PathView b) {
+  return PathCompareKey(a) == PathCompareKey(b);
+}
+
+bool ReleaseEntryBefore(PathView a, PathView b) {
+  const std::u16string application = PathCompareKey(kApplicationPath);
+  const std::u16string key_a = PathCompareKey(a);
+  const std::u16string key_b = PathCompareKey(b);
+  if ((key_a == application) != (key_b == application)) return key_b == application;
+  return key_a < key_b;
+}
+
+}  // namespace tolvarine::updater
