@@ -1,0 +1,119 @@
+#include "files/canonical_path.h"
+
+#include <stdexcept>
+#include <string>
+
+#include "files/file_operations.h"
+#include "files/unique_handle.h"
+#include "lists/release_path.h"
+#include "platform/error_codes.h"
+#include "platform/files.h"
+
+namespace tolvarine::updater {
+namespace {
+
+constexpr std::uint32_t kFirstBufferUnits = 260;
+constexpr PathView kExtendedServerPrefix = u"\\\\?\\UNC\\";
+constexpr PathView kDeviceRootPrefix = u"\\\\?\\GLOBALROOT";
+
+struct FinalPath {
+  std::uint32_t code = 0;
+  Path text{};
+  bool device_form = false;  // The volume has no drive letter.
+};
+
+// Reads the final path in one form, in as large a buffer as it takes.
+FinalPath ReadFinalPath(const FileHandle& file, std::uint32_t form) {
+  FinalPath result;
+  result.text.resize(kFirstBufferUnits);
+  for (;;) {
+    const auto size = static_cast<std::uint32_t>(result.text.size());
+    const std::uint32_t length =
+        platform::GetFinalPathNameByHandleW(file.get(), result.text.data(), size, form);
+    if (length == 0) return {.code = platform::GetLastError()};
+    result.text.resize(length);
+    if (length < size) return result;
+  }
+}
+
+FinalPath QueryFinalPath(const Path& path) {
+  const FileHandle file(platform::CreateFile2(path.c_str(), platform::kFileReadAttributes,
+                                              platform::kFileShareAll, platform::kOpenExisting,
+                                              platform::kFileFlagBackupSemantics));
+  if (!file) return {.code = platform::GetLastError()};
+  FinalPath result = ReadFinalPath(file, platform::kVolumeNameDos);
+  if (result.code == platform::kErrorPathNotFound) {
+    result = ReadFinalPath(file, platform::kVolumeNameNt);
+    result.device_form = true;
+  }
+  return result;
+}
+
+// Takes the prefixes off that the final-path query puts before drive and server forms.
+Path WithoutExtendedPrefix(Path path) {
+  if (!path.starts_with(kExtendedLengthPrefix)) return path;
+  Path inner = path.substr(kExtendedLengthPrefix.size());
+  if (HasDrivePrefix(inner)) return inner;
+  if (!path.starts_with(kExtendedServerPrefix)) return path;
+  return u"\\\\" + path.substr(kExtendedServerPrefix.size());
+}
+
+}  // namespace
+
+std::uint32_t Canonicalize(PathView path, Path& resolved) {
+  resolved.clear();
+  if (path.empty()) return 0;
+  FinalPath final_path = QueryFinalPath(Path(path));
+  if (final_path.code != 0) return final_path.code;
+  resolved = final_path.device_form ? Path(kDeviceRootPrefix) + final_path.text
+                                    : WithoutExtendedPrefix(std::move(final_path.text));
+  return 0;
+}
+
+Path WeaklyCanonicalize(PathView path, std::uint32_t& code) {
+  Path resolved;
+  code = Canonicalize(path, resolved);
+  if (code == 0) return resolved;
+  if (!IsNotFoundError(code)) return {};
+
+  const Path normal = LexicallyNormal(path);
+  const PathParts parts = DividePath(normal);
+  Path result = Path(parts.root_name).append(parts.root_directory);
+  bool resolving = true;
+  for (const PathView component : Components(parts.relative)) {
+    result = JoinPath(result, component);
+    if (!resolving) continue;
+    code = Canonicalize(result, resolved);
+    if (code == 0) {
+      result = resolved;
+    } else if (IsNotFoundError(code)) {
+      resolving = false;
+    } else {
+      return {};
+    }
+  }
+  code = 0;
+  return result;
+}
+
+bool IsInsideRoot(PathView path, PathView root) {
+  const Path relative = LexicallyRelative(path, root);
+  if (relative.empty()) return false;
+  if (relative == u".") return true;
+  return PathElements(relative).front() != u".." && !IsAbsolutePath(relative);
+}
+
+Path SafeJoin(PathView root, PathView relative, std::string_view label) {
+  const auto unsafe = [&] { return std::runtime_error("Unsafe " + std::string(label) + " path"); };
+  if (!IsSafeReleasePath(relative)) throw unsafe();
+  const Path joined = LexicallyNormal(JoinPath(root, relative));
+  if (!IsInsideRoot(joined, root)) throw unsafe();
+  std::uint32_t code = 0;
+  const Path resolved = WeaklyCanonicalize(joined, code);
+  if (code != 0 || !IsInsideRoot(resolved, root)) {
+    throw std::runtime_error(std::string(label) + " path escapes its root");
+  }
+  return joined;
+}
+
+}  // namespace tolvarine::updater

@@ -1,0 +1,34 @@
+// Resolving paths on the disk, and the gate through which every path goes before it is acted on.
+//
+// IsInsideRoot folds no case and resolves nothing: it is as good as its inputs, which must have the
+// same form and spelling. SafeJoin is the only way in which a relative path of a list or a journal
+// becomes a path to act on. The gap between SafeJoin and the use of its result is not closed here:
+// where it matters, the open of files/locked_release_file.h closes it.
+
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "text/path_algebra.h"
+
+namespace tolvarine::updater {
+
+// Resolves an existing path with all its links, into the spelling on the disk: a drive or server
+// form without prefix, or `\\?\GLOBALROOT\Device\…` for a volume without a drive letter. Returns a
+// Win32 code, 0 on success; `resolved` is empty or meaningless otherwise. An empty path succeeds.
+[[nodiscard]] std::uint32_t Canonicalize(PathView path, Path& resolved);
+
+// The same for a path whose tail may not exist: the existing head is resolved, the tail carried
+// over in its lexical normal form. `code` is 0 on success; otherwise the result is empty.
+[[nodiscard]] Path WeaklyCanonicalize(PathView path, std::uint32_t& code);
+
+// True when `path` is `root` or lies below it, by whole components.
+[[nodiscard]] bool IsInsideRoot(PathView path, PathView root);
+
+// `relative` joined to the canonical `root`, in lexical normal form. Raises std::runtime_error
+// "Unsafe <label> path" for a relative path that is not safe or leaves the root as text, and
+// "<label> path escapes its root" for one that leaves it through a link or cannot be resolved.
+[[nodiscard]] Path SafeJoin(PathView root, PathView relative, std::string_view label);
+
+}  // namespace tolvarine::updater

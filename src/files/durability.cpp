@@ -1,0 +1,28 @@
+// The two operations that make something durable.
+
+#include "files/file_operations.h"
+#include "files/unique_handle.h"
+#include "platform/files.h"
+
+namespace tolvarine::updater {
+
+void FlushFile(PathView path) {
+  FileHandle file(platform::CreateFileW(
+      ExtendedLengthPath(path).c_str(), platform::kGenericRead | platform::kGenericWrite,
+      platform::kFileShareRead, platform::kOpenExisting, platform::kFileAttributeNormal));
+  if (!file) RaiseLastError();
+  const bool flushed = platform::FlushFileBuffers(file.get());
+  const std::uint32_t code = platform::GetLastError();
+  file.Reset();
+  if (!flushed) throw SystemError(code);
+}
+
+void ReplaceFileDurably(PathView from, PathView to) {
+  if (!platform::MoveFileExW(
+          ExtendedLengthPath(from).c_str(), ExtendedLengthPath(to).c_str(),
+          platform::kMovefileReplaceExisting | platform::kMovefileWriteThrough)) {
+    RaiseLastError();
+  }
+}
+
+}  // namespace tolvarine::updater

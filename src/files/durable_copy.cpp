@@ -1,0 +1,76 @@
+#include "files/durable_copy.h"
+
+#include <array>
+
+#include "files/failure.h"
+#include "files/file_operations.h"
+#include "platform/error_codes.h"
+#include "platform/files.h"
+
+namespace tolvarine::updater {
+namespace {
+
+constexpr std::uint32_t kBufferSize = 65536;
+
+void RemoveStaleTemporary(const Path& extended) {
+  if (platform::DeleteFileW(extended.c_str())) return;
+  const std::uint32_t code = platform::GetLastError();
+  if (code == platform::kErrorFileNotFound || code == platform::kErrorPathNotFound) return;
+  throw SystemError(code, "Could not remove stale backup or restore temporary");
+}
+
+// What a write that moved too little left as its code: a short write may leave none.
+std::uint32_t WriteFailureCode() {
+  const std::uint32_t code = platform::GetLastError();
+  return code != 0 ? code : platform::kErrorWriteFault;
+}
+
+// Returns the code of the failure that ended the copy, 0 when everything is written and flushed.
+std::uint32_t CopyAndFlush(platform::Handle from, platform::Handle to) {
+  std::array<char, kBufferSize> buffer{};
+  for (;;) {
+    std::uint32_t read = 0;
+    if (!platform::ReadFile(from, buffer.data(), kBufferSize, &read)) {
+      return platform::GetLastError();
+    }
+    if (read == 0) break;
+    std::uint32_t written = 0;
+    if (!platform::WriteFile(to, buffer.data(), read, &written) || written != read) {
+      return WriteFailureCode();
+    }
+  }
+  return platform::FlushFileBuffers(to) ? 0 : platform::GetLastError();
+}
+
+}  // namespace
+
+void CopyFileDurably(const Path& source, const Path& destination, const Path& temporary) {
+  const std::uint32_t code = CreateDirectories(ParentPath(destination));
+  if (code != 0) throw SystemError(code, "Could not create backup or restore directory");
+  const Path extended_source = ExtendedLengthPath(source);
+  const Path extended_temporary = ExtendedLengthPath(temporary);
+  RemoveStaleTemporary(extended_temporary);
+  if (!platform::CopyFileW(extended_source.c_str(), extended_temporary.c_str(), false)) {
+    RaiseLastError("Could not copy backup or restore temporary");
+  }
+  FlushFile(temporary);
+  ReplaceFileDurably(temporary, destination);
+}
+
+void CopyLockedFileToTemporary(const LockedReleaseFile& file, const Path& temporary) {
+  const Path parent = ParentPath(temporary);
+  const std::uint32_t parent_code = CreateDirectories(parent);
+  if (parent_code != 0) throw FilesystemError("create_directories", parent_code, parent);
+  RemoveEntry(temporary);  // If it stays, the creation fails on it.
+  FileHandle target(platform::CreateFileW(temporary.c_str(), platform::kGenericWrite,
+                                          platform::kFileShareNone, platform::kCreateNew,
+                                          platform::kFileAttributeNormal));
+  if (!target) RaiseLastError("Could not create target temporary file");
+  const std::uint32_t code = CopyAndFlush(file.handle(), target.get());
+  target.Reset();
+  if (code == 0) return;
+  RemoveEntry(temporary);
+  throw SystemError(code, "Could not copy locked release source");
+}
+
+}  // namespace tolvarine::updater

@@ -1,0 +1,47 @@
+#include "files/fingerprint.h"
+
+#include <array>
+#include <memory>
+#include <string>
+
+#include "files/failure.h"
+#include "files/file_operations.h"
+#include "files/unique_stream.h"
+#include "text/fnv1a.h"
+
+namespace tolvarine::updater {
+namespace {
+
+constexpr std::size_t kBufferSize = 65536;
+
+bool HasFingerprint(const Path& path, std::uint64_t size, std::uint64_t fnv1a) {
+  const FileStatus status = QueryStatus(path);
+  if (status.kind != FileKind::regular || status.error != 0) return false;
+  const FileSize actual = QueryFileSize(path);
+  if (actual.error != 0 || actual.size != size) return false;
+  return Fnv1aOfFile(path) == fnv1a;
+}
+
+}  // namespace
+
+std::uint64_t Fnv1aOfFile(const Path& path) {
+  const UniqueStream stream = OpenStream(path, u"rb");
+  if (!stream) RaiseAboutPath("Could not open file for hashing: ", path);
+  std::array<char, kBufferSize> buffer{};
+  std::uint64_t hash = kFnv1aOffsetBasis;
+  for (;;) {
+    const std::size_t count = platform::fread(buffer.data(), kBufferSize, stream.get());
+    hash = Fnv1a64({buffer.data(), count}, hash);
+    if (count < kBufferSize) break;
+  }
+  if (platform::ferror(stream.get()) != 0) RaiseAboutPath("Could not hash file: ", path);
+  return hash;
+}
+
+void VerifyFileFingerprint(const Path& path, std::uint64_t size, std::uint64_t fnv1a,
+                           std::string_view label) {
+  if (HasFingerprint(path, size, fnv1a)) return;
+  RaiseAboutPath(std::string(label) + " failed verification: ", path);
+}
+
+}  // namespace tolvarine::updater

@@ -1,0 +1,140 @@
+#include "files/locked_release_file.h"
+
+#include <array>
+#include <stdexcept>
+#include <vector>
+
+#include "files/failure.h"
+#include "platform/files.h"
+#include "text/decimal.h"
+#include "text/hex.h"
+
+namespace tolvarine::updater {
+namespace {
+
+constexpr std::uint32_t kBufferSize = 65536;
+constexpr std::uint32_t kDigestSize = 32;
+constexpr std::string_view kCannotInitialize = "Could not initialize SHA-256";
+constexpr std::string_view kCannotHash = "Could not hash release source";
+
+// SHA-256 over BCrypt. The provider is opened for each file; nothing is kept between files.
+class Sha256 {
+ public:
+  Sha256() = default;
+  Sha256(const Sha256&) = delete;
+  Sha256& operator=(const Sha256&) = delete;
+  ~Sha256() {
+    if (hash_ != 0) platform::BCryptDestroyHash(hash_);
+    if (algorithm_ != 0) platform::BCryptCloseAlgorithmProvider(algorithm_);
+  }
+
+  void Begin() {
+    ThrowIfBcryptFailed(platform::BCryptOpenAlgorithmProvider(&algorithm_, u"SHA256"),
+                        kCannotInitialize);
+    std::uint32_t length = 0;
+    std::uint32_t written = 0;
+    ThrowIfBcryptFailed(
+        platform::BCryptGetProperty(algorithm_, u"ObjectLength", &length, sizeof length, &written),
+        kCannotInitialize);
+    object_.resize(length);
+    ThrowIfBcryptFailed(platform::BCryptCreateHash(algorithm_, &hash_, object_.data(), length),
+                        kCannotInitialize);
+  }
+
+  void Add(const char* data, std::uint32_t size) {
+    ThrowIfBcryptFailed(platform::BCryptHashData(hash_, data, size), kCannotHash);
+  }
+
+  std::array<char, kDigestSize> Finish() {
+    std::array<char, kDigestSize> digest{};
+    ThrowIfBcryptFailed(platform::BCryptFinishHash(hash_, digest.data(), kDigestSize), kCannotHash);
+    return digest;
+  }
+
+ private:
+  // In this order: the hash goes before its memory does.
+  std::vector<unsigned char> object_;
+  platform::AlgorithmHandle algorithm_ = 0;
+  platform::HashHandle hash_ = 0;
+};
+
+FileHandle OpenLocked(const Path& path) {
+  FileHandle file(platform::CreateFileW(
+      path.c_str(), platform::kGenericRead, platform::kFileShareRead, platform::kOpenExisting,
+      platform::kFileFlagSequentialScan | platform::kFileFlagOpenReparsePoint |
+          platform::kFileAttributeNormal));
+  if (!file) RaiseLastError("Could not lock release source");
+  return file;
+}
+
+void RefuseUnlessPlainFile(const FileHandle& file, const Path& path) {
+  constexpr std::uint32_t kRefused =
+      platform::kFileAttributeReparsePoint | platform::kFileAttributeDirectory;
+  platform::FileAttributeTagInfo tag;
+  if (!platform::GetFileInformationByHandleEx(file.get(), &tag)) {
+    RaiseLastError("Could not inspect release source");
+  }
+  if ((tag.attributes & kRefused) != 0) {
+    RaiseAboutPath("Release source is not a regular non-reparse file: ", path);
+  }
+}
+
+void RefuseUnlessSingleName(const FileHandle& file, const Path& path) {
+  platform::ByHandleFileInformation information;
+  if (!platform::GetFileInformationByHandle(file.get(), &information)) {
+    RaiseLastError("Could not inspect release source links");
+  }
+  if (information.number_of_links != 1) {
+    RaiseAboutPath("Release source file has multiple hard links: ", path);
+  }
+}
+
+std::int64_t ReadSize(const FileHandle& file) {
+  std::int64_t size = 0;
+  if (!platform::GetFileSizeEx(file.get(), &size) || size < 0) {
+    RaiseLastError("Could not read release source size");
+  }
+  return size;
+}
+
+}  // namespace
+
+LockedReleaseFile::LockedReleaseFile(const Path& path) : path_(path), handle_(OpenLocked(path)) {
+  RefuseUnlessPlainFile(handle_, path_);
+  RefuseUnlessSingleName(handle_, path_);
+  size_ = ReadSize(handle_);
+}
+
+std::string Sha256OfLockedFile(const LockedReleaseFile& file) {
+  Sha256 sha256;
+  sha256.Begin();
+  std::array<char, kBufferSize> buffer{};
+  for (;;) {
+    std::uint32_t count = 0;
+    if (!platform::ReadFile(file.handle(), buffer.data(), kBufferSize, &count)) {
+      RaiseLastError(kCannotHash);
+    }
+    if (count == 0) break;
+    sha256.Add(buffer.data(), count);
+  }
+  const std::array<char, kDigestSize> digest = sha256.Finish();
+  if (!platform::SetFilePointerEx(file.handle(), 0, platform::kFileBegin)) {
+    RaiseLastError("Could not rewind release source");
+  }
+  return EncodeHex({digest.data(), digest.size()});
+}
+
+bool MatchesRelease(const LockedReleaseFile& file, std::uint64_t size, std::string_view sha256) {
+  return static_cast<std::uint64_t>(file.size()) == size && Sha256OfLockedFile(file) == sha256;
+}
+
+void ThrowIfBcryptFailed(platform::Status status, std::string_view context) {
+  if (status >= 0) return;
+  std::string text(context);
+  text.append(" (BCrypt status ");
+  AppendDecimal(text, status);
+  text.append(")");
+  throw std::runtime_error(text);
+}
+
+}  // namespace tolvarine::updater
