@@ -1,0 +1,195 @@
+#include <limits>
+#include <set>
+
+#include "journal/field_reader.h"
+#include "journal/journal_text.h"
+#include "lists/release_path.h"
+#include "text/decimal.h"
+#include "text/fnv1a.h"
+#include "text/hex.h"
+
+namespace tolvarine::updater {
+namespace {
+
+constexpr std::string_view kChecksumKeyword = "checksum ";
+
+// Thrown where a text is no journal, and caught where the parse began.
+struct Refusal {};
+
+void Require(bool condition) {
+  if (!condition) throw Refusal{};
+}
+
+template <typename Value>
+Value Required(std::optional<Value> value) {
+  Require(value.has_value());
+  return *std::move(value);
+}
+
+// What stands before the checksum line, when that line is sound and covers it.
+std::string_view VerifiedBody(std::string_view text) {
+  const std::size_t position = text.rfind(kChecksumKeyword);
+  Require(position != std::string_view::npos && position != 0);
+  const std::size_t newline = text.find('\n', position);
+  Require(newline == text.size() - 1);
+  const std::size_t digits = position + kChecksumKeyword.size();
+  Require(newline >= digits);
+  const auto checksum = ParseDecimal<std::uint64_t>(text.substr(digits, newline - digits));
+  const std::string_view body = text.substr(0, position);
+  Require(Required(checksum) == Fnv1a64(body));
+  return body;
+}
+
+// Reads a body line by line. The last line may lack its newline.
+class BodyReader {
+ public:
+  explicit BodyReader(std::string_view body) : rest_(body) {}
+
+  [[nodiscard]] bool AtEnd() const { return rest_.empty(); }
+
+  std::string_view Line() {
+    Require(!AtEnd());
+    const std::size_t newline = rest_.find('\n');
+    const std::string_view line = rest_.substr(0, newline);
+    rest_.remove_prefix(newline == std::string_view::npos ? rest_.size() : newline + 1);
+    return line;
+  }
+
+  // What follows a keyword, which includes its blank.
+  std::string_view After(std::string_view keyword) {
+    std::string_view line = Line();
+    Require(line.starts_with(keyword));
+    line.remove_prefix(keyword.size());
+    return line;
+  }
+
+  template <typename Number>
+  Number NumberAfter(std::string_view keyword) {
+    return Required(ParseDecimal<Number>(After(keyword)));
+  }
+
+  std::string BytesAfter(std::string_view keyword) { return Required(DecodeHex(After(keyword))); }
+
+ private:
+  std::string_view rest_;
+};
+
+// The version that the magic line names.
+int ReadVersion(BodyReader& body) {
+  const std::string line = std::string(body.Line()) + '\n';
+  if (line == kJournalMagic) return 2;
+  Require(line == kJournalMagicVersion1);
+  return 1;
+}
+
+TransactionPhase ReadPhase(BodyReader& body) {
+  const auto phase = static_cast<TransactionPhase>(body.NumberAfter<std::int32_t>("phase "));
+  Require(phase >= TransactionPhase::Backup && phase <= TransactionPhase::RolledBack);
+  return phase;
+}
+
+Path ReadTarget(BodyReader& body) {
+  Path target = PathFromUtf8(body.BytesAfter("target "));
+  Require(IsAbsolutePath(target) && target.find(u'\0') == Path::npos);
+  return target;
+}
+
+void ReadIntent(BodyReader& body, TransactionJournal& journal) {
+  FieldReader fields(body.After("intent "));
+  const auto intent = Required(fields.Number<std::int32_t>());
+  journal.intent_entry = Required(fields.Number<std::uint64_t>());
+  Require(intent <= static_cast<std::int32_t>(TransactionIntent::Rollback) && fields.AtEnd());
+  journal.intent = static_cast<TransactionIntent>(intent);
+}
+
+std::uint64_t ReadCount(BodyReader& body, std::string_view keyword) {
+  const auto count = body.NumberAfter<std::uint64_t>(keyword);
+  Require(count <= kJournalCountLimit);
+  return count;
+}
+
+// A path of an entry or a directory; `keys` holds those that have come before it.
+Path ReadSafePath(std::string_view hex, std::set<std::u16string>& keys) {
+  Path path = PathFromUtf8(Required(DecodeHex(hex)));
+  Require(IsSafeReleasePath(path) && keys.insert(PathCompareKey(path)).second);
+  return path;
+}
+
+JournalEntryKind ReadKind(FieldReader& fields, const JournalEntry& entry) {
+  const auto kind = static_cast<JournalEntryKind>(Required(fields.Number<std::int32_t>()));
+  Require(kind == JournalEntryKind::Install || kind == JournalEntryKind::Delete);
+  if (kind == JournalEntryKind::Delete) Require(entry.size == 0 && entry.sha256 == kNoSha256);
+  return kind;
+}
+
+JournalEntry ReadEntry(std::string_view line, int version, std::set<std::u16string>& keys) {
+  FieldReader fields(line);
+  JournalEntry entry;
+  const std::string_view path = Required(fields.Token());
+  entry.size = Required(fields.Number<std::uint64_t>());
+  entry.sha256 = Required(fields.Token());
+  const auto baseline_exists = Required(fields.Number<std::uint32_t>());
+  entry.baseline_size = Required(fields.Number<std::uint64_t>());
+  entry.baseline_hash = Required(fields.Number<std::uint64_t>());
+  Require(baseline_exists <= 1 && IsLowerHex64(std::string_view(entry.sha256)));
+  if (version > 1) entry.kind = ReadKind(fields, entry);
+  Require(fields.AtEnd());
+  entry.path = ReadSafePath(path, keys);
+  entry.baseline_exists = baseline_exists == 1;
+  return entry;
+}
+
+void ReadEntries(BodyReader& body, int version, TransactionJournal& journal) {
+  const std::uint64_t count = ReadCount(body, "entries ");
+  journal.entries.reserve(count);
+  std::set<std::u16string> keys;
+  for (std::uint64_t i = 0; i < count; ++i) {
+    journal.entries.push_back(ReadEntry(body.After("entry "), version, keys));
+  }
+}
+
+void ReadDirectories(BodyReader& body, TransactionJournal& journal) {
+  const std::uint64_t count = ReadCount(body, "directories ");
+  journal.directories.reserve(count);
+  std::set<std::u16string> keys;
+  for (std::uint64_t i = 0; i < count; ++i) {
+    journal.directories.push_back({ReadSafePath(body.After("directory "), keys)});
+  }
+}
+
+bool CountersFit(const TransactionJournal& journal) {
+  const std::uint64_t count = journal.entries.size();
+  const bool intent_fits =
+      journal.intent == TransactionIntent::None || journal.intent_entry < count;
+  return journal.backup <= count && journal.apply <= count && journal.rollback <= count &&
+         intent_fits;
+}
+
+TransactionJournal ReadBody(BodyReader body) {
+  TransactionJournal journal;
+  const int version = ReadVersion(body);
+  journal.generation = body.NumberAfter<std::uint64_t>("generation ");
+  journal.phase = ReadPhase(body);
+  journal.target = ReadTarget(body);
+  journal.backup = body.NumberAfter<std::uint64_t>("backup ");
+  journal.apply = body.NumberAfter<std::uint64_t>("apply ");
+  journal.rollback = body.NumberAfter<std::uint64_t>("rollback ");
+  ReadIntent(body, journal);
+  journal.error = body.BytesAfter("error ");
+  ReadEntries(body, version, journal);
+  ReadDirectories(body, journal);
+  Require(body.AtEnd() && CountersFit(journal));
+  return journal;
+}
+
+}  // namespace
+
+std::optional<TransactionJournal> ParseJournal(std::string_view text) {
+  try {
+    return ReadBody(BodyReader(VerifiedBody(text)));
+  } catch (const Refusal&) {
+    return std::nullopt;
+  }
+}
+
+}  // namespace tolvarine::updater
