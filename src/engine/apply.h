@@ -1,0 +1,20 @@
+// The phase Apply: the only place where the installation is changed on the way forward.
+//
+// The durable steps of one installed file, in order: the announcement in the journal; the complete
+// temporary beside the target, flushed; the write-through rename onto the target; the count in the
+// journal. There is no moment at which the target is absent or partial. The release file is hashed
+// and copied through one locked handle, which is held until the rename is done.
+
+#pragma once
+
+#include "engine/transaction.h"
+
+namespace tolvarine::updater {
+
+// Applies every entry from the counter `apply` on, after proving every baseline copy once more, and
+// ends by saving phase Committed. On a failure raises, with the record still in Apply: entries
+// before the counter are new, the rest are old. Only a failure of the last save finds it in
+// Committed.
+void ApplyRelease(const TransactionRequest& request, TransactionJournal& journal);
+
+}  // namespace tolvarine::updater
