@@ -1,0 +1,45 @@
+// The command line: a fixed set of named options, each with a value of its own.
+//
+// The parser is strict by design: no defaults for required options, no abbreviations, no repeated
+// options, no `--name=value`, no switch without a value. It gives no reason for a refusal and
+// touches no file; paths are stored as given and judged by ValidateRequest.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "lists/managed_deletion_list.h"
+#include "lists/source_inventory.h"
+#include "text/path_algebra.h"
+
+namespace tolvarine::updater {
+
+struct UpdaterArguments {
+  Path source;          // --source: the directory of the staged release.
+  Path target;          // --target: the installation.
+  Path restart;         // --restart: the program to start; relative to the target, or full.
+  Path state_file;      // --state-file: the pending marker.
+  Path completed_file;  // --completed-file: the completed marker.
+  Path installed_manifest_file;           // --installed-manifest-file: the installed manifest.
+  Path workspace;                         // --workspace: the protected update workspace.
+  std::u16string update_id;               // --update-id: 64 lower-case hexadecimal digits.
+  std::u16string install_key;             // --install-key: the same form.
+  SourceInventory source_inventory;       // --source-inventory: its text form.
+  ManagedDeletionList managed_deletions;  // --managed-deletions: its text form; optional.
+  std::uint32_t wait_pid = 0;             // --wait-pid: the process to wait for; 0 for none.
+  // --wait-process-created-at: its creation time, a raw file time. Given exactly with a process.
+  std::uint64_t wait_process_created_at = 0;
+  bool has_wait_process_created_at = false;
+};
+
+// Takes the argument vector, the program's own name first. True when all of it is acceptable; the
+// arguments are partly filled otherwise.
+[[nodiscard]] bool ParseArguments(std::int32_t count, const char16_t* const* vector,
+                                  UpdaterArguments& arguments);
+
+// True for exactly 64 units of 0-9 and a-f.
+[[nodiscard]] bool IsInstallationIdentifier(std::u16string_view text);
+
+}  // namespace tolvarine::updater

@@ -1,0 +1,43 @@
+// The lock that keeps two updaters from working on one installation: a named mutex of the logon
+// session whose name comes straight from the installation's key. It is held through the whole
+// sequence, all boxes and the restart included. If its owner dies, the next updater acquires it.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "platform/handles.h"
+
+namespace tolvarine::updater {
+
+enum class LockAcquireResult : std::int32_t {
+  Acquired = 0,
+  TimedOut = 1,  // Another owner kept it for the whole time.
+  Failed = 2,    // No mutex, already owned, a negative timeout, or the wait failed.
+};
+
+// Empty for a key that is no installation identifier.
+[[nodiscard]] std::u16string InstallationMutexName(std::u16string_view install_key);
+
+class InstallationLock {
+ public:
+  // Creates or opens the mutex; a failure shows in Acquire.
+  explicit InstallationLock(std::u16string_view install_key);
+  InstallationLock(const InstallationLock&) = delete;
+  InstallationLock& operator=(const InstallationLock&) = delete;
+  ~InstallationLock() { Release(); }
+
+  // One single wait, never an unbounded one. Milliseconds; 0 polls.
+  [[nodiscard]] LockAcquireResult Acquire(std::int64_t timeout);
+
+  // Gives the mutex up and closes it. Safe to call again.
+  void Release();
+
+ private:
+  platform::Handle handle_ = platform::kNullHandle;
+  bool owned_ = false;
+};
+
+}  // namespace tolvarine::updater

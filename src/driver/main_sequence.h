@@ -1,0 +1,41 @@
+// The updater's one straight pass, from the command line to the exit code: parse, validate, lock,
+// wait, run the transaction, publish its markers, restart the application. Nothing in it is
+// retried, and nothing before the transaction changes a file but the update log.
+//
+// The decisions that are made here and nowhere else: which failure gets which words, which box and
+// which exit code; what a second updater does; in what order a success is published.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "text/path_algebra.h"
+
+namespace tolvarine::updater {
+
+// The exit codes. 1 is never used.
+enum class ExitCode : std::int32_t {
+  Done = 0,                // Installed and restarted; also: another updater holds the lock.
+  InvalidArguments = 2,    // The command line was refused. Nothing was changed.
+  InvalidRequest = 3,      // Validation failed, or the lock could not be had. Nothing was changed.
+  ApplicationRunning = 4,  // The application could not be shown to have ended. Nothing was changed.
+  UpdateFailed = 5,        // The transaction did not end installed.
+  RestartFailed = 6,       // Installed, but the application could not be started.
+  CleanupDeferred = 7,     // Installed and restarted; the application finishes the cleanup.
+};
+
+// The whole pass for this process. Returns the exit code. Raises what nothing below turns into a
+// result, exhausted memory above all; a transaction that was interrupted is resumed by the next
+// run.
+[[nodiscard]] std::int32_t RunUpdater();
+
+// Copies a marker so that the destination appears whole or not at all, through a temporary with
+// ".tmp" appended to the destination. False on failure; the destination is then as it was.
+[[nodiscard]] bool CopyMarkerDurably(const Path& source, const Path& destination);
+
+// Each byte as one unit, by signed extension: bytes from 0x80 on are not decoded.
+[[nodiscard]] std::u16string WidenBytes(std::string_view text);
+
+}  // namespace tolvarine::updater

@@ -1,0 +1,124 @@
+#include "driver/update_log.h"
+
+#include <array>
+#include <cstdlib>
+#include <limits>
+
+#include "files/unique_handle.h"
+#include "platform/files.h"
+#include "platform/text.h"
+#include "platform/time.h"
+
+namespace tolvarine::updater {
+namespace {
+
+constexpr std::int32_t kMinutesPerHour = 60;
+
+std::u16string Escaped(std::u16string_view message) {
+  std::u16string text;
+  text.reserve(message.size());
+  for (const char16_t unit : message) {
+    if (unit == u'\r') {
+      text.append(u"\\r");
+    } else if (unit == u'\n') {
+      text.append(u"\\n");
+    } else {
+      text.push_back(unit);
+    }
+  }
+  return text;
+}
+
+// With leading zeros up to `width` digits.
+void AppendPadded(std::u16string& text, std::uint32_t number, std::size_t width) {
+  std::u16string digits;
+  for (; number != 0 || digits.size() < width; number /= 10) {
+    digits.insert(digits.begin(), static_cast<char16_t>(u'0' + number % 10));
+  }
+  text.append(digits);
+}
+
+// Minutes that local time is ahead of UTC.
+std::int32_t OffsetFromUtc() {
+  platform::TimeZoneInformation zone;
+  const std::uint32_t id = platform::GetTimeZoneInformation(&zone);
+  std::int32_t bias = zone.bias;
+  if (id == platform::kTimeZoneIdStandard) bias += zone.standard_bias;
+  if (id == platform::kTimeZoneIdDaylight) bias += zone.daylight_bias;
+  return -bias;
+}
+
+void AppendOffset(std::u16string& text, std::int32_t offset) {
+  const auto minutes = static_cast<std::uint32_t>(std::abs(offset));
+  text.push_back(offset < 0 ? u'-' : u'+');
+  AppendPadded(text, minutes / kMinutesPerHour, 2);
+  text.push_back(u':');
+  AppendPadded(text, minutes % kMinutesPerHour, 2);
+}
+
+std::u16string Prefix(std::u16string_view level) {
+  platform::SystemTime now;
+  platform::GetLocalTime(&now);
+  std::u16string text;
+  const auto append = [&](char16_t before, std::uint32_t number, std::size_t width) {
+    text.push_back(before);
+    AppendPadded(text, number, width);
+  };
+  append(u'[', now.year, 4);
+  append(u'-', now.month, 2);
+  append(u'-', now.day, 2);
+  append(u' ', now.hour, 2);
+  append(u':', now.minute, 2);
+  append(u':', now.second, 2);
+  append(u'.', now.milliseconds, 3);
+  text.push_back(u' ');
+  AppendOffset(text, OffsetFromUtc());
+  text.append(u"] [").append(level).append(u"] [Updater] ");
+  return text;
+}
+
+// The record as UTF-8, lone surrogates replaced; empty where the conversion fails.
+std::string LenientUtf8(std::u16string_view text) {
+  if (text.size() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) return {};
+  const auto length = static_cast<std::int32_t>(text.size());
+  const auto convert = [&](char* output, std::int32_t size) {
+    return platform::WideCharToMultiByte(platform::kCpUtf8, 0, text.data(), length, output, size,
+                                         nullptr);
+  };
+  const std::int32_t size = convert(nullptr, 0);
+  if (size < 1) return {};
+  std::string bytes(static_cast<std::size_t>(size), '\0');
+  return convert(bytes.data(), size) == size ? bytes : std::string();
+}
+
+// Several processes may append: the access right puts every write at the end, and one write keeps a
+// record whole.
+void AppendToLog(const std::string& record) {
+  const FileHandle file(platform::CreateFileW(UpdateLogPath().c_str(), platform::kFileAppendData,
+                                              platform::kFileShareAll, platform::kOpenAlways,
+                                              platform::kFileAttributeNormal));
+  if (!file || file.get() == platform::kNullHandle) return;
+  std::uint32_t written = 0;
+  platform::WriteFile(file.get(), record.data(), static_cast<std::uint32_t>(record.size()),
+                      &written);
+}
+
+}  // namespace
+
+Path& UpdateLogPath() {
+  static Path path;
+  return path;
+}
+
+void WriteUpdateLog(std::u16string_view level, std::u16string message) noexcept {
+  if (UpdateLogPath().empty()) return;
+  try {
+    const std::u16string escaped = Escaped(message);
+    const std::string record = LenientUtf8(Prefix(level) + escaped + u"\r\n");
+    if (!record.empty()) AppendToLog(record);
+  } catch (...) {
+    // The record is dropped.
+  }
+}
+
+}  // namespace tolvarine::updater

@@ -1,0 +1,47 @@
+// The updater's table of contents: the records that cross its modules, and the operations that the
+// two drivers, the main sequence and the transaction run, call. Each is defined on the lowest floor
+// that needs it.
+//
+//     driver   main_sequence.h          RunUpdater, the exit codes
+//              command_line.h           ParseArguments, UpdaterArguments
+//              request_validation.h     ValidateRequest
+//              update_log.h             WriteUpdateLog, UpdateLogPath
+//              installation_lock.h      InstallationLock, LockAcquireResult
+//              application_exit_wait.h  WaitForApplicationExit, ProcessWaitResult
+//     engine   transaction_run.h        RunTransaction, and the state machine of a transaction
+//              transaction.h            TransactionRequest, TransactionResult, RecoveryPolicy,
+//                                       TransactionHook, CrashPoint, SimulatedCrash
+//              release_verification.h   VerifyReleaseTree, VerifyListsAgainstJournal
+//              transaction_plan.h       PlanTransaction
+//              baseline_backup.h        BackupBaseline, VerifyBaselineBackups
+//              apply.h                  ApplyRelease
+//              rollback.h               MarkRollback, RollbackToBaseline
+//              cleanup.h                CleanupRolledBack, FinalizeUpdateMarkers,
+//                                       TransactionFinalizeRequest
+//     journal  journal_record.h         TransactionJournal, TransactionPhase
+//     lists    source_inventory.h       SourceInventory, ParseSourceInventory
+//              managed_deletion_list.h  ManagedDeletionList, ParseManagedDeletionList
+//     files    file_operations.h        RemoveEntry and every other touch of the file system by
+//     path text     path_algebra.h           IsAbsolutePath, JoinPath
+
+#pragma once
+
+#include "driver/application_exit_wait.h"
+#include "driver/command_line.h"
+#include "driver/installation_lock.h"
+#include "driver/main_sequence.h"
+#include "driver/request_validation.h"
+#include "driver/update_log.h"
+#include "engine/apply.h"
+#include "engine/baseline_backup.h"
+#include "engine/cleanup.h"
+#include "engine/release_verification.h"
+#include "engine/rollback.h"
+#include "engine/transaction.h"
+#include "engine/transaction_plan.h"
+#include "engine/transaction_run.h"
+#include "files/file_operations.h"
+#include "journal/journal_record.h"
+#include "lists/managed_deletion_list.h"
+#include "lists/source_inventory.h"
+#include "text/path_algebra.h"
