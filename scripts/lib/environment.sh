@@ -1,0 +1,158 @@
+# What the scripts share: packages, the two builds, Wine and a display. Sourced, never run.
+#
+# Everything is kept in the build directory, and one script runs at a time in it. Whoever starts
+# Wine or a display ends it on every way out:
+#
+#   trap 'stop_wine; stop_display' EXIT
+#
+# shellcheck shell=bash
+
+TOLVARINE_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+TOLVARINE_BUILD=$TOLVARINE_ROOT/build
+
+packages_updated=
+wine_prefix=$TOLVARINE_BUILD/wine
+wine_started=
+display_process=
+
+say() { printf '%s\n' "$*"; }
+
+# run_quietly NAME COMMAND...: shows the command's output only if it fails; always in logs/NAME.log.
+run_quietly() {
+  local log=$TOLVARINE_BUILD/logs/$1.log
+  shift
+  mkdir -p "$TOLVARINE_BUILD/logs" || return
+  if ! "$@" >"$log" 2>&1 </dev/null; then
+    tail -n 100 "$log" >&2
+    say "failed: $* (all of its output: $log)" >&2
+    return 1
+  fi
+}
+
+as_root() {
+  if [[ $(id -u) -eq 0 ]]; then "$@"; else sudo "$@"; fi
+}
+
+is_installed() {
+  # One line for each architecture that the package is there for.
+  grep -qx 'installed' <<<"$(dpkg-query -W -f='${db:Status-Status}\n' "$1" 2>/dev/null || true)"
+}
+
+# need_packages PACKAGE...: installs what is missing; without network or rights if nothing is.
+need_packages() {
+  local package missing=()
+  for package in "$@"; do
+    is_installed "$package" || missing+=("$package")
+  done
+  if [[ ${#missing[@]} -eq 0 ]]; then return 0; fi
+
+  say "installing ${missing[*]}"
+  if [[ -z $packages_updated ]]; then
+    run_quietly apt-update as_root apt-get update || return
+    packages_updated=yes
+  fi
+  run_quietly apt-install as_root env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y --no-install-recommends "${missing[@]}"
+}
+
+# build_preset PRESET [TARGET...]
+build_preset() {
+  local preset=$1 targets=()
+  shift
+  if [[ $# -gt 0 ]]; then targets=(--target "$@"); fi
+  say "building $preset"
+  # CMake looks for presets in the directory that it is started in.
+  run_quietly "configure-$preset" env -C "$TOLVARINE_ROOT" cmake --preset "$preset" || return
+  run_quietly "build-$preset" env -C "$TOLVARINE_ROOT" cmake --build --preset "$preset" \
+    --parallel "${TOLVARINE_JOBS:-$(nproc)}" "${targets[@]}"
+}
+
+# build_host [TARGET...]: the native build with its tests, in build/host.
+build_host() {
+  need_packages g++ cmake ninja-build googletest libgtest-dev || return
+  build_preset host "$@"
+}
+
+# build_windows [TARGET...]: the Windows program with its tests, in build/windows.
+build_windows() {
+  need_packages g++-mingw-w64-x86-64-posix cmake ninja-build googletest || return
+  build_preset windows "$@"
+}
+
+# Ends every Windows program in our prefix. The server fails when there is nothing to end.
+end_wine_programs() {
+  wineserver -k >/dev/null 2>&1 || true
+  wineserver -w >/dev/null 2>&1 || true
+}
+
+# A server that stays: without one, each program that is started waits seconds for a new one. It
+# must not hold our output open, or a reader at the other end of a pipe would wait for it.
+start_wine_server() { wineserver -p >/dev/null 2>&1 </dev/null; }
+
+# The mark comes last, so that a prefix whose making was interrupted is made anew.
+create_wine_prefix() {
+  if [[ -e $wine_prefix/.complete ]]; then return 0; fi
+  say "creating the Wine prefix"
+  rm -rf "$wine_prefix" && mkdir -p "$wine_prefix" || return
+  start_wine_server && run_quietly wineboot wineboot -i || return
+  end_wine_programs  # The server writes the registry when it ends.
+  touch "$wine_prefix/.complete"
+}
+
+# Wine in a prefix of its own, never the user's, with a server for the length of the run.
+start_wine() {
+  need_packages wine wine64 || return
+  export WINEPREFIX=$wine_prefix WINEDEBUG=-all
+  # Neither of the two downloads that Wine offers, and no entries in the user's own menus.
+  export WINEDLLOVERRIDES='mscoree=;mshtml=;winemenubuilder.exe='
+  wine_started=yes
+  if [[ -d $wine_prefix ]]; then end_wine_programs; fi  # What an interrupted run left.
+  create_wine_prefix && start_wine_server
+}
+
+stop_wine() {
+  if [[ -z $wine_started ]]; then return 0; fi
+  end_wine_programs
+  wine_started=
+  # The server leaves the directory of its socket behind; the prefix holds that one's name.
+  local socket_directory
+  socket_directory=$(cat "$wine_prefix/wineserver" 2>/dev/null || true)
+  if [[ $socket_directory == wine-?????? ]]; then
+    rm -rf "${TMPDIR:-/tmp}/$socket_directory" "$wine_prefix/wineserver"
+  fi
+}
+
+# start_display: an empty screen of our own, for programs that show boxes. Sets DISPLAY.
+start_display() {
+  need_packages xvfb fonts-dejavu-core || return
+  local number='' announced=$TOLVARINE_BUILD/display.$$
+  mkdir -p "$TOLVARINE_BUILD/logs" && rm -f "$announced" && mkfifo "$announced" || return
+  # Xvfb takes the first free number and tells it when the display is ready. If it ends before, the
+  # pipe does too. It also ends with us when we are killed and no trap runs.
+  setpriv --pdeathsig TERM Xvfb -displayfd 3 -screen 0 1280x800x24 \
+    -nolisten tcp 3>"$announced" >"$TOLVARINE_BUILD/logs/display.log" 2>&1 </dev/null &
+  display_process=$!
+  read -r -t 30 number <"$announced" || true
+  rm -f "$announced"
+  if [[ -z $number ]]; then
+    stop_display
+    say "no display (see $TOLVARINE_BUILD/logs/display.log)" >&2
+    return 1
+  fi
+  export DISPLAY=:$number
+}
+
+stop_display() {
+  if [[ -z $display_process ]]; then return 0; fi
+  kill "$display_process" 2>/dev/null || true
+  wait "$display_process" 2>/dev/null || true
+  display_process=
+  unset DISPLAY
+}
+
+# windows_path PATH: the same file as a Windows program names it. The file need not exist.
+windows_path() {
+  local path
+  path=$(realpath -ms -- "$1") || return
+  printf 'Z:%s\n' "${path//\//\\}"
+}
