@@ -121,8 +121,6 @@ bool ParseArguments(std::int32_t count, const char16_t* const* vector,
   return IsComplete(arguments, seen);
 }
 
-bool IsInstallationIdentifier(std::u16string_view text) {
-  return IsLowerHex64(text);
-}
+bool IsInstallationIdentifier(std::u16string_view text) { return IsLowerHex64(text); }
 
 }  // namespace tolvarine::updater

@@ -17,9 +17,7 @@ constexpr std::uint32_t kAbnormalEnd = 0xC0000409;
 // Takes the place of the runtime's abort, which would show a box of its own and then end with 3, a
 // code that says "nothing was changed". The next run goes on from the journal as after a power cut,
 // so there is nothing to tidy up, and a destructor could only do harm.
-void EndAbnormally() {
-  platform::TerminateProcess(platform::GetCurrentProcess(), kAbnormalEnd);
-}
+void EndAbnormally() { platform::TerminateProcess(platform::GetCurrentProcess(), kAbnormalEnd); }
 
 }  // namespace
 

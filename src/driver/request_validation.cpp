@@ -134,9 +134,7 @@ std::u16string ValidateRequest(UpdaterArguments& arguments) {
   return refusal == kAcceptable ? std::u16string() : refusal;
 }
 
-bool IsSafeDirectory(PathView path) {
-  return IsAbsolutePath(path) && !LastComponent(path).empty();
-}
+bool IsSafeDirectory(PathView path) { return IsAbsolutePath(path) && !LastComponent(path).empty(); }
 
 bool PathsEqual(Path a, Path b) {
   a = LoweredNormal(a);

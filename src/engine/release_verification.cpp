@@ -70,9 +70,7 @@ std::vector<TreeItem> ExpectedItems(const SourceInventory& inventory) {
   return items;
 }
 
-bool SamePath(const Path& a, const Path& b) {
-  return GenericUtf8Path(a) == GenericUtf8Path(b);
-}
+bool SamePath(const Path& a, const Path& b) { return GenericUtf8Path(a) == GenericUtf8Path(b); }
 
 bool SameRow(const JournalEntry& entry, const SourceInventoryEntry& row) {
   return SamePath(entry.path, row.path) && entry.size == row.size && entry.sha256 == row.sha256;

@@ -24,9 +24,7 @@ FileKind QueryPresence(const Path& path, std::uint32_t& error_code) {
   return status.kind;
 }
 
-bool IsAbsent(FileKind kind) {
-  return kind == FileKind::none || kind == FileKind::not_found;
-}
+bool IsAbsent(FileKind kind) { return kind == FileKind::none || kind == FileKind::not_found; }
 
 void PlanDeletions(const Path& target, const ManagedDeletionList& deletions,
                    TransactionJournal& journal, std::uint32_t& error_code) {

@@ -25,9 +25,7 @@ std::size_t ComponentEnd(PathView path, std::size_t start) {
   return start;
 }
 
-bool IsDotName(const std::u16string& name) {
-  return name == u"." || name == u"..";
-}
+bool IsDotName(const std::u16string& name) { return name == u"." || name == u".."; }
 
 std::uint32_t UnlessEndOfDirectory(std::uint32_t code) {
   return code == platform::kErrorNoMoreFiles ? 0 : code;

@@ -69,16 +69,12 @@ std::uint32_t FileSystemCodePage() {
   return platform::AreFileApisANSI() ? platform::kCpAcp : platform::kCpOemcp;
 }
 
-std::string NarrowPathText(PathView path) {
-  return Narrow(ExactRule(), path);
-}
+std::string NarrowPathText(PathView path) { return Narrow(ExactRule(), path); }
 
 FilesystemError::FilesystemError(std::string_view operation, std::uint32_t code, PathView path)
     : std::runtime_error(FilesystemText(operation, code, path)), code_(code) {}
 
-void RaiseLastError() {
-  throw SystemError(platform::GetLastError());
-}
+void RaiseLastError() { throw SystemError(platform::GetLastError()); }
 
 void RaiseLastError(std::string_view context) {
   throw SystemError(platform::GetLastError(), context);

@@ -21,9 +21,7 @@ struct EntryData {
   std::uint64_t size = 0;
 };
 
-EntryData LastErrorData() {
-  return {.error = platform::GetLastError()};
-}
+EntryData LastErrorData() { return {.error = platform::GetLastError()}; }
 
 // The entry's own record, without an open. A file that somebody holds exclusively answers through
 // its directory.
@@ -96,13 +94,9 @@ bool IsNotFoundError(std::uint32_t code) {
   return code == platform::kErrorDirectory || IsNoSuchFileOrDirectory(code);
 }
 
-FileStatus QueryStatus(PathView path) {
-  return StatusOf(Query(path, Links::kFollow));
-}
+FileStatus QueryStatus(PathView path) { return StatusOf(Query(path, Links::kFollow)); }
 
-FileStatus QueryLinkStatus(PathView path) {
-  return StatusOf(Query(path, Links::kDoNotFollow));
-}
+FileStatus QueryLinkStatus(PathView path) { return StatusOf(Query(path, Links::kDoNotFollow)); }
 
 FileSize QueryFileSize(PathView path) {
   const EntryData data = Query(path, Links::kFollow);

@@ -12,9 +12,7 @@ void PathKeySet::Add(PathView path, const char* duplicate) {
   if (!keys_.insert(PathCompareKey(path)).second) throw std::runtime_error(duplicate);
 }
 
-bool PathKeySet::Contains(PathView path) const {
-  return keys_.contains(PathCompareKey(path));
-}
+bool PathKeySet::Contains(PathView path) const { return keys_.contains(PathCompareKey(path)); }
 
 ListLines::ListLines(std::string_view text, std::string_view header, const char* malformed)
     : rest_(text), malformed_(malformed) {

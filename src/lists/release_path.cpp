@@ -76,9 +76,7 @@ std::string GenericUtf8Path(PathView path) {
   return text;
 }
 
-Path PathFromUtf8(std::string_view bytes) {
-  return Utf16FromUtf8(bytes);
-}
+Path PathFromUtf8(std::string_view bytes) { return Utf16FromUtf8(bytes); }
 
 std::u16string PathCompareKey(PathView path) {
   std::u16string key = LexicallyNormal(path);
@@ -86,9 +84,7 @@ std::u16string PathCompareKey(PathView path) {
   return key.empty() ? key : InvariantLowerCase(std::move(key));
 }
 
-bool SamePathKey(PathView a, PathView b) {
-  return PathCompareKey(a) == PathCompareKey(b);
-}
+bool SamePathKey(PathView a, PathView b) { return PathCompareKey(a) == PathCompareKey(b); }
 
 bool ReleaseEntryBefore(PathView a, PathView b) {
   const std::u16string application = PathCompareKey(kApplicationPath);

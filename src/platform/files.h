@@ -54,7 +54,8 @@ inline constexpr std::uint32_t kIoReparseTagSymlink = 0xA000000C;
 Handle CreateFileW(const char16_t* path, std::uint32_t access, std::uint32_t sharing,
                    std::uint32_t disposition, std::uint32_t flags);
 
-// The same through the newer call, with `flags` as its extended parameters' flags and no attributes.
+// The same through the newer call, with `flags` as its extended parameters' flags and no
+// attributes.
 Handle CreateFile2(const char16_t* path, std::uint32_t access, std::uint32_t sharing,
                    std::uint32_t disposition, std::uint32_t flags);
 

@@ -19,8 +19,8 @@ namespace tolvarine::updater::platform {
 // An open file, a find handle, a process or a mutex.
 using Handle = std::uintptr_t;
 
-inline constexpr Handle kNullHandle = 0;                // What mutexes and processes fail with.
-inline constexpr Handle kInvalidHandle = ~Handle{0};    // INVALID_HANDLE_VALUE: what files fail with.
+inline constexpr Handle kNullHandle = 0;              // What mutexes and processes fail with.
+inline constexpr Handle kInvalidHandle = ~Handle{0};  // INVALID_HANDLE_VALUE: what files fail with.
 
 // The Win32 code that the last failing call of this thread left.
 std::uint32_t GetLastError();

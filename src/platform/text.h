@@ -20,9 +20,9 @@ inline constexpr std::uint32_t kMbErrInvalidChars = 0x8;
 
 // The code page's own default character stands in for what it cannot hold; `used_default`, where
 // not null, tells whether it had to. 0 is failure.
-std::int32_t WideCharToMultiByte(std::uint32_t code_page, std::uint32_t flags,
-                                 const char16_t* wide, std::int32_t wide_length, char* narrow,
-                                 std::int32_t narrow_size, bool* used_default);
+std::int32_t WideCharToMultiByte(std::uint32_t code_page, std::uint32_t flags, const char16_t* wide,
+                                 std::int32_t wide_length, char* narrow, std::int32_t narrow_size,
+                                 bool* used_default);
 std::int32_t MultiByteToWideChar(std::uint32_t code_page, std::uint32_t flags, const char* narrow,
                                  std::int32_t narrow_length, char16_t* wide,
                                  std::int32_t wide_size);

@@ -26,9 +26,7 @@ namespace tolvarine::updater {
 using Path = std::u16string;
 using PathView = std::u16string_view;
 
-[[nodiscard]] constexpr bool IsSeparator(char16_t unit) {
-  return unit == u'\\' || unit == u'/';
-}
+[[nodiscard]] constexpr bool IsSeparator(char16_t unit) { return unit == u'\\' || unit == u'/'; }
 
 // What exempts a path from the limit of 260 units.
 inline constexpr PathView kExtendedLengthPrefix = u"\\\\?\\";

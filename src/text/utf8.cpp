@@ -11,9 +11,7 @@
 namespace tolvarine::updater {
 namespace {
 
-[[noreturn]] void RaiseLastError() {
-  throw SystemError(platform::GetLastError());
-}
+[[noreturn]] void RaiseLastError() { throw SystemError(platform::GetLastError()); }
 
 // The platform counts in signed 32-bit numbers.
 std::int32_t CheckedLength(std::size_t length) {

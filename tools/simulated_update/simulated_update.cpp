@@ -105,9 +105,7 @@ FileSet SimulatedUpdate::Target() const {
   return files;
 }
 
-FileSet SimulatedUpdate::Transaction() const {
-  return FilesBelow(world, layout.transaction);
-}
+FileSet SimulatedUpdate::Transaction() const { return FilesBelow(world, layout.transaction); }
 
 FileSet SimulatedUpdate::Installed() const {
   FileSet files = plan.baseline;

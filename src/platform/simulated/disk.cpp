@@ -65,9 +65,7 @@ struct Applier {
   void operator()(const SizeChange& change) const { SetSize(nodes.at(change.id), change.size); }
 };
 
-void ApplyTo(Nodes& nodes, const Change& change) {
-  std::visit(Applier{nodes}, change);
-}
+void ApplyTo(Nodes& nodes, const Change& change) { std::visit(Applier{nodes}, change); }
 
 // No handle outlives a power cut, so what has no name is gone.
 void Sweep(Nodes& nodes) {
@@ -90,9 +88,7 @@ void Overlay(Node& node, const std::string& written, const ContentSurvival& surv
 
 }  // namespace
 
-bool Node::IsDirectory() const {
-  return (attributes & platform::kFileAttributeDirectory) != 0;
-}
+bool Node::IsDirectory() const { return (attributes & platform::kFileAttributeDirectory) != 0; }
 
 bool Node::IsReparsePoint() const {
   return (attributes & platform::kFileAttributeReparsePoint) != 0;
@@ -135,9 +131,7 @@ void Volume::Forget(NodeId id) {
   unflushed_.erase(id);
 }
 
-void Volume::AddUnflushed(NodeId id) {
-  unflushed_.try_emplace(id, 0);
-}
+void Volume::AddUnflushed(NodeId id) { unflushed_.try_emplace(id, 0); }
 
 void Volume::Resize(NodeId id, std::uint64_t size) {
   const bool shrinks = size < live_.at(id).Size();

@@ -15,15 +15,11 @@ constexpr platform::Handle kHandleStep = 4;
 // The attributes that a caller can set on a file.
 constexpr std::uint32_t kSettableAttributes = 0x27;  // Read-only, hidden, system, archive.
 
-bool Reads(std::uint32_t access) {
-  return (access & (kFileReadData | kFileExecute)) != 0;
-}
+bool Reads(std::uint32_t access) { return (access & (kFileReadData | kFileExecute)) != 0; }
 bool Writes(std::uint32_t access) {
   return (access & (kFileWriteData | platform::kFileAppendData)) != 0;
 }
-bool Deletes(std::uint32_t access) {
-  return (access & platform::kDelete) != 0;
-}
+bool Deletes(std::uint32_t access) { return (access & platform::kDelete) != 0; }
 
 // True when a handle with this access stands in the way of another handle's sharing.
 bool Excluded(std::uint32_t access, std::uint32_t sharing) {
@@ -45,13 +41,9 @@ platform::FindData RecordOf(const Node& node, std::u16string name) {
 
 }  // namespace
 
-Volume& FileSystem::VolumeOf(NodeRef node) const {
-  return world_.volumes()[node.volume];
-}
+Volume& FileSystem::VolumeOf(NodeRef node) const { return world_.volumes()[node.volume]; }
 
-const Node& FileSystem::NodeOf(NodeRef node) const {
-  return VolumeOf(node).node(node.id);
-}
+const Node& FileSystem::NodeOf(NodeRef node) const { return VolumeOf(node).node(node.id); }
 
 // --- Opening -------------------------------------------------------------------------------------
 
@@ -179,9 +171,7 @@ Search* FileSystem::FindSearch(platform::Handle handle) {
   return search == searches_.end() ? nullptr : &search->second;
 }
 
-bool FileSystem::CloseSearch(platform::Handle handle) {
-  return searches_.erase(handle) != 0;
-}
+bool FileSystem::CloseSearch(platform::Handle handle) { return searches_.erase(handle) != 0; }
 
 void FileSystem::Reset() {
   handles_.clear();

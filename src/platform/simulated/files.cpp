@@ -23,9 +23,7 @@ using simulated::World;
 
 namespace {
 
-FileSystem& Files() {
-  return World::Current().files();
-}
+FileSystem& Files() { return World::Current().files(); }
 
 // Leaves a code as the last error, if it is one; true where it is none.
 bool Answer(std::uint32_t code) {

@@ -12,13 +12,9 @@ namespace tolvarine::updater::platform {
 using simulated::Call;
 using simulated::World;
 
-std::uint32_t GetLastError() {
-  return World::Current().last_error;
-}
+std::uint32_t GetLastError() { return World::Current().last_error; }
 
-void SetLastError(std::uint32_t code) {
-  World::Current().last_error = code;
-}
+void SetLastError(std::uint32_t code) { World::Current().last_error = code; }
 
 bool CloseHandle(Handle handle) {
   World& world = World::Current();

@@ -126,17 +126,11 @@ void Store(const Sha256& state, const KernelObjects::Hash& hash) {
 }
 
 // A failed call of this family leaves the last error alone: the status is its whole answer.
-const Fault* Enter(Call call) {
-  return World::Current().Enter(call);
-}
+const Fault* Enter(Call call) { return World::Current().Enter(call); }
 
-Status StatusOf(const Fault& fault) {
-  return static_cast<Status>(fault.code);
-}
+Status StatusOf(const Fault& fault) { return static_cast<Status>(fault.code); }
 
-KernelObjects& Objects() {
-  return World::Current().objects();
-}
+KernelObjects& Objects() { return World::Current().objects(); }
 
 }  // namespace
 

@@ -116,12 +116,8 @@ std::int32_t GetLocaleInfoEx(const char16_t* locale, std::uint32_t type, std::ui
   return kUnitsOfANumber;
 }
 
-bool AreFileApisANSI() {
-  return World::Current().file_apis_ansi;
-}
+bool AreFileApisANSI() { return World::Current().file_apis_ansi; }
 
-std::uint32_t lc_codepage_func() {
-  return World::Current().runtime_code_page;
-}
+std::uint32_t lc_codepage_func() { return World::Current().runtime_code_page; }
 
 }  // namespace tolvarine::updater::platform

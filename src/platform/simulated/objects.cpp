@@ -153,9 +153,7 @@ bool KernelObjects::PassUntil(std::optional<std::uint64_t> moment, std::uint32_t
 
 // --- Hashing ---------------------------------------------------------------------------------
 
-Handle KernelObjects::AddAlgorithm() {
-  return *algorithms_.insert(NextHandle()).first;
-}
+Handle KernelObjects::AddAlgorithm() { return *algorithms_.insert(NextHandle()).first; }
 
 bool KernelObjects::CloseAlgorithm(Handle algorithm) {
   return algorithms_.erase(algorithm) == 1 || CountBadClose(algorithm);

@@ -19,9 +19,7 @@ constexpr std::u16string_view kDeviceRoot = u"GLOBALROOT";
 constexpr std::size_t kNameLimit = 255;
 constexpr int kLinkLimit = 63;
 
-bool IsSeparator(char16_t unit) {
-  return unit == u'\\' || unit == u'/';
-}
+bool IsSeparator(char16_t unit) { return unit == u'\\' || unit == u'/'; }
 
 bool IsDrive(std::u16string_view text) {
   return text.size() >= 2 && text[1] == u':' &&

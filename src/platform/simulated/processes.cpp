@@ -50,9 +50,7 @@ bool ReleaseMutex(Handle mutex) {
 }
 
 // A fixed number on Windows too, which closes nothing and needs no closing.
-Handle GetCurrentProcess() {
-  return ~Handle{0};
-}
+Handle GetCurrentProcess() { return ~Handle{0}; }
 
 bool TerminateProcess(Handle process, std::uint32_t exit_code) {
   return World::Current().objects().TerminateProcess(process, exit_code);

@@ -129,9 +129,7 @@ std::intptr_t StartResult(const World& world, const char16_t* file) {
 
 }  // namespace
 
-const char16_t* GetCommandLineW() {
-  return World::Current().command_line.c_str();
-}
+const char16_t* GetCommandLineW() { return World::Current().command_line.c_str(); }
 
 char16_t** CommandLineToArgvW(const char16_t* command_line, std::int32_t* count) {
   if (const Fault* fault = World::Current().Enter(Call::CommandLineToArgvW)) {
@@ -145,9 +143,7 @@ char16_t** CommandLineToArgvW(const char16_t* command_line, std::int32_t* count)
   return Pack(arguments);
 }
 
-void LocalFree(void* memory) {
-  std::free(memory);
-}
+void LocalFree(void* memory) { std::free(memory); }
 
 std::int32_t MessageBoxW(const char16_t* text, const char16_t* title, std::uint32_t type) {
   constexpr std::int32_t kIdOk = 1;

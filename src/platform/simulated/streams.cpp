@@ -94,9 +94,7 @@ int fflush(Stream* stream) {
   return Drain(stream, LimitOf(fault)) && fault == nullptr ? 0 : kEof;
 }
 
-int ferror(Stream* stream) {
-  return stream->failed ? 1 : 0;
-}
+int ferror(Stream* stream) { return stream->failed ? 1 : 0; }
 
 int fclose(Stream* stream) {
   World& world = World::Current();

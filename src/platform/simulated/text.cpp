@@ -42,9 +42,7 @@ using Widened = Converted<char16_t>;
 
 // --- Characters ------------------------------------------------------------------------------
 
-bool IsSurrogate(char32_t unit) {
-  return unit >= 0xD800 && unit <= 0xDFFF;
-}
+bool IsSurrogate(char32_t unit) { return unit >= 0xD800 && unit <= 0xDFFF; }
 
 // The character at `*at`, which moves past it; nothing for a surrogate without its partner.
 std::optional<char32_t> TakeCharacter(std::u16string_view wide, std::size_t* at) {
@@ -66,9 +64,7 @@ void Append(char32_t character, std::u16string* wide) {
   wide->push_back(static_cast<char16_t>(0xDC00 + ((character - 0x10000) & 0x3FF)));
 }
 
-void AppendByte(char32_t byte, std::string* narrow) {
-  narrow->push_back(static_cast<char>(byte));
-}
+void AppendByte(char32_t byte, std::string* narrow) { narrow->push_back(static_cast<char>(byte)); }
 
 unsigned ByteAt(std::string_view narrow, std::size_t at) {
   return static_cast<unsigned char>(narrow[at]);
@@ -230,9 +226,7 @@ constexpr std::uint32_t kCpWindows1252 = 1252;
 constexpr std::uint32_t kCpDos437 = 437;
 
 // Can hold every character, and takes the strict flag and none of the others.
-bool IsComplete(std::uint32_t code_page) {
-  return code_page == kCpUtf8 || code_page == kCpGb18030;
-}
+bool IsComplete(std::uint32_t code_page) { return code_page == kCpUtf8 || code_page == kCpGb18030; }
 
 bool IsKnown(std::uint32_t code_page) {
   return IsComplete(code_page) || code_page == kCpWindows1252 || code_page == kCpDos437;

@@ -46,9 +46,7 @@ World& World::Current() {
   return *current_world;
 }
 
-void World::MakeCurrent() {
-  current_world = this;
-}
+void World::MakeCurrent() { current_world = this; }
 
 Volume& World::AddVolume(char16_t drive) {
   Volume& volume = volumes_.emplace_back();
@@ -206,9 +204,7 @@ platform::Handle World::Hold(std::u16string_view path, std::uint32_t access,
       .handle;
 }
 
-void World::Release(platform::Handle held) {
-  files_->Close(held);
-}
+void World::Release(platform::Handle held) { files_->Close(held); }
 
 // --- Calls
 // -----------------------------------------------------------------------------------------

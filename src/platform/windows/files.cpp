@@ -55,9 +55,7 @@ struct DispositionFlags {
 };
 constexpr auto kDispositionInfoExClass = static_cast<FILE_INFO_BY_HANDLE_CLASS>(21);
 
-std::uint64_t Joined(DWORD high, DWORD low) {
-  return std::uint64_t{high} << 32 | low;
-}
+std::uint64_t Joined(DWORD high, DWORD low) { return std::uint64_t{high} << 32 | low; }
 
 void Store(const WIN32_FIND_DATAW& native, FindData* data) {
   data->attributes = native.dwFileAttributes;
@@ -110,9 +108,7 @@ bool GetFileSizeEx(Handle file, std::int64_t* size) {
   return done != FALSE;
 }
 
-bool FlushFileBuffers(Handle file) {
-  return ::FlushFileBuffers(Native(file)) != FALSE;
-}
+bool FlushFileBuffers(Handle file) { return ::FlushFileBuffers(Native(file)) != FALSE; }
 
 bool GetFileInformationByHandle(Handle file, ByHandleFileInformation* information) {
   BY_HANDLE_FILE_INFORMATION native = {};
@@ -179,9 +175,7 @@ std::uint32_t GetFinalPathNameByHandleW(Handle file, char16_t* buffer, std::uint
   return ::GetFinalPathNameByHandleW(Native(file), Wide(buffer), size, flags);
 }
 
-std::uint32_t GetFileAttributesW(const char16_t* path) {
-  return ::GetFileAttributesW(Wide(path));
-}
+std::uint32_t GetFileAttributesW(const char16_t* path) { return ::GetFileAttributesW(Wide(path)); }
 
 bool GetFileAttributesExW(const char16_t* path, FileAttributeData* data) {
   WIN32_FILE_ATTRIBUTE_DATA native = {};
@@ -199,9 +193,7 @@ bool CopyFileW(const char16_t* from, const char16_t* to, bool fail_if_exists) {
   return ::CopyFileW(Wide(from), Wide(to), fail_if_exists ? TRUE : FALSE) != FALSE;
 }
 
-bool DeleteFileW(const char16_t* path) {
-  return ::DeleteFileW(Wide(path)) != FALSE;
-}
+bool DeleteFileW(const char16_t* path) { return ::DeleteFileW(Wide(path)) != FALSE; }
 
 bool CreateDirectoryW(const char16_t* path) {
   return ::CreateDirectoryW(Wide(path), /*lpSecurityAttributes=*/nullptr) != FALSE;
@@ -233,8 +225,6 @@ bool FindNextFileW(Handle find, FindData* data) {
   return true;
 }
 
-bool FindClose(Handle find) {
-  return ::FindClose(Native(find)) != FALSE;
-}
+bool FindClose(Handle find) { return ::FindClose(Native(find)) != FALSE; }
 
 }  // namespace tolvarine::updater::platform

@@ -35,17 +35,11 @@ static_assert(kErrorAlreadyExists == ERROR_ALREADY_EXISTS);
 static_assert(kErrorDirectory == ERROR_DIRECTORY);
 static_assert(kErrorNoUnicodeTranslation == ERROR_NO_UNICODE_TRANSLATION);
 
-std::uint32_t GetLastError() {
-  return ::GetLastError();
-}
+std::uint32_t GetLastError() { return ::GetLastError(); }
 
-void SetLastError(std::uint32_t code) {
-  ::SetLastError(code);
-}
+void SetLastError(std::uint32_t code) { ::SetLastError(code); }
 
-bool CloseHandle(Handle handle) {
-  return ::CloseHandle(Native(handle)) != FALSE;
-}
+bool CloseHandle(Handle handle) { return ::CloseHandle(Native(handle)) != FALSE; }
 
 std::uint32_t WaitForSingleObject(Handle handle, std::uint32_t milliseconds) {
   return ::WaitForSingleObject(Native(handle), milliseconds);

@@ -10,6 +10,23 @@ namespace tolvarine::updater::platform {
 namespace {
 
 constexpr ULONG kNoFlags = 0;
+constexpr Status kStatusDllNotFound = static_cast<Status>(0xC0000135);
+
+// The library is not among those that the system loads from its own directory alone: as an import
+// it would be looked for beside the program first, where others may have written.
+HMODULE Library() {
+  static const HMODULE library =
+      ::LoadLibraryExW(L"bcrypt.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
+  return library;
+}
+
+// Calls a function of the library by its name and declared type.
+template <typename Function, typename... Arguments>
+Status Call(const char* name, Arguments... arguments) {
+  const auto function =
+      reinterpret_cast<Function*>(reinterpret_cast<void*>(::GetProcAddress(Library(), name)));
+  return function == nullptr ? kStatusDllNotFound : function(arguments...);
+}
 
 BCRYPT_ALG_HANDLE NativeAlgorithm(AlgorithmHandle algorithm) {
   return reinterpret_cast<BCRYPT_ALG_HANDLE>(algorithm);
@@ -23,21 +40,23 @@ BCRYPT_HASH_HANDLE NativeHash(HashHandle hash) {
 
 Status BCryptOpenAlgorithmProvider(AlgorithmHandle* algorithm, const char16_t* name) {
   BCRYPT_ALG_HANDLE native = nullptr;
-  const Status status = ::BCryptOpenAlgorithmProvider(&native, Wide(name),
-                                                      /*pszImplementation=*/nullptr, kNoFlags);
+  const Status status = Call<decltype(::BCryptOpenAlgorithmProvider)>(
+      "BCryptOpenAlgorithmProvider", &native, Wide(name), static_cast<LPCWSTR>(nullptr), kNoFlags);
   *algorithm = reinterpret_cast<AlgorithmHandle>(native);
   return status;
 }
 
 Status BCryptCloseAlgorithmProvider(AlgorithmHandle algorithm) {
-  return ::BCryptCloseAlgorithmProvider(NativeAlgorithm(algorithm), kNoFlags);
+  return Call<decltype(::BCryptCloseAlgorithmProvider)>("BCryptCloseAlgorithmProvider",
+                                                        NativeAlgorithm(algorithm), kNoFlags);
 }
 
 Status BCryptGetProperty(AlgorithmHandle algorithm, const char16_t* property, void* output,
                          std::uint32_t size, std::uint32_t* written) {
   ULONG count = 0;
-  const Status status = ::BCryptGetProperty(NativeAlgorithm(algorithm), Wide(property),
-                                            static_cast<PUCHAR>(output), size, &count, kNoFlags);
+  const Status status = Call<decltype(::BCryptGetProperty)>(
+      "BCryptGetProperty", NativeAlgorithm(algorithm), Wide(property), static_cast<PUCHAR>(output),
+      size, &count, kNoFlags);
   *written = count;
   return status;
 }
@@ -45,9 +64,9 @@ Status BCryptGetProperty(AlgorithmHandle algorithm, const char16_t* property, vo
 Status BCryptCreateHash(AlgorithmHandle algorithm, HashHandle* hash, void* object,
                         std::uint32_t size) {
   BCRYPT_HASH_HANDLE native = nullptr;
-  const Status status =
-      ::BCryptCreateHash(NativeAlgorithm(algorithm), &native, static_cast<PUCHAR>(object), size,
-                         /*pbSecret=*/nullptr, /*cbSecret=*/0, kNoFlags);
+  const Status status = Call<decltype(::BCryptCreateHash)>(
+      "BCryptCreateHash", NativeAlgorithm(algorithm), &native, static_cast<PUCHAR>(object), size,
+      static_cast<PUCHAR>(nullptr), ULONG{0}, kNoFlags);
   *hash = reinterpret_cast<HashHandle>(native);
   return status;
 }
@@ -55,15 +74,17 @@ Status BCryptCreateHash(AlgorithmHandle algorithm, HashHandle* hash, void* objec
 Status BCryptHashData(HashHandle hash, const void* data, std::uint32_t size) {
   // The system declares the data as writable but only reads it.
   const auto bytes = static_cast<PUCHAR>(const_cast<void*>(data));
-  return ::BCryptHashData(NativeHash(hash), bytes, size, kNoFlags);
+  return Call<decltype(::BCryptHashData)>("BCryptHashData", NativeHash(hash), bytes, size,
+                                          kNoFlags);
 }
 
 Status BCryptFinishHash(HashHandle hash, void* digest, std::uint32_t size) {
-  return ::BCryptFinishHash(NativeHash(hash), static_cast<PUCHAR>(digest), size, kNoFlags);
+  return Call<decltype(::BCryptFinishHash)>("BCryptFinishHash", NativeHash(hash),
+                                            static_cast<PUCHAR>(digest), size, kNoFlags);
 }
 
 Status BCryptDestroyHash(HashHandle hash) {
-  return ::BCryptDestroyHash(NativeHash(hash));
+  return Call<decltype(::BCryptDestroyHash)>("BCryptDestroyHash", NativeHash(hash));
 }
 
 }  // namespace tolvarine::updater::platform

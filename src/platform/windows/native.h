@@ -14,18 +14,10 @@ namespace tolvarine::updater::platform {
 
 static_assert(sizeof(wchar_t) == sizeof(char16_t), "the system's text is made of 16-bit units");
 
-inline const wchar_t* Wide(const char16_t* text) {
-  return reinterpret_cast<const wchar_t*>(text);
-}
-inline wchar_t* Wide(char16_t* text) {
-  return reinterpret_cast<wchar_t*>(text);
-}
+inline const wchar_t* Wide(const char16_t* text) { return reinterpret_cast<const wchar_t*>(text); }
+inline wchar_t* Wide(char16_t* text) { return reinterpret_cast<wchar_t*>(text); }
 
-inline HANDLE Native(Handle handle) {
-  return reinterpret_cast<HANDLE>(handle);
-}
-inline Handle FromNative(HANDLE handle) {
-  return reinterpret_cast<Handle>(handle);
-}
+inline HANDLE Native(Handle handle) { return reinterpret_cast<HANDLE>(handle); }
+inline Handle FromNative(HANDLE handle) { return reinterpret_cast<Handle>(handle); }
 
 }  // namespace tolvarine::updater::platform

@@ -39,13 +39,9 @@ Handle CreateMutexW(bool initial_owner, const char16_t* name) {
       ::CreateMutexW(/*lpMutexAttributes=*/nullptr, initial_owner ? TRUE : FALSE, Wide(name)));
 }
 
-bool ReleaseMutex(Handle mutex) {
-  return ::ReleaseMutex(Native(mutex)) != FALSE;
-}
+bool ReleaseMutex(Handle mutex) { return ::ReleaseMutex(Native(mutex)) != FALSE; }
 
-Handle GetCurrentProcess() {
-  return FromNative(::GetCurrentProcess());
-}
+Handle GetCurrentProcess() { return FromNative(::GetCurrentProcess()); }
 
 bool TerminateProcess(Handle process, std::uint32_t exit_code) {
   return ::TerminateProcess(Native(process), exit_code) != FALSE;

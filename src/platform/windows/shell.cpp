@@ -11,9 +11,7 @@ static_assert(kMessageBoxIconError == MB_ICONERROR);
 static_assert(kMessageBoxIconWarning == MB_ICONWARNING);
 static_assert(kShowNormal == SW_SHOWNORMAL);
 
-const char16_t* GetCommandLineW() {
-  return reinterpret_cast<const char16_t*>(::GetCommandLineW());
-}
+const char16_t* GetCommandLineW() { return reinterpret_cast<const char16_t*>(::GetCommandLineW()); }
 
 char16_t** CommandLineToArgvW(const char16_t* command_line, std::int32_t* count) {
   int native_count = 0;
@@ -22,9 +20,7 @@ char16_t** CommandLineToArgvW(const char16_t* command_line, std::int32_t* count)
   return reinterpret_cast<char16_t**>(arguments);
 }
 
-void LocalFree(void* memory) {
-  ::LocalFree(memory);
-}
+void LocalFree(void* memory) { ::LocalFree(memory); }
 
 std::int32_t MessageBoxW(const char16_t* text, const char16_t* title, std::uint32_t type) {
   return ::MessageBoxW(/*hWnd=*/nullptr, Wide(text), Wide(title), type);

@@ -14,9 +14,7 @@ namespace {
 
 constexpr std::size_t kByte = 1;  // The size of an item, so that the runtime counts in bytes.
 
-FILE* Native(Stream* stream) {
-  return reinterpret_cast<FILE*>(stream);
-}
+FILE* Native(Stream* stream) { return reinterpret_cast<FILE*>(stream); }
 
 }  // namespace
 
@@ -32,16 +30,10 @@ std::size_t fwrite(const void* buffer, std::size_t size, Stream* stream) {
   return ::fwrite(buffer, kByte, size, Native(stream));
 }
 
-int fflush(Stream* stream) {
-  return ::fflush(Native(stream));
-}
+int fflush(Stream* stream) { return ::fflush(Native(stream)); }
 
-int ferror(Stream* stream) {
-  return ::ferror(Native(stream));
-}
+int ferror(Stream* stream) { return ::ferror(Native(stream)); }
 
-int fclose(Stream* stream) {
-  return ::fclose(Native(stream));
-}
+int fclose(Stream* stream) { return ::fclose(Native(stream)); }
 
 }  // namespace tolvarine::updater::platform

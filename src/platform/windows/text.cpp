@@ -70,13 +70,9 @@ std::int32_t GetLocaleInfoEx(const char16_t* locale, std::uint32_t type, std::ui
   return length;
 }
 
-bool AreFileApisANSI() {
-  return ::AreFileApisANSI() != FALSE;
-}
+bool AreFileApisANSI() { return ::AreFileApisANSI() != FALSE; }
 
-std::uint32_t lc_codepage_func() {
-  return ::___lc_codepage_func();
-}
+std::uint32_t lc_codepage_func() { return ::___lc_codepage_func(); }
 
 std::uint32_t wcstoul(const char16_t* text, const char16_t** end, int base) {
   wchar_t* stop = nullptr;
