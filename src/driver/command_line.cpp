@@ -115,7 +115,7 @@ bool ParseArguments(std::int32_t count, const char16_t* const* vector,
   for (std::int32_t i = 1; i + 1 < count; i += 2) {
     const std::u16string_view name = vector[i];
     if (!seen.insert(name).second) return false;
-    const auto option = std::ranges::find(kOptions, name, &Option::name);
+    const auto* const option = std::ranges::find(kOptions, name, &Option::name);
     if (option == kOptions.end() || !option->fill(arguments, vector[i + 1])) return false;
   }
   return IsComplete(arguments, seen);

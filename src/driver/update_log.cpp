@@ -110,11 +110,11 @@ Path& UpdateLogPath() {
   return path;
 }
 
-void WriteUpdateLog(std::u16string_view level, std::u16string message) noexcept {
+void WriteUpdateLog(std::u16string_view level, std::u16string_view message) noexcept {
   if (UpdateLogPath().empty()) return;
   try {
-    const std::u16string escaped = Escaped(message);
-    const std::string record = LenientUtf8(Prefix(level) + escaped + u"\r\n");
+    const std::u16string text = Escaped(message);
+    const std::string record = LenientUtf8(Prefix(level) + text + u"\r\n");
     if (!record.empty()) AppendToLog(record);
   } catch (...) {
     // The record is dropped.

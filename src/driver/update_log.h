@@ -23,6 +23,6 @@ inline constexpr std::u16string_view kLogWarning = u"WARNING";
 [[nodiscard]] Path& UpdateLogPath();
 
 // Appends one record with a single write. Raises nothing.
-void WriteUpdateLog(std::u16string_view level, std::u16string message) noexcept;
+void WriteUpdateLog(std::u16string_view level, std::u16string_view message) noexcept;
 
 }  // namespace tolvarine::updater

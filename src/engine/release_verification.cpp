@@ -1,9 +1,9 @@
 #include "engine/release_verification.h"
 
 #include <algorithm>
-#include <compare>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "files/canonical_path.h"
@@ -26,7 +26,10 @@ struct TreeItem {
   std::string key;  // GenericUtf8Path of the path below the root.
   std::uint64_t size = 0;
 
-  auto operator<=>(const TreeItem&) const = default;
+  bool operator==(const TreeItem&) const = default;
+  bool operator<(const TreeItem& other) const {
+    return std::tie(key, size) < std::tie(other.key, other.size);
+  }
 };
 
 // Raises `refusal` for a reparse point of any kind, which FileKind would not tell.
@@ -57,7 +60,7 @@ std::vector<TreeItem> ActualItems(const Path& source_root) {
   const std::uint32_t code = EnumerateTree(
       source_root, [&](const TreeEntry& entry) { return CollectItem(source_root, entry, items); });
   if (code != 0) throw SystemError(code);
-  std::ranges::sort(items);
+  std::sort(items.begin(), items.end());
   return items;
 }
 
@@ -66,7 +69,7 @@ std::vector<TreeItem> ExpectedItems(const SourceInventory& inventory) {
   for (const SourceInventoryEntry& row : inventory) {
     items.push_back({GenericUtf8Path(row.path), row.size});
   }
-  std::ranges::sort(items);
+  std::sort(items.begin(), items.end());
   return items;
 }
 

@@ -58,8 +58,7 @@ void SortDirectories(std::vector<JournalDirectory>& directories) {
   const auto same = [](const JournalDirectory& a, const JournalDirectory& b) {
     return SamePathKey(a.path, b.path);
   };
-  const auto repeated = std::ranges::unique(directories, same);
-  directories.erase(repeated.begin(), repeated.end());
+  directories.erase(std::unique(directories.begin(), directories.end(), same), directories.end());
 }
 
 }  // namespace

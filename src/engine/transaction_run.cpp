@@ -1,6 +1,7 @@
 #include "engine/transaction_run.h"
 
 #include <stdexcept>
+#include <utility>
 
 #include "engine/apply.h"
 #include "engine/baseline_backup.h"
@@ -18,7 +19,7 @@ namespace {
 
 class TransactionRun {
  public:
-  explicit TransactionRun(const TransactionRequest& request) : request_(request) {}
+  explicit TransactionRun(TransactionRequest request) : request_(std::move(request)) {}
 
   TransactionResult Execute(std::string* error);
 
@@ -36,9 +37,9 @@ class TransactionRun {
   void RollBackAndCleanUp();
   void HandleFailure(const std::string& message);
   void ActOnFailure(const std::string& message);
-  TransactionResult Result() const;
+  [[nodiscard]] TransactionResult Result() const;
 
-  bool RestoresBaseline() const {
+  [[nodiscard]] bool RestoresBaseline() const {
     return request_.recovery_policy == RecoveryPolicy::RestoreBaseline;
   }
 

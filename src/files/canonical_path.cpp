@@ -106,7 +106,7 @@ bool IsInsideRoot(PathView path, PathView root) {
 Path SafeJoin(PathView root, PathView relative, std::string_view label) {
   const auto unsafe = [&] { return std::runtime_error("Unsafe " + std::string(label) + " path"); };
   if (!IsSafeReleasePath(relative)) throw unsafe();
-  const Path joined = LexicallyNormal(JoinPath(root, relative));
+  Path joined = LexicallyNormal(JoinPath(root, relative));
   if (!IsInsideRoot(joined, root)) throw unsafe();
   std::uint32_t code = 0;
   const Path resolved = WeaklyCanonicalize(joined, code);

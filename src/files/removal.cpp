@@ -107,7 +107,7 @@ TreeRemovalResult RemoveEntryOrTree(const Path& path) {
   if (status.kind == FileKind::none) return {0, status.error};
   if (status.kind == FileKind::directory) return RemoveTree(path);
   const RemovalResult result = RemoveEntry(path);
-  return {result.removed ? 1u : 0u, result.error};
+  return {result.removed ? 1U : 0U, result.error};
 }
 
 }  // namespace

@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "journal/journal_text.h"
 #include "lists/release_path.h"
 #include "text/decimal.h"
@@ -11,39 +13,46 @@ namespace {
 constexpr std::size_t kFixedBytes = 400;
 constexpr std::size_t kRowBytes = 160;
 
-template <typename Number>
-void AppendNumberLine(std::string& text, std::string_view keyword, Number number) {
-  text.append(keyword);
-  text.push_back(' ');
-  AppendDecimal(text, number);
-  text.push_back('\n');
+// The text under construction. It is built in one allocation, and so is the UTF-8 form of paths.
+class Writer {
+ public:
+  explicit Writer(std::size_t expected_size) { text_.reserve(expected_size); }
+
+  Writer& Text(std::string_view text) {
+    text_.append(text);
+    return *this;
+  }
+  template <typename Number>
+  Writer& Decimal(Number number) {
+    AppendDecimal(text_, number);
+    return *this;
+  }
+  Writer& Hex(std::string_view bytes) {
+    AppendHex(text_, bytes);
+    return *this;
+  }
+  Writer& HexPath(PathView path) {
+    path_bytes_.clear();
+    AppendGenericUtf8Path(path_bytes_, path);
+    return Hex(path_bytes_);
+  }
+
+  [[nodiscard]] std::string Take() { return std::move(text_); }
+
+ private:
+  std::string text_;
+  std::string path_bytes_;
+};
+
+void WriteEntry(Writer& writer, const JournalEntry& entry) {
+  writer.Text("entry ").HexPath(entry.path).Text(" ").Decimal(entry.size);
+  writer.Text(" ").Text(entry.sha256).Text(entry.baseline_exists ? " 1 " : " 0 ");
+  writer.Decimal(entry.baseline_size).Text(" ").Decimal(entry.baseline_hash);
+  writer.Text(" ").Decimal(static_cast<std::int32_t>(entry.kind)).Text("\n");
 }
 
-void AppendHexLine(std::string& text, std::string_view keyword, std::string_view bytes) {
-  text.append(keyword);
-  text.push_back(' ');
-  AppendHex(text, bytes);
-  text.push_back('\n');
-}
-
-void AppendEntryLine(std::string& text, const JournalEntry& entry) {
-  text.append("entry ");
-  AppendHex(text, GenericUtf8Path(entry.path));
-  text.push_back(' ');
-  AppendDecimal(text, entry.size);
-  text.push_back(' ');
-  text.append(entry.sha256);
-  text.append(entry.baseline_exists ? " 1 " : " 0 ");
-  AppendDecimal(text, entry.baseline_size);
-  text.push_back(' ');
-  AppendDecimal(text, entry.baseline_hash);
-  text.push_back(' ');
-  AppendDecimal(text, static_cast<std::int32_t>(entry.kind));
-  text.push_back('\n');
-}
-
-// Enough for the whole text where paths are ASCII, so that it is built in one allocation.
-std::size_t EstimatedSize(const TransactionJournal& journal) {
+// Enough for the whole text where paths are ASCII.
+std::size_t ExpectedSize(const TransactionJournal& journal) {
   std::size_t size = kFixedBytes + 2 * (journal.error.size() + journal.target.size());
   for (const JournalEntry& entry : journal.entries) size += kRowBytes + 2 * entry.path.size();
   for (const JournalDirectory& directory : journal.directories) {
@@ -55,33 +64,32 @@ std::size_t EstimatedSize(const TransactionJournal& journal) {
 }  // namespace
 
 std::string FormatJournalBody(const TransactionJournal& journal) {
-  std::string text;
-  text.reserve(EstimatedSize(journal));
-  text.append(kJournalMagic);
-  AppendNumberLine(text, "generation", journal.generation);
-  AppendNumberLine(text, "phase", static_cast<std::int32_t>(journal.phase));
-  AppendHexLine(text, "target", GenericUtf8Path(journal.target));
-  AppendNumberLine(text, "backup", journal.backup);
-  AppendNumberLine(text, "apply", journal.apply);
-  AppendNumberLine(text, "rollback", journal.rollback);
-  text.append("intent ");
-  AppendDecimal(text, static_cast<std::int32_t>(journal.intent));
-  text.push_back(' ');
-  AppendDecimal(text, journal.intent_entry);
-  text.push_back('\n');
-  AppendHexLine(text, "error", journal.error);
-  AppendNumberLine(text, "entries", journal.entries.size());
-  for (const JournalEntry& entry : journal.entries) AppendEntryLine(text, entry);
-  AppendNumberLine(text, "directories", journal.directories.size());
+  Writer writer(ExpectedSize(journal));
+  writer.Text(kJournalMagic);
+  writer.Text("generation ").Decimal(journal.generation);
+  writer.Text("\nphase ").Decimal(static_cast<std::int32_t>(journal.phase));
+  writer.Text("\ntarget ").HexPath(journal.target);
+  writer.Text("\nbackup ").Decimal(journal.backup);
+  writer.Text("\napply ").Decimal(journal.apply);
+  writer.Text("\nrollback ").Decimal(journal.rollback);
+  writer.Text("\nintent ").Decimal(static_cast<std::int32_t>(journal.intent));
+  writer.Text(" ").Decimal(journal.intent_entry);
+  writer.Text("\nerror ").Hex(journal.error);
+  writer.Text("\nentries ").Decimal(journal.entries.size()).Text("\n");
+  for (const JournalEntry& entry : journal.entries) WriteEntry(writer, entry);
+  writer.Text("directories ").Decimal(journal.directories.size()).Text("\n");
   for (const JournalDirectory& directory : journal.directories) {
-    AppendHexLine(text, "directory", GenericUtf8Path(directory.path));
+    writer.Text("directory ").HexPath(directory.path).Text("\n");
   }
-  return text;
+  return writer.Take();
 }
 
 std::string SerializeJournal(const TransactionJournal& journal) {
   std::string text = FormatJournalBody(journal);
-  AppendNumberLine(text, "checksum", Fnv1a64(text));
+  const std::uint64_t checksum = Fnv1a64(text);
+  text.append("checksum ");
+  AppendDecimal(text, checksum);
+  text.push_back('\n');
   return text;
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 
@@ -71,9 +72,15 @@ bool IsSafeReleasePath(PathView path) {
 }
 
 std::string GenericUtf8Path(PathView path) {
-  std::string text = Utf8FromUtf16(path);
-  std::ranges::replace(text, '\\', '/');
+  std::string text;
+  AppendGenericUtf8Path(text, path);
   return text;
+}
+
+void AppendGenericUtf8Path(std::string& text, PathView path) {
+  const auto start = static_cast<std::ptrdiff_t>(text.size());
+  AppendUtf8(text, path);
+  std::replace(text.begin() + start, text.end(), '\\', '/');
 }
 
 Path PathFromUtf8(std::string_view bytes) { return Utf16FromUtf8(bytes); }

@@ -29,6 +29,9 @@ inline constexpr PathView kApplicationPath = u"Tolvarine.exe";
 // Raises SystemError for a lone surrogate.
 [[nodiscard]] std::string GenericUtf8Path(PathView path);
 
+// The same, put behind what `text` already holds.
+void AppendGenericUtf8Path(std::string& text, PathView path);
+
 // The path that strict UTF-8 spells; separators stay as they are. Raises SystemError for anything
 // that is not well-formed.
 [[nodiscard]] Path PathFromUtf8(std::string_view bytes);

@@ -22,9 +22,10 @@ bool IsSoundRow(const SourceInventoryEntry& row) {
 
 // A line is "path:size:digest"; the digest may still be anything without a colon.
 SourceInventoryEntry ParseRow(std::string_view line) {
+  constexpr std::size_t kNone = std::string_view::npos;
   const std::size_t first = line.find(':');
-  const std::size_t second = first == line.npos ? line.npos : line.find(':', first + 1);
-  if (second == line.npos || line.find(':', second + 1) != line.npos) {
+  const std::size_t second = first == kNone ? kNone : line.find(':', first + 1);
+  if (second == kNone || line.find(':', second + 1) != kNone) {
     throw std::runtime_error(kMalformedText);
   }
   const auto path = DecodeHex(line.substr(0, first));

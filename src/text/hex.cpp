@@ -16,10 +16,13 @@ int DigitValue(char digit) {
 }  // namespace
 
 void AppendHex(std::string& text, std::string_view bytes) {
+  const std::size_t start = text.size();
+  text.resize(start + bytes.size() * 2);
+  char* digit = text.data() + start;
   for (const char byte : bytes) {
     const auto value = static_cast<unsigned char>(byte);
-    text.push_back(kDigits[value >> 4]);
-    text.push_back(kDigits[value & 0xF]);
+    *digit++ = kDigits[value >> 4];
+    *digit++ = kDigits[value & 0xF];
   }
 }
 

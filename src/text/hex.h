@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -20,13 +21,10 @@ inline constexpr std::size_t kSha256DigitCount = 64;
 // True for exactly 64 units of 0-9 and a-f, the one spelling of a digest and of an identifier.
 template <typename Unit>
 [[nodiscard]] bool IsLowerHex64(std::basic_string_view<Unit> text) {
-  if (text.size() != kSha256DigitCount) return false;
-  for (const Unit unit : text) {
-    const bool digit = unit >= Unit{'0'} && unit <= Unit{'9'};
-    const bool letter = unit >= Unit{'a'} && unit <= Unit{'f'};
-    if (!digit && !letter) return false;
-  }
-  return true;
+  const auto lower_digit = [](Unit unit) {
+    return (unit >= Unit{'0'} && unit <= Unit{'9'}) || (unit >= Unit{'a'} && unit <= Unit{'f'});
+  };
+  return text.size() == kSha256DigitCount && std::ranges::all_of(text, lower_digit);
 }
 
 }  // namespace tolvarine::updater

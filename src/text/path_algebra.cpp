@@ -51,12 +51,11 @@ NormalForm ResolveDots(const std::vector<PathView>& components, bool rooted) {
   for (const PathView component : components) {
     normal.trailing_separator = component.empty() || component == u".";
     if (normal.trailing_separator) continue;
-    if (component != u"..") {
-      normal.components.push_back(component);
-    } else if (!normal.components.empty() && normal.components.back() != u"..") {
+    const bool climbs = component == u"..";
+    if (climbs && !normal.components.empty() && normal.components.back() != u"..") {
       normal.components.pop_back();
       normal.trailing_separator = true;
-    } else if (!rooted) {
+    } else if (!climbs || !rooted) {
       normal.components.push_back(component);
     }
   }
@@ -224,7 +223,7 @@ Path LexicallyRelative(PathView path, PathView base) {
 
   const PathParts base_parts = DividePath(base);
   const std::size_t base_root =
-      (base_parts.root_name.empty() ? 0u : 1u) + (base_parts.root_directory.empty() ? 0u : 1u);
+      (base_parts.root_name.empty() ? 0U : 1U) + (base_parts.root_directory.empty() ? 0U : 1U);
   const int climb = Depth(base_elements, std::max(same, base_root));
   if (climb < 0) return {};
   if (climb == 0 && (same == elements.size() || elements[same].empty())) return u".";

@@ -24,7 +24,13 @@ std::int32_t CheckedLength(std::size_t length) {
 }  // namespace
 
 std::string Utf8FromUtf16(std::u16string_view wide) {
-  if (wide.empty()) return {};
+  std::string utf8;
+  AppendUtf8(utf8, wide);
+  return utf8;
+}
+
+void AppendUtf8(std::string& text, std::u16string_view wide) {
+  if (wide.empty()) return;
   const std::int32_t length = CheckedLength(wide.size());
   const auto convert = [&](char* output, std::int32_t size) {
     const std::int32_t written =
@@ -34,9 +40,9 @@ std::string Utf8FromUtf16(std::u16string_view wide) {
     return written;
   };
   const std::int32_t size = convert(nullptr, 0);
-  std::string utf8(static_cast<std::size_t>(size), '\0');
-  convert(utf8.data(), size);
-  return utf8;
+  const std::size_t start = text.size();
+  text.resize(start + static_cast<std::size_t>(size));
+  convert(text.data() + start, size);
 }
 
 std::u16string Utf16FromUtf8(std::string_view utf8) {
