@@ -35,11 +35,59 @@ class ArgumentVector {
   }
 
  private:
-  std::int32_t count_ = 0;
+  std::int32_t count_ = 0;  // Before the vector, whose initializer sets it.
   char16_t** arguments_;
 };
 
-// The record is on the disk before the box can block.
+// The steps, in the order in which they are taken.
+ExitCode Fail(const std::u16string& message, ExitCode code);
+const char16_t* RefusalOfApplicationWait(const UpdaterArguments& arguments);
+TransactionPhase RunInstallation(const UpdaterArguments& arguments, std::string& details);
+std::u16string FailureMessage(TransactionPhase status, std::string_view details);
+bool PublishMarkers(const UpdaterArguments& arguments);
+void WarnOfDeferredCleanup();
+bool RestartApplication(const UpdaterArguments& arguments);
+
+// The lock is held from its acquisition on through every box and the restart, so that a further
+// updater steps aside.
+ExitCode RunSequence(const ArgumentVector& vector) {
+  UpdaterArguments arguments;
+  if (!vector.ParseInto(arguments)) {
+    return Fail(u"Invalid updater arguments.", ExitCode::InvalidArguments);
+  }
+  const std::u16string refusal = ValidateRequest(arguments);
+  if (!refusal.empty()) {
+    return Fail(u"The update source, target, or state path failed safety validation. " + refusal,
+                ExitCode::InvalidRequest);
+  }
+  UpdateLogPath() = JoinPath(arguments.target, u"log.txt");
+
+  InstallationLock lock(arguments.install_key);
+  const LockAcquireResult acquired = lock.Acquire(kLockTimeout);
+  if (acquired == LockAcquireResult::Failed) {
+    return Fail(u"Could not create the update transaction lock.", ExitCode::InvalidRequest);
+  }
+  // Another updater is at work: not an error, and not a word.
+  if (acquired == LockAcquireResult::TimedOut) return ExitCode::Done;
+
+  const char16_t* const still_running = RefusalOfApplicationWait(arguments);
+  if (still_running != nullptr) return Fail(still_running, ExitCode::ApplicationRunning);
+
+  std::string details;
+  const TransactionPhase status = RunInstallation(arguments, details);
+  if (status != TransactionPhase::Committed) {
+    return Fail(FailureMessage(status, details), ExitCode::UpdateFailed);
+  }
+  const bool published = PublishMarkers(arguments);
+  if (!published) WarnOfDeferredCleanup();
+  if (!RestartApplication(arguments)) {
+    return Fail(u"The update was installed, but the application could not be restarted.",
+                ExitCode::RestartFailed);
+  }
+  return published ? ExitCode::Done : ExitCode::CleanupDeferred;
+}
+
+// The record is written before the box can block.
 void ShowFatalError(const std::u16string& message) {
   WriteUpdateLog(kLogError, message);
   platform::MessageBoxW(message.c_str(), kErrorTitle, platform::kMessageBoxIconError);
@@ -50,8 +98,35 @@ ExitCode Fail(const std::u16string& message, ExitCode code) {
   return code;
 }
 
+// Null when the application has ended, or none was named.
+const char16_t* RefusalOfApplicationWait(const UpdaterArguments& arguments) {
+  if (arguments.wait_pid == 0) return nullptr;
+  const ProcessWaitResult result = WaitForApplicationExit(
+      arguments.wait_pid, arguments.wait_process_created_at, kApplicationExitTimeout);
+  if (IsProcessWaitSafe(result)) return nullptr;
+  return result == ProcessWaitResult::TimedOut
+             ? u"The running application did not exit in time. No files were changed."
+             : u"Could not safely verify that the running application exited. No files were "
+               u"changed.";
+}
+
 Path TransactionDirectory(const UpdaterArguments& arguments) {
   return JoinPath(arguments.workspace, u"transaction");
+}
+
+TransactionPhase RunInstallation(const UpdaterArguments& arguments, std::string& details) {
+  const TransactionRequest request{.source = arguments.source,
+                                   .target = arguments.target,
+                                   .transaction = TransactionDirectory(arguments),
+                                   .inventory = arguments.source_inventory,
+                                   .recovery_policy = RecoveryPolicy::ResumeForward,
+                                   .crash_hook = {},
+                                   .managed_deletions = arguments.managed_deletions};
+  const TransactionPhase status = RunTransaction(request, &details).status;
+  if (status != TransactionPhase::None) {
+    RemoveEntry(JoinPath(arguments.workspace, u"launched.json"));
+  }
+  return status;
 }
 
 const char16_t* BaseMessage(TransactionPhase status) {
@@ -67,7 +142,14 @@ const char16_t* BaseMessage(TransactionPhase status) {
   }
 }
 
-// True when the update is published in full; what is left otherwise is the application's to finish.
+std::u16string FailureMessage(TransactionPhase status, std::string_view details) {
+  std::u16string message = BaseMessage(status);
+  if (!details.empty()) message.append(kDetailsSeparator).append(WidenBytes(details));
+  return message;
+}
+
+// Publishes the installed manifest, finalizes the markers and deletes the archive. True when the
+// completed marker stands; what could not be removed beside it does not count.
 bool PublishMarkers(const UpdaterArguments& arguments) {
   if (!CopyMarkerDurably(arguments.state_file, arguments.installed_manifest_file)) return false;
   const TransactionFinalizeRequest request{.transaction = TransactionDirectory(arguments),
@@ -93,80 +175,6 @@ bool RestartApplication(const UpdaterArguments& arguments) {
                                  platform::kShowNormal) > kLastShellError;
 }
 
-ExitCode PublishAndRestart(const UpdaterArguments& arguments) {
-  const bool published = PublishMarkers(arguments);
-  if (!published) WarnOfDeferredCleanup();
-  if (!RestartApplication(arguments)) {
-    return Fail(u"The update was installed, but the application could not be restarted.",
-                ExitCode::RestartFailed);
-  }
-  return published ? ExitCode::Done : ExitCode::CleanupDeferred;
-}
-
-ExitCode Install(const UpdaterArguments& arguments) {
-  const TransactionRequest request{.source = arguments.source,
-                                   .target = arguments.target,
-                                   .transaction = TransactionDirectory(arguments),
-                                   .inventory = arguments.source_inventory,
-                                   .recovery_policy = RecoveryPolicy::ResumeForward,
-                                   .crash_hook = {},
-                                   .managed_deletions = arguments.managed_deletions};
-  std::string details;
-  const TransactionPhase status = RunTransaction(request, &details).status;
-  if (status != TransactionPhase::None) {
-    RemoveEntry(JoinPath(arguments.workspace, u"launched.json"));
-  }
-  if (status == TransactionPhase::Committed) return PublishAndRestart(arguments);
-  std::u16string message = BaseMessage(status);
-  if (!details.empty()) message.append(kDetailsSeparator).append(WidenBytes(details));
-  return Fail(message, ExitCode::UpdateFailed);
-}
-
-ExitCode WaitAndInstall(const UpdaterArguments& arguments) {
-  if (arguments.wait_pid != 0) {
-    const ProcessWaitResult result = WaitForApplicationExit(
-        arguments.wait_pid, arguments.wait_process_created_at, kApplicationExitTimeout);
-    if (result == ProcessWaitResult::TimedOut) {
-      return Fail(u"The running application did not exit in time. No files were changed.",
-                  ExitCode::ApplicationRunning);
-    }
-    if (!IsProcessWaitSafe(result)) {
-      return Fail(
-          u"Could not safely verify that the running application exited. No files were changed.",
-          ExitCode::ApplicationRunning);
-    }
-  }
-  return Install(arguments);
-}
-
-// The lock is held through every box and the restart, so that a further updater steps aside.
-ExitCode LockAndInstall(const UpdaterArguments& arguments) {
-  InstallationLock lock(arguments.install_key);
-  switch (lock.Acquire(kLockTimeout)) {
-    case LockAcquireResult::Acquired:
-      return WaitAndInstall(arguments);
-    case LockAcquireResult::TimedOut:
-      return ExitCode::Done;  // Another updater is at work: not an error, and not a word.
-    case LockAcquireResult::Failed:
-      break;
-  }
-  return Fail(u"Could not create the update transaction lock.", ExitCode::InvalidRequest);
-}
-
-ExitCode RunSequence(const ArgumentVector& vector) {
-  UpdaterArguments arguments;
-  if (!vector.ParseInto(arguments)) {
-    return Fail(u"Invalid updater arguments.", ExitCode::InvalidArguments);
-  }
-  const std::u16string refusal = ValidateRequest(arguments);
-  if (!refusal.empty()) {
-    return Fail(u"The update source, target, or state path failed safety validation. " + refusal,
-                ExitCode::InvalidRequest);
-  }
-  UpdateLogPath() = JoinPath(arguments.target, u"log.txt");
-  return LockAndInstall(arguments);
-}
-
 bool FlushTemporary(const Path& temporary) {
   const FileHandle file(platform::CreateFileW(
       temporary.c_str(), platform::kGenericRead | platform::kGenericWrite, platform::kFileShareRead,
@@ -184,7 +192,8 @@ std::int32_t RunUpdater() {
 bool CopyMarkerDurably(const Path& source, const Path& destination) {
   const Path temporary = destination + u".tmp";
   platform::DeleteFileW(temporary.c_str());
-  if (!platform::CopyFileW(source.c_str(), temporary.c_str(), false)) return false;
+  if (!platform::CopyFileW(source.c_str(), temporary.c_str(), /*fail_if_exists=*/false))
+    return false;
   const bool published =
       FlushTemporary(temporary) &&
       platform::MoveFileExW(temporary.c_str(), destination.c_str(),

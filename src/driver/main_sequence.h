@@ -15,14 +15,14 @@
 
 namespace tolvarine::updater {
 
-// The exit codes. 1 is never used.
+// The exit codes. 1 is never used. "Nothing changed" leaves out a record in the update log.
 enum class ExitCode : std::int32_t {
   Done = 0,                // Installed and restarted; also: another updater holds the lock.
-  InvalidArguments = 2,    // The command line was refused. Nothing was changed.
-  InvalidRequest = 3,      // Validation failed, or the lock could not be had. Nothing was changed.
-  ApplicationRunning = 4,  // The application could not be shown to have ended. Nothing was changed.
+  InvalidArguments = 2,    // The command line was refused. Nothing changed.
+  InvalidRequest = 3,      // A path was refused, or the lock could not be made. Nothing changed.
+  ApplicationRunning = 4,  // The application could not be shown to have ended. Nothing changed.
   UpdateFailed = 5,        // The transaction did not end installed.
-  RestartFailed = 6,       // Installed, but the application could not be started.
+  RestartFailed = 6,       // Installed, cleaned up or not, but the application was not started.
   CleanupDeferred = 7,     // Installed and restarted; the application finishes the cleanup.
 };
 
@@ -31,8 +31,9 @@ enum class ExitCode : std::int32_t {
 // run.
 [[nodiscard]] std::int32_t RunUpdater();
 
-// Copies a marker so that the destination appears whole or not at all, through a temporary with
-// ".tmp" appended to the destination. False on failure; the destination is then as it was.
+// Copies a marker through a temporary, which has ".tmp" appended to the destination and replaces a
+// stale one. On success the destination holds the whole copy, durably. On failure, of which no code
+// tells more, it is as it was, and the temporary is removed as far as it can be.
 [[nodiscard]] bool CopyMarkerDurably(const Path& source, const Path& destination);
 
 // Each byte as one unit, by signed extension: bytes from 0x80 on are not decoded.

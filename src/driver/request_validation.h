@@ -3,9 +3,10 @@
 //
 //     S                            named by the installation's key
 //     S\installed-manifest.json    the installed manifest
-//     S\s\K                        the authenticated stages of this update; the source is at or
-//     below S\updates\<update id>        W, the protected update workspace W\pending.json the
-//     pending marker W\completed.json             the completed marker
+//     S\s\K                        the authenticated stages of this update; the source is at or below
+//     S\updates\<update id>        W, the protected update workspace
+//     W\pending.json               the pending marker
+//     W\completed.json             the completed marker
 //
 // The target lies apart from W and is not the source, and the source holds a regular Tolvarine.exe.
 // Everything that later derives a path from the workspace relies on this. No file is changed.

@@ -21,8 +21,8 @@
 //     journal  journal_record.h         TransactionJournal, TransactionPhase
 //     lists    source_inventory.h       SourceInventory, ParseSourceInventory
 //              managed_deletion_list.h  ManagedDeletionList, ParseManagedDeletionList
-//     files    file_operations.h        RemoveEntry and every other touch of the file system by
-//     path text     path_algebra.h           IsAbsolutePath, JoinPath
+//     files    file_operations.h        RemoveEntry and the other operations by path
+//     text     path_algebra.h           IsAbsolutePath, JoinPath
 
 #pragma once
 

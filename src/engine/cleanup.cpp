@@ -11,8 +11,8 @@
 namespace tolvarine::updater {
 namespace {
 
-void Tell(std::string* error, std::string text) {
-  if (error != nullptr) *error = std::move(text);
+void Tell(std::string* error_out, std::string text) {
+  if (error_out != nullptr) *error_out = std::move(text);
 }
 
 // The durable record, if it stands in `phase`. Raises `otherwise` for any other.
@@ -54,21 +54,22 @@ void MoveMarker(const TransactionFinalizeRequest& request) {
 
 }  // namespace
 
-bool CleanupRolledBack(const TransactionRequest& request, std::string* error) {
+bool CleanupRolledBack(const TransactionRequest& request, std::string* error_out) {
   try {
-    Tell(error, {});
+    Tell(error_out, {});
     RemoveLeftovers(request.target, LoadInPhase(request.transaction, TransactionPhase::RolledBack,
                                                 "Cleanup requires a completed rollback"));
     return true;
   } catch (const std::exception& failure) {
-    Tell(error, failure.what());
+    Tell(error_out, failure.what());
     return false;
   }
 }
 
-std::uint32_t FinalizeUpdateMarkers(const TransactionFinalizeRequest& request, std::string* error) {
+std::uint32_t FinalizeUpdateMarkers(const TransactionFinalizeRequest& request,
+                                    std::string* error_out) {
   try {
-    Tell(error, {});
+    Tell(error_out, {});
     if (IsRegularFile(request.completed_marker)) {
       RemoveTransactionDirectory(request.transaction);
       return kAlreadyFinal;
@@ -76,12 +77,12 @@ std::uint32_t FinalizeUpdateMarkers(const TransactionFinalizeRequest& request, s
     MoveMarker(request);
     const std::uint32_t code = RemoveTransactionDirectory(request.transaction);
     if (code != 0) {
-      Tell(error,
+      Tell(error_out,
            "Update marker finalized; transaction cleanup is deferred: " + SystemMessage(code));
     }
     return kMarkerMoved;
   } catch (const std::exception& failure) {
-    Tell(error, failure.what());
+    Tell(error_out, failure.what());
     return kFinalizeFailed;
   }
 }

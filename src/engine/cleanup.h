@@ -16,9 +16,9 @@ namespace tolvarine::updater {
 
 // After a durable RolledBack: removes the target temporaries of every entry and the directories
 // that the plan found missing, as far as they are empty. Journal and backup tree stay. Returns
-// whether it came to its end; if not, `error`, if given, says why. Raises nothing of the standard
-// hierarchy.
-bool CleanupRolledBack(const TransactionRequest& request, std::string* error);
+// whether it came to its end; if not, `error_out`, if given, says why. Raises nothing of the
+// standard hierarchy.
+bool CleanupRolledBack(const TransactionRequest& request, std::string* error_out);
 
 struct TransactionFinalizeRequest {
   Path transaction;
@@ -33,9 +33,9 @@ inline constexpr std::uint32_t kAlreadyFinal = 1;  // The completed marker was t
 inline constexpr std::uint32_t kFinalizeFailed = 2;  // The marker was not moved by this call.
 
 // After a durable Committed: moves the pending marker to the completed marker in one durable step,
-// which makes the update final, and removes the transaction directory. `error`, if given, says why
-// it failed, or why the removal is deferred. Raises nothing of the standard hierarchy.
+// which makes the update final, and removes the transaction directory. `error_out`, if given, says
+// why it failed, or why the removal is deferred. Raises nothing of the standard hierarchy.
 [[nodiscard]] std::uint32_t FinalizeUpdateMarkers(const TransactionFinalizeRequest& request,
-                                                  std::string* error);
+                                                  std::string* error_out);
 
 }  // namespace tolvarine::updater

@@ -14,25 +14,26 @@
 
 namespace tolvarine::updater {
 
-// What to do with a transaction that is found in the journal. Any value but RestoreBaseline acts as
-// ResumeForward.
+// What to do with a transaction, be it found in the journal or just planned. Any value but
+// RestoreBaseline acts as ResumeForward.
 enum class RecoveryPolicy : std::int32_t {
   ResumeForward = 0,    // Carry it forward to Committed.
   RestoreBaseline = 1,  // Cancel it in Backup, roll it back in Apply, leave it in RolledBack.
 };
 
 // Where a hook is called. Its index is that of the entry, or the number of entries for
-// ApplyFinished.
+// ApplyFinished. "Started": the announcement is durable, no file work has been done. "Done": the
+// file work is done, its count is not saved.
 enum class CrashPoint : std::int32_t {
-  BackupEntryStarted = 0,  // The intent is durable; no file work has been done.
-  BackupEntryDone = 1,     // The file work is done; the counter is not saved.
-  ApplyEntryStarted = 2,   // The intent is durable; no file work has been done.
+  BackupEntryStarted = 0,
+  BackupEntryDone = 1,
+  ApplyEntryStarted = 2,
   ApplySourceVerified =
-      3,               // Install only: the release file is locked and verified, no byte written.
-  ApplyEntryDone = 4,  // The file work is done; the counter is not saved.
-  RollbackEntryStarted = 5,  // The intent is durable; no file work has been done.
-  RollbackEntryDone = 6,     // The file work is done; the counter is not saved.
-  ApplyFinished = 7,         // Committed is durable.
+      3,  // Install only: the release file is locked and verified, nothing written.
+  ApplyEntryDone = 4,
+  RollbackEntryStarted = 5,
+  RollbackEntryDone = 6,
+  ApplyFinished = 7,  // Committed is durable.
 };
 
 using TransactionHook = std::function<void(CrashPoint, std::uint64_t)>;
@@ -40,7 +41,7 @@ using TransactionHook = std::function<void(CrashPoint, std::uint64_t)>;
 // Stands for the death of the process at a chosen point. Thrown by hooks alone. It is not of the
 // standard hierarchy, so that nothing takes it for a failure: it leaves the run and the
 // finalization, and the disk stays as a crash would leave it.
-struct SimulatedCrash {};
+struct SimulatedCrash final {};
 
 struct TransactionRequest {
   Path source;                // The release directory: the staged, authenticated files.
@@ -53,19 +54,23 @@ struct TransactionRequest {
 };
 
 struct TransactionResult {
-  // The phase of the record in memory when the run ended. What each tells the caller:
+  // The phase of the record in memory when the run ended. A failed last save leaves it one phase
+  // ahead of the disk. What each tells the caller:
   //   None        the run failed before a record was adopted; the target is untouched
   //   Backup      the backup failed; the target is untouched; a later run resumes
+  //   Apply       never returned
   //   Rollback    the rollback is incomplete; a later run resumes it
-  //   Committed   installed
-  //   RolledBack  the update failed and the baseline stands
+  //   Committed   every entry is applied; finalization proves that it is durable
+  //   RolledBack  the baseline stands: the update failed, or was cancelled before it began
   //   Corrupt     the journal could not be read; nothing was attempted
   TransactionPhase status = TransactionPhase::None;
+
+  // From the record: the number of its entries, its counters, its failure's text.
   std::uint64_t entry_count = 0;
   std::uint64_t backup = 0;
   std::uint64_t apply = 0;
   std::uint64_t rollback = 0;
-  std::string error;  // The record's.
+  std::string error;
 };
 
 }  // namespace tolvarine::updater

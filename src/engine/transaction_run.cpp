@@ -1,6 +1,9 @@
 #include "engine/transaction_run.h"
 
+#include <cstdint>
+#include <exception>
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 #include "engine/apply.h"
@@ -10,6 +13,7 @@
 #include "engine/rollback.h"
 #include "engine/transaction_plan.h"
 #include "files/canonical_path.h"
+#include "files/failure.h"
 #include "files/file_operations.h"
 #include "journal/journal_store.h"
 #include "lists/release_path.h"
@@ -21,7 +25,7 @@ class TransactionRun {
  public:
   explicit TransactionRun(TransactionRequest request) : request_(std::move(request)) {}
 
-  TransactionResult Execute(std::string* error);
+  TransactionResult Execute(std::string* error_out);
 
  private:
   void Proceed();
@@ -30,13 +34,12 @@ class TransactionRun {
   void AdoptOrPlan();
   void Dispatch();
 
-  JournalLoadResult Load();
-  [[noreturn]] void RaiseCorrupt();
+  JournalLoadResult GuardedLoad();
   void CancelBackup();
   void ResumeRolledBack();
   void RollBackAndCleanUp();
   void HandleFailure(const std::string& message);
-  void ActOnFailure(const std::string& message);
+  void ActByPhase(const std::string& message);
   [[nodiscard]] TransactionResult Result() const;
 
   [[nodiscard]] bool RestoresBaseline() const {
@@ -54,15 +57,16 @@ Path CanonicalAbsolute(const Path& path, const char* refusal) {
   return canonical;
 }
 
-TransactionResult TransactionRun::Execute(std::string* error) {
+TransactionResult TransactionRun::Execute(std::string* error_out) {
   try {
     Proceed();
+    return Result();
   } catch (const std::exception& failure) {
     const std::string message = failure.what();
     HandleFailure(message);
-    if (error != nullptr) *error = journal_.error.empty() ? message : journal_.error;
+    if (error_out != nullptr) *error_out = journal_.error.empty() ? message : journal_.error;
+    return Result();
   }
-  return Result();
 }
 
 void TransactionRun::Proceed() {
@@ -75,12 +79,12 @@ void TransactionRun::Proceed() {
   Dispatch();
 }
 
-// The first load settles only whether the transaction directory has to be made, which must be there
-// before its path can be resolved.
+// The first load settles whether the transaction directory has to be made and whether it can be
+// read; what it holds is loaded again once its path is resolved.
 void TransactionRun::ResolvePaths() {
   request_.source = CanonicalAbsolute(request_.source, "Invalid source path");
   request_.target = CanonicalAbsolute(request_.target, "Invalid target path");
-  if (Load().state == JournalLoadState::None) {
+  if (GuardedLoad().state == JournalLoadState::None) {
     const std::uint32_t code = CreateDirectories(request_.transaction);
     if (code != 0) throw FilesystemError("create_directories", code, request_.transaction);
   }
@@ -88,14 +92,12 @@ void TransactionRun::ResolvePaths() {
 }
 
 void TransactionRun::RefuseOverlap() const {
-  const Path& source = request_.source;
-  const Path& target = request_.target;
-  const Path& transaction = request_.transaction;
-  const bool overlap = SamePathKey(source, target) ||                                   //
-                       IsInsideRoot(source, target) || IsInsideRoot(target, source) ||  //
-                       IsInsideRoot(transaction, source) || IsInsideRoot(source, transaction) ||
-                       IsInsideRoot(transaction, target) || IsInsideRoot(target, transaction);
-  if (overlap) {
+  const auto nested = [](const Path& a, const Path& b) {
+    return IsInsideRoot(a, b) || IsInsideRoot(b, a);
+  };
+  if (SamePathKey(request_.source, request_.target) || nested(request_.source, request_.target) ||
+      nested(request_.transaction, request_.source) ||
+      nested(request_.transaction, request_.target)) {
     throw std::runtime_error("Update source, target, and transaction directories must not overlap");
   }
 }
@@ -106,7 +108,7 @@ void TransactionRun::AdoptOrPlan() {
   const SourceInventory inventory = NormalizeSourceInventory(request_.inventory);
   const ManagedDeletionList deletions =
       NormalizeManagedDeletionList(request_.managed_deletions, inventory);
-  JournalLoadResult loaded = Load();
+  JournalLoadResult loaded = GuardedLoad();
   if (loaded.journal) {
     VerifyListsAgainstJournal(inventory, deletions, *loaded.journal);
     journal_ = *std::move(loaded.journal);
@@ -138,22 +140,17 @@ void TransactionRun::Dispatch() {
   }
 }
 
-JournalLoadResult TransactionRun::Load() {
+// A journal that cannot be loaded makes the run's record Corrupt, so that nothing is attempted.
+JournalLoadResult TransactionRun::GuardedLoad() {
   try {
     JournalLoadResult loaded = LoadJournal(request_.transaction);
-    if (loaded.state != JournalLoadState::Corrupt) return loaded;
+    if (loaded.state == JournalLoadState::Corrupt) throw std::runtime_error(kJournalCorruptText);
+    return loaded;
   } catch (const std::exception& failure) {
     journal_.phase = TransactionPhase::Corrupt;
     journal_.error = failure.what();
     throw;
   }
-  RaiseCorrupt();
-}
-
-void TransactionRun::RaiseCorrupt() {
-  journal_.phase = TransactionPhase::Corrupt;
-  journal_.error = kJournalCorruptText;
-  throw std::runtime_error(kJournalCorruptText);
 }
 
 void TransactionRun::CancelBackup() {
@@ -177,9 +174,10 @@ void TransactionRun::RollBackAndCleanUp() {
   CleanupRolledBack(request_, nullptr);
 }
 
+// What fails in here is put behind the failure that led here.
 void TransactionRun::HandleFailure(const std::string& message) {
   try {
-    ActOnFailure(message);
+    ActByPhase(message);
   } catch (const std::exception& failure) {
     journal_.error = message + "; rollback incomplete: " + failure.what();
     try {
@@ -191,7 +189,7 @@ void TransactionRun::HandleFailure(const std::string& message) {
 }
 
 // Goes by the phase in memory, which may be one save ahead of the disk.
-void TransactionRun::ActOnFailure(const std::string& message) {
+void TransactionRun::ActByPhase(const std::string& message) {
   switch (journal_.phase) {
     case TransactionPhase::Apply:
       MarkRollback(request_, journal_, message);
@@ -221,9 +219,9 @@ TransactionResult TransactionRun::Result() const {
 
 }  // namespace
 
-TransactionResult RunTransaction(const TransactionRequest& request, std::string* error) {
-  if (error != nullptr) error->clear();
-  return TransactionRun(request).Execute(error);
+TransactionResult RunTransaction(const TransactionRequest& request, std::string* error_out) {
+  if (error_out != nullptr) error_out->clear();
+  return TransactionRun(request).Execute(error_out);
 }
 
 }  // namespace tolvarine::updater

@@ -50,7 +50,8 @@ void CopyFileDurably(const Path& source, const Path& destination, const Path& te
   const Path extended_source = ExtendedLengthPath(source);
   const Path extended_temporary = ExtendedLengthPath(temporary);
   RemoveStaleTemporary(extended_temporary);
-  if (!platform::CopyFileW(extended_source.c_str(), extended_temporary.c_str(), false)) {
+  if (!platform::CopyFileW(extended_source.c_str(), extended_temporary.c_str(),
+                           /*fail_if_exists=*/false)) {
     RaiseLastError("Could not copy backup or restore temporary");
   }
   FlushFile(temporary);

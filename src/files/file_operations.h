@@ -1,5 +1,5 @@
-// Every touch of the file system by path: status, directories, removal, enumeration, and the two
-// operations that make something durable.
+// Operations on the file system by path: status, directories, removal, enumeration, and the two that
+// make something durable.
 //
 // Paths are handed to the platform as given. Only FlushFile and ReplaceFileDurably take the
 // extended form; the asymmetry is settled, and a path of 260 units and more reaches only those that

@@ -19,9 +19,8 @@ namespace tolvarine::updater {
 inline constexpr PathView kApplicationPath = u"Tolvarine.exe";
 
 // True for a relative path without a root name whose every component is a plain name: not empty,
-// not
-// "." or "..", no full stop or blank at its end, none of <>:"|?*, no control character, and not a
-// device name such as CON or COM1, with or without an extension. Raises SystemError for a lone
+// not "." or "..", no full stop or blank at its end, none of <>:"|?*, no control character, and not
+// a device name such as CON or COM1, with or without an extension. Raises SystemError for a lone
 // surrogate.
 [[nodiscard]] bool IsSafeReleasePath(PathView path);
 

@@ -22,6 +22,7 @@ bool GetProcessTimes(Handle process, std::uint64_t* creation, std::uint64_t* exi
 Handle CreateMutexW(bool initial_owner, const char16_t* name);
 bool ReleaseMutex(Handle mutex);
 
+// A stand-in for this process's handle; it cannot fail and is not closed.
 Handle GetCurrentProcess();
 
 // Ends the process at once: no destructor runs, no box appears.

@@ -6,16 +6,17 @@
 
 namespace tolvarine::updater::platform {
 
+// The system's own text, for the life of the process.
 const char16_t* GetCommandLineW();
 
-// Splits a command line into its arguments; null on failure. Released with LocalFree.
+// Splits a command line into its arguments; null on failure. Released with LocalFree, as one.
 char16_t** CommandLineToArgvW(const char16_t* command_line, std::int32_t* count);
 void LocalFree(void* memory);
 
 inline constexpr std::uint32_t kMessageBoxIconError = 0x10;
 inline constexpr std::uint32_t kMessageBoxIconWarning = 0x30;
 
-// With no owner window; blocks until the person dismisses it.
+// With no owner window; blocks until the person dismisses it. 0 is failure.
 std::int32_t MessageBoxW(const char16_t* text, const char16_t* title, std::uint32_t type);
 
 inline constexpr std::int32_t kShowNormal = 1;

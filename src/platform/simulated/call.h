@@ -4,6 +4,7 @@
 
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 
 namespace tolvarine::updater::simulated {
@@ -32,6 +33,10 @@ enum class Call {
   TOLVARINE_SIMULATED_CALLS(TOLVARINE_ENUMERATOR)
 #undef TOLVARINE_ENUMERATOR
 };
+
+#define TOLVARINE_COUNT(name) +1
+inline constexpr std::size_t kCallCount = TOLVARINE_SIMULATED_CALLS(TOLVARINE_COUNT);
+#undef TOLVARINE_COUNT
 
 std::string_view CallName(Call call);
 

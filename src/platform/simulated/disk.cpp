@@ -122,6 +122,7 @@ NodeId Volume::Create(CreateChange change) {
 }
 
 void Volume::Apply(const Change& change) {
+  ++version_;
   ApplyTo(live_, change);
   log_.push_back(change);
 }
@@ -140,6 +141,7 @@ void Volume::Resize(NodeId id, std::uint64_t size) {
 }
 
 void Volume::Write(NodeId id, std::uint64_t offset, std::string_view bytes) {
+  ++version_;
   if (offset + bytes.size() > live_.at(id).Size()) Resize(id, offset + bytes.size());
   Bytes& content = live_.at(id).content;
   if (content.use_count() > 1) content = std::make_shared<std::string>(*content);
@@ -157,6 +159,7 @@ void Volume::Flush(NodeId id) {
 }
 
 void Volume::Force() {
+  ++version_;
   for (const Change& change : log_) ApplyTo(stable_, change);
   log_.clear();
   Sweep(stable_);

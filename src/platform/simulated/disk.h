@@ -160,6 +160,9 @@ class Volume {
   // Puts everything on the medium.
   void Settle();
 
+  // Rises with everything that changes what stands here or what a power cut could leave.
+  [[nodiscard]] std::uint64_t version() const { return version_; }
+
  private:
   void AddUnflushed(NodeId id);
 
@@ -170,6 +173,7 @@ class Volume {
   // prefix shows the file as it was before.
   std::map<NodeId, std::size_t> unflushed_;
   NodeId next_id_ = kRootNode + 1;
+  std::uint64_t version_ = 0;
 };
 
 // The name under which two spellings are one on a case-insensitive volume.

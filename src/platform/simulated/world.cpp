@@ -211,7 +211,7 @@ void World::Release(platform::Handle held) { files_->Close(held); }
 
 const Fault* World::Enter(Call call, std::u16string_view path) {
   if (!dead_) {
-    const CallRecord record{call, ++occurrences_[call], ++calls_,
+    const CallRecord record{call, ++occurrences_[static_cast<std::size_t>(call)], ++calls_,
                             std::u16string(before_call || keep_trace ? path : u"")};
     if (keep_trace) trace.push_back(record);
     if (before_call) before_call(record);
@@ -234,7 +234,26 @@ void World::Restart() {
   objects_->Reset();
   processes.clear();
   mutex_holders.clear();
+  faults_.clear();
+  trace.clear();
+  boxes.clear();
+  starts.clear();
+  occurrences_.fill(0);
+  calls_ = 0;
+  elapsed_ms = 0;
+  last_error = 0;
   dead_ = false;
+}
+
+void World::Boot(std::deque<Volume> disks) {
+  volumes_ = std::move(disks);
+  Restart();
+}
+
+std::uint64_t World::disk_version() const {
+  std::uint64_t version = 0;
+  for (const Volume& volume : volumes_) version += volume.version();
+  return version;
 }
 
 }  // namespace tolvarine::updater::simulated

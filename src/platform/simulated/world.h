@@ -13,6 +13,7 @@
 
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -93,10 +94,15 @@ class World {
   std::uint64_t calls() const { return calls_; }
 
   // The power goes: from here on nothing changes any more. Restart() brings the machine back: no
-  // handle, mutex or process is left, and each volume is what Volume::CutPower made of it.
+  // handle, mutex, process, planned fault or record of what happened is left, and each volume is
+  // what Volume::CutPower made of it. Boot() does the same on other disks.
   void CutPower() { dead_ = true; }
   bool dead() const { return dead_; }
   void Restart();
+  void Boot(std::deque<Volume> disks);
+
+  // Rises with every change on any disk, in the cache or on the medium.
+  [[nodiscard]] std::uint64_t disk_version() const;
 
   // True while a write-through rename is on the medium when it returns.
   bool write_through_holds = true;
@@ -143,7 +149,7 @@ class World {
  private:
   std::deque<Volume> volumes_;
   std::vector<Fault> faults_;
-  std::map<Call, std::uint64_t> occurrences_;
+  std::array<std::uint64_t, kCallCount> occurrences_{};
   std::uint64_t calls_ = 0;
   bool dead_ = false;
   Fault dead_fault_;
