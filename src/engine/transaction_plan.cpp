@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "files/canonical_path.h"
+#include "files/failure.h"
 #include "files/file_operations.h"
 #include "files/fingerprint.h"
 #include "journal/journal_text.h"

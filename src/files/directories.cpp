@@ -1,5 +1,7 @@
 // Making directories, and walking what they hold.
 
+#include <cstddef>
+
 #include "files/file_operations.h"
 #include "files/unique_handle.h"
 #include "platform/error_codes.h"
@@ -76,10 +78,10 @@ std::uint32_t CreateDirectories(PathView path) {
 }
 
 std::uint32_t EnumerateDirectory(const Path& directory, const EntryVisitor& visit) {
+  const Path pattern = JoinPath(directory, u"*");
   platform::FindData record;
-  const FindHandle search(platform::FindFirstFileExW(JoinPath(directory, u"*").c_str(),
-                                                     platform::kFindExInfoBasic, &record,
-                                                     platform::kFindExSearchNameMatch, 0));
+  const FindHandle search(platform::FindFirstFileExW(pattern.c_str(), platform::kFindExInfoBasic,
+                                                     &record, platform::kFindExSearchNameMatch, 0));
   if (!search) return OpeningFailure(directory);
   do {
     if (IsDotName(record.name)) continue;

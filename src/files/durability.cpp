@@ -1,5 +1,6 @@
 // The two operations that make something durable.
 
+#include "files/failure.h"
 #include "files/file_operations.h"
 #include "files/unique_handle.h"
 #include "platform/files.h"
@@ -7,9 +8,10 @@
 namespace tolvarine::updater {
 
 void FlushFile(PathView path) {
+  const Path extended = ExtendedLengthPath(path);
   FileHandle file(platform::CreateFileW(
-      ExtendedLengthPath(path).c_str(), platform::kGenericRead | platform::kGenericWrite,
-      platform::kFileShareRead, platform::kOpenExisting, platform::kFileAttributeNormal));
+      extended.c_str(), platform::kGenericRead | platform::kGenericWrite, platform::kFileShareRead,
+      platform::kOpenExisting, platform::kFileAttributeNormal));
   if (!file) RaiseLastError();
   const bool flushed = platform::FlushFileBuffers(file.get());
   const std::uint32_t code = platform::GetLastError();
@@ -18,8 +20,10 @@ void FlushFile(PathView path) {
 }
 
 void ReplaceFileDurably(PathView from, PathView to) {
+  const Path extended_from = ExtendedLengthPath(from);
+  const Path extended_to = ExtendedLengthPath(to);
   if (!platform::MoveFileExW(
-          ExtendedLengthPath(from).c_str(), ExtendedLengthPath(to).c_str(),
+          extended_from.c_str(), extended_to.c_str(),
           platform::kMovefileReplaceExisting | platform::kMovefileWriteThrough)) {
     RaiseLastError();
   }

@@ -9,50 +9,38 @@
 namespace tolvarine::updater {
 namespace {
 
-// How text that a code page cannot hold is treated.
-struct NarrowRule {
-  std::uint32_t code_page = platform::kCpAcp;
-  std::uint32_t flags = 0;
-  bool refuse_stand_ins = false;
-};
-
-NarrowRule ExactRule() {
-  const std::uint32_t code_page = FileSystemCodePage();
-  const bool unicode = code_page == platform::kCpUtf8 || code_page == platform::kCpGb18030;
-  // The Unicode code pages refuse by themselves, and do not report stand-ins.
-  if (unicode) return {code_page, platform::kWcErrInvalidChars, false};
-  return {code_page, platform::kWcNoBestFitChars, true};
+// Code pages that hold every well-formed text, refuse any other and know no stand-ins. Of them the
+// file system's code page is UTF-8 at most; a machine's ANSI code page is not resolved here, even
+// where it is one of them.
+bool IsUnicodeCodePage(std::uint32_t code_page) {
+  return code_page == platform::kCpUtf8 || code_page == platform::kCpGb18030;
 }
 
-std::int32_t NarrowInto(const NarrowRule& rule, PathView path, char* output, std::int32_t size) {
-  bool stand_in = false;
-  const std::int32_t length = platform::WideCharToMultiByte(
-      rule.code_page, rule.flags, path.data(), static_cast<std::int32_t>(path.size()), output, size,
-      rule.refuse_stand_ins ? &stand_in : nullptr);
-  if (length <= 0) RaiseLastError();
-  if (stand_in) throw SystemError(platform::kErrorNoUnicodeTranslation);
-  return length;
-}
-
-std::string Narrow(const NarrowRule& rule, PathView path) {
-  if (path.empty()) return {};
+// Empty where the conversion fails, with its code in the last error. `stand_in`, where not null,
+// tells whether something had to be replaced.
+std::string Narrow(std::uint32_t code_page, std::uint32_t flags, PathView path, bool* stand_in) {
   if (path.size() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) {
-    throw SystemError(platform::kErrorInvalidParameter);
+    platform::SetLastError(platform::kErrorInvalidParameter);
+    return {};
   }
-  const std::int32_t size = NarrowInto(rule, path, nullptr, 0);
+  const auto length = static_cast<std::int32_t>(path.size());
+  const auto convert = [&](char* output, std::int32_t size) {
+    return platform::WideCharToMultiByte(code_page, flags, path.data(), length, output, size,
+                                         stand_in);
+  };
+  const std::int32_t size = convert(nullptr, 0);
+  if (size <= 0) return {};
   std::string text(static_cast<std::size_t>(size), '\0');
-  NarrowInto(rule, path, text.data(), size);
-  return text;
+  return convert(text.data(), size) > 0 ? text : std::string();
 }
 
 // Stand-ins are welcome here: a failure without its path would say less than one with a poor path.
 std::string NarrowLeniently(PathView path) {
   const std::uint32_t code_page = FileSystemCodePage();
-  try {
-    return Narrow({code_page, platform::kWcNoBestFitChars, false}, path);
-  } catch (const SystemError&) {
-    return Narrow({code_page, 0, false}, path);  // The Unicode code pages refuse the flag.
-  }
+  const std::uint32_t flags = IsUnicodeCodePage(code_page) ? 0 : platform::kWcNoBestFitChars;
+  std::string text = Narrow(code_page, flags, path, nullptr);
+  // An ANSI code page that is UTF-8 refuses the flag.
+  return text.empty() && flags != 0 ? Narrow(code_page, 0, path, nullptr) : text;
 }
 
 std::string FilesystemText(std::string_view operation, std::uint32_t code, PathView path) {
@@ -69,15 +57,29 @@ std::uint32_t FileSystemCodePage() {
   return platform::AreFileApisANSI() ? platform::kCpAcp : platform::kCpOemcp;
 }
 
-std::string NarrowPathText(PathView path) { return Narrow(ExactRule(), path); }
+std::string NarrowPathText(PathView path) {
+  if (path.empty()) return {};
+  const std::uint32_t code_page = FileSystemCodePage();
+  const bool unicode = IsUnicodeCodePage(code_page);
+  const std::uint32_t flags = unicode ? platform::kWcErrInvalidChars : platform::kWcNoBestFitChars;
+  bool stand_in = false;
+  std::string text = Narrow(code_page, flags, path, unicode ? nullptr : &stand_in);
+  if (text.empty()) RaiseLastError();
+  if (stand_in) throw SystemError(platform::kErrorNoUnicodeTranslation);
+  return text;
+}
 
 FilesystemError::FilesystemError(std::string_view operation, std::uint32_t code, PathView path)
     : std::runtime_error(FilesystemText(operation, code, path)), code_(code) {}
 
-void RaiseLastError() { throw SystemError(platform::GetLastError()); }
+void RaiseLastError() {
+  const std::uint32_t code = platform::GetLastError();
+  throw SystemError(code);
+}
 
 void RaiseLastError(std::string_view context) {
-  throw SystemError(platform::GetLastError(), context);
+  const std::uint32_t code = platform::GetLastError();
+  throw SystemError(code, context);
 }
 
 void RaiseAboutPath(std::string_view sentence, PathView path) {

@@ -3,8 +3,8 @@
 // There are three kinds, all of the standard hierarchy and all with a finished 8-bit text, which is
 // all that anyone above this layer uses: std::runtime_error with a fixed sentence, SystemError with
 // a Win32 code (text/system_error.h), and FilesystemError. A path in a text is narrowed when the
-// failure is raised; a path that cannot be narrowed exactly replaces the failure by that of the
-// conversion.
+// failure is raised; a path in a fixed sentence that cannot be narrowed exactly replaces the
+// failure by that of the conversion.
 //
 // Operations that wrap a single platform result do not raise: they return the code.
 

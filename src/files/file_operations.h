@@ -1,10 +1,10 @@
-// Operations on the file system by path: status, directories, removal, enumeration, and the two that
-// make something durable.
+// Operations on the file system by path: status, directories, removal, enumeration, and the two
+// that make something durable.
 //
-// Paths are handed to the platform as given. Only FlushFile and ReplaceFileDurably take the
-// extended form; the asymmetry is settled, and a path of 260 units and more reaches only those that
-// take it. No directory is ever flushed: the durability of a rename rests on its write-through
-// alone.
+// Paths are handed to the platform as given. Of these operations only FlushFile and
+// ReplaceFileDurably take the extended form, as does CopyFileDurably (durable_copy.h); the
+// asymmetry is settled, and a path of 260 units and more reaches only those that take it. No
+// directory is ever flushed: the durability of a rename rests on its write-through alone.
 //
 // What returns a code raises nothing: it is a Win32 code, 0 on success.
 
@@ -13,7 +13,6 @@
 #include <cstdint>
 #include <functional>
 
-#include "files/failure.h"
 #include "text/path_algebra.h"
 
 namespace tolvarine::updater {
@@ -56,8 +55,10 @@ struct FileSize {
 // Makes one directory; one that is there already is success.
 [[nodiscard]] std::uint32_t CreateOneDirectory(const Path& path);
 
-// Makes a directory and its parents. A failure on the way does not stop the walk: the result is 0
-// when the deepest directory exists in the end, else the last code outside the not-found family.
+// Makes a directory and its parents, from the root on. A failure on the way does not stop the walk.
+// Returns 0 when the last directory was made or is there; else the last code outside the not-found
+// family, or, where there was none, the last code. An empty path gives ERROR_PATH_NOT_FOUND; a root
+// alone gives 0 without a look at it.
 [[nodiscard]] std::uint32_t CreateDirectories(PathView path);
 
 struct RemovalResult {
@@ -74,8 +75,9 @@ struct TreeRemovalResult {
   std::uint32_t error = 0;
 };
 
-// Removes a directory with all that it holds. The first failure ends the walk; what is gone is
-// gone.
+// Removes a directory with all that it holds; links in it are removed and not followed. The first
+// failure ends the walk, and what is gone is gone. The directory itself is tried up to ten times. A
+// path that names nothing is success.
 [[nodiscard]] TreeRemovalResult RemoveTree(const Path& path);
 
 // One entry of a tree, as its directory's record has it.
@@ -83,18 +85,19 @@ struct TreeEntry {
   Path path;  // The root of the walk joined with the names below it.
   std::uint32_t attributes = 0;
   std::uint32_t reparse_tag = 0;  // Valid where the attributes say that it is a reparse point.
-  std::uint64_t size = 0;
-  bool size_known = false;  // Not for reparse points.
+  std::uint64_t size = 0;         // In bytes; means nothing unless it is known.
+  bool size_known = false;        // Not for reparse points.
 };
 
 // The kind that a walk's record tells.
 [[nodiscard]] FileKind KindOf(const TreeEntry& entry);
 
-// Called for each entry of a walk. A code other than 0 ends the walk.
+// Called for each entry of a walk. A code other than 0 ends the walk, and so does an exception,
+// which passes through.
 using EntryVisitor = std::function<std::uint32_t(const TreeEntry&)>;
 
-// Visits what one directory holds. Returns 0 at its end, else the code that ended it: the visitor's
-// or the enumeration's.
+// Visits what one directory holds. Returns 0 at its end, else the code that ended it, be it the
+// visitor's or the enumeration's. Entries may have been visited before a failure.
 [[nodiscard]] std::uint32_t EnumerateDirectory(const Path& directory, const EntryVisitor& visit);
 
 // Visits everything below a root, each entry once, a directory before what lies in it. Links and

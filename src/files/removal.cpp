@@ -25,11 +25,11 @@ OpenedForRemoval OpenForRemoval(const Path& path) {
         platform::kFileFlagBackupSemantics | platform::kFileFlagOpenReparsePoint));
   };
   OpenedForRemoval opened;
-  opened.may_write_attributes = true;
   opened.file =
       open(platform::kDelete | platform::kFileReadAttributes | platform::kFileWriteAttributes);
+  opened.may_write_attributes = static_cast<bool>(opened.file);
+  // The right to delete can come from the directory alone, where the entry grants nothing.
   if (!opened.file && platform::GetLastError() == platform::kErrorAccessDenied) {
-    opened.may_write_attributes = false;
     opened.file = open(platform::kDelete);
   }
   if (!opened.file) opened.error = platform::GetLastError();
@@ -121,11 +121,14 @@ RemovalResult RemoveEntry(const Path& path) {
 
 TreeRemovalResult RemoveTree(const Path& path) {
   std::uint64_t removed = 0;
+  std::uint32_t entry_error = 0;  // Kept apart from the enumeration's own codes.
   const std::uint32_t walk = EnumerateDirectory(path, [&](const TreeEntry& entry) {
     const TreeRemovalResult result = RemoveEntryOrTree(entry.path);
     removed += result.removed;
-    return result.error;
+    entry_error = result.error;
+    return entry_error;
   });
+  if (entry_error != 0) return {removed, entry_error};
   if (walk != 0 && !IsNotFoundError(walk)) return {removed, walk};
   const RemovalResult emptied = RemoveEmptied(path);
   return {removed + (emptied.removed ? 1 : 0), emptied.error};

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "files/failure.h"
 #include "files/file_operations.h"
 #include "files/unique_handle.h"
 #include "platform/error_codes.h"
@@ -23,8 +24,8 @@ struct EntryData {
 
 EntryData LastErrorData() { return {.error = platform::GetLastError()}; }
 
-// The entry's own record, without an open. A file that somebody holds exclusively answers through
-// its directory.
+// The entry's own record, without an open. A file whose attributes are refused for sharing, as those
+// of the system's paging file are, answers through its directory.
 EntryData QueryRecord(const Path& path) {
   platform::FileAttributeData data;
   if (platform::GetFileAttributesExW(path.c_str(), &data)) {

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "files/failure.h"
 #include "files/file_operations.h"
 #include "files/unique_stream.h"
 #include "journal/journal_text.h"

@@ -1,5 +1,5 @@
-// The Win32 codes that the program tells apart or raises itself. All other codes pass through it as
-// plain numbers.
+// The Win32 codes that the program, or its simulated platform, tells apart or raises itself. All
+// other codes pass through it as plain numbers.
 
 #pragma once
 

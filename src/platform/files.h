@@ -142,6 +142,7 @@ bool GetFileAttributesExW(const char16_t* path, FileAttributeData* data);
 inline constexpr std::uint32_t kMovefileReplaceExisting = 1;
 inline constexpr std::uint32_t kMovefileWriteThrough = 8;
 
+// Renames within a volume. Nothing has changed on failure.
 bool MoveFileExW(const char16_t* from, const char16_t* to, std::uint32_t flags);
 
 // Copies content and attributes, following links at `from`.
@@ -161,6 +162,8 @@ struct FindData {
 inline constexpr std::uint32_t kFindExInfoBasic = 1;
 inline constexpr std::uint32_t kFindExSearchNameMatch = 0;
 
+// A search begins with its first record; kInvalidHandle where there is none or the search fails.
+// The next records follow until FindNextFileW fails with ERROR_NO_MORE_FILES.
 Handle FindFirstFileW(const char16_t* pattern, FindData* data);
 Handle FindFirstFileExW(const char16_t* pattern, std::uint32_t level, FindData* data,
                         std::uint32_t search, std::uint32_t flags);

@@ -1,5 +1,7 @@
 #include "text/system_error.h"
 
+#include <optional>
+
 #include "platform/shell.h"
 #include "platform/text.h"
 
@@ -16,29 +18,29 @@ std::uint32_t SystemDefaultLanguage() {
   return language;
 }
 
-// The system's text in one language, trailing white space cut; empty where it has none.
-std::string MessageInLanguage(std::uint32_t code, std::uint32_t language) {
+// The system's text in one language; nothing where it has none.
+std::optional<std::string> MessageInLanguage(std::uint32_t code, std::uint32_t language) {
   constexpr std::uint32_t kFlags = platform::kFormatMessageAllocateBuffer |
                                    platform::kFormatMessageIgnoreInserts |
                                    platform::kFormatMessageFromSystem;
   char* text = nullptr;
   const std::uint32_t length = platform::FormatMessageA(kFlags, code, language, &text);
-  if (length == 0) return {};
+  if (length == 0) return std::nullopt;
   std::string message(text, length);
   platform::LocalFree(text);
-  const std::size_t last = message.find_last_not_of(std::string_view(" \t\r\n\0", 5));
-  message.resize(last == std::string::npos ? 0 : last + 1);
   return message;
 }
 
 }  // namespace
 
 std::string SystemMessage(std::uint32_t code) {
-  std::string message = MessageInLanguage(code, kEnglishUnitedStates);
-  if (message.empty()) message = MessageInLanguage(code, SystemDefaultLanguage());
-  if (message.empty()) message = MessageInLanguage(code, kAnyLanguage);
-  if (message.empty()) message = "unknown error";
-  return message;
+  std::optional<std::string> found = MessageInLanguage(code, kEnglishUnitedStates);
+  if (!found) found = MessageInLanguage(code, SystemDefaultLanguage());
+  if (!found) found = MessageInLanguage(code, kAnyLanguage);
+  std::string message = found.value_or(std::string());
+  const std::size_t last = message.find_last_not_of(std::string_view(" \t\r\n\0", 5));
+  message.resize(last == std::string::npos ? 0 : last + 1);
+  return message.empty() ? "unknown error" : message;
 }
 
 SystemError::SystemError(std::uint32_t code)

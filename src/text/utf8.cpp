@@ -11,7 +11,10 @@
 namespace tolvarine::updater {
 namespace {
 
-[[noreturn]] void RaiseLastError() { throw SystemError(platform::GetLastError()); }
+[[noreturn]] void RaiseLastError() {
+  const std::uint32_t code = platform::GetLastError();
+  throw SystemError(code);
+}
 
 // The platform counts in signed 32-bit numbers.
 std::int32_t CheckedLength(std::size_t length) {

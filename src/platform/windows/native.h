@@ -2,7 +2,8 @@
 //
 // Every function of this folder is one call of the system's. It turns types into one another and
 // adds the arguments that are always the same; it takes no decision, repeats nothing and calls
-// nothing after the system's call that could change the last error.
+// nothing after the system's call that could change the last error. The hash functions alone are
+// looked up by name first (hashing.cpp).
 
 #pragma once
 
