@@ -1,12 +1,13 @@
 #include "files/fingerprint.h"
 
 #include <array>
-#include <memory>
+#include <cstddef>
 #include <string>
 
 #include "files/failure.h"
 #include "files/file_operations.h"
 #include "files/unique_stream.h"
+#include "platform/streams.h"
 #include "text/fnv1a.h"
 
 namespace tolvarine::updater {

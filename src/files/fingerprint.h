@@ -1,5 +1,5 @@
 // Fingerprints of files that are already in the installation or in the backup. They detect that a
-// file is not what was recorded; they take no lock, follow links and authenticate nothing.
+// file is not what was recorded; they hold no writer off, follow links and authenticate nothing.
 
 #pragma once
 

@@ -20,6 +20,7 @@ constexpr std::string_view kCannotHash = "Could not hash release source";
 // SHA-256 over BCrypt. The provider is opened for each file; nothing is kept between files.
 class Sha256 {
  public:
+  // The steps are not the constructor's, since a destructor follows only a whole construction.
   Sha256() = default;
   Sha256(const Sha256&) = delete;
   Sha256& operator=(const Sha256&) = delete;
@@ -52,7 +53,6 @@ class Sha256 {
   }
 
  private:
-  // In this order: the hash goes before its memory does.
   std::vector<unsigned char> object_;
   platform::AlgorithmHandle algorithm_ = 0;
   platform::HashHandle hash_ = 0;

@@ -1,4 +1,4 @@
-// The one owner of platform handles: it closes on every way out, moves, and is never copied.
+// The owner of file and search handles: it closes on every way out, moves, and is never copied.
 
 #pragma once
 

@@ -16,8 +16,8 @@ struct StreamCloser {
 
 using UniqueStream = std::unique_ptr<platform::Stream, StreamCloser>;
 
-// Opens a file in a mode of fopen, denying nobody anything; null on failure. The path is taken as
-// given.
+// Opens a file in a mode of fopen, denying nobody reading or writing; null on failure. The path is
+// taken as given.
 [[nodiscard]] inline UniqueStream OpenStream(const Path& path, const char16_t* mode) {
   return UniqueStream(platform::_wfsopen(path.c_str(), mode, platform::kShDenyNo));
 }

@@ -3,6 +3,7 @@
 #include <array>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "files/failure.h"
 #include "files/file_operations.h"
@@ -14,9 +15,10 @@ namespace {
 
 constexpr PathView kEvenSlot = u"journal.0";
 constexpr PathView kOddSlot = u"journal.1";
-constexpr PathView kTemporarySuffix = u".new";
+constexpr PathView kSlotTemporarySuffix = u".new";
 constexpr std::size_t kReadBlockSize = 65536;
 
+// A read that fails counts as the end: the checksum refuses what is cut short.
 std::optional<std::string> ReadWholeFile(const Path& path) {
   const UniqueStream stream = OpenStream(path, u"rb");
   if (!stream) return std::nullopt;
@@ -80,7 +82,7 @@ void SaveJournal(const Path& directory, TransactionJournal& journal) {
   if (code != 0) throw FilesystemError("create_directories", code, directory);
   ++journal.generation;
   const Path slot = JoinPath(directory, journal.generation % 2 == 0 ? kEvenSlot : kOddSlot);
-  const Path temporary = slot + Path(kTemporarySuffix);
+  const Path temporary = slot + Path(kSlotTemporarySuffix);
   RemoveEntry(temporary);  // If it stays, the write truncates it.
   WriteJournalFile(temporary, SerializeJournal(journal));
   ReplaceFileDurably(temporary, slot);

@@ -1,4 +1,5 @@
-// The hash functions of bcrypt.dll. Each returns a signed status: negative is failure.
+// The hash functions of bcrypt.dll. Each returns a signed status: negative is failure. They leave no
+// code in GetLastError().
 
 #pragma once
 
@@ -16,6 +17,7 @@ using HashHandle = std::uintptr_t;
 Status BCryptOpenAlgorithmProvider(AlgorithmHandle* algorithm, const char16_t* name);
 Status BCryptCloseAlgorithmProvider(AlgorithmHandle algorithm);
 
+// Puts `*written` bytes into `output`, which has room for `size`.
 Status BCryptGetProperty(AlgorithmHandle algorithm, const char16_t* property, void* output,
                          std::uint32_t size, std::uint32_t* written);
 

@@ -1,5 +1,6 @@
 // The C runtime's buffered file streams, for the two places where a file is read or written without
-// asking for exclusion: the journal slots and the fingerprints of installed files.
+// asking for exclusion: the journal slots and the fingerprints of installed files. They leave no code
+// in GetLastError().
 
 #pragma once
 
@@ -21,6 +22,8 @@ std::size_t fwrite(const void* buffer, std::size_t size, Stream* stream);
 
 // Hands buffered bytes to the system, not to the disk. 0 on success.
 int fflush(Stream* stream);
+
+// Not 0 once an operation on the stream has failed.
 int ferror(Stream* stream);
 
 // 0 on success. The stream is gone either way.

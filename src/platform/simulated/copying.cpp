@@ -41,7 +41,7 @@ std::uint32_t Copy(const char16_t* from, const char16_t* to, bool fail_if_exists
   const simulated::Node& node = files.NodeOf((*source).node);
   ScopedFile target(files, {.path = to,
                             .access = kGenericWrite,
-                            .sharing = kFileShareNone,
+                            .sharing = kFileShareRead | kFileShareWrite,
                             .disposition = fail_if_exists ? kCreateNew : kCreateAlways,
                             .flags = node.attributes});
   if (!target.is_open()) return target.code();

@@ -348,20 +348,30 @@ std::uint32_t FileSystem::MakeHardLink(std::u16string_view existing, std::u16str
 }
 
 FileSystem::Listing FileSystem::List(std::u16string_view pattern) const {
-  if (!pattern.ends_with(u'*')) {
-    const Resolved found = LookUp(pattern);
-    if (found.code != 0) return {.code = found.code};
-    const std::u16string& spelling =
-        VolumeOf(found.node).Find(found.directory.id, found.spelling)->spelling;
-    return {.records = {RecordOf(NodeOf(found.node), spelling)}};
-  }
-  const Resolved found = Resolve(world_, pattern.substr(0, pattern.size() - 1), LastLink::kFollow);
+  constexpr std::u16string_view kWildcards = u"*?<>\"";
+  const std::size_t start = pattern.find_last_of(u"\\/:") + 1;
+  const std::u16string_view name = pattern.substr(start);
+  if (name.empty()) return {.code = platform::kErrorFileNotFound};
+  if (LimitedLength(world_, pattern) > kMaxPath) return {.code = platform::kErrorPathNotFound};
+  const std::u16string_view within = start == 0 ? u"." : pattern.substr(0, start);
+  const Resolved found = Resolve(world_, within, LastLink::kFollow);
   const bool missing = found.code == platform::kErrorFileNotFound;
   if (missing) return {.code = platform::kErrorPathNotFound};
   if (found.code == platform::kErrorInvalidName && found.node.id != kNoNode) {
     return {.code = platform::kErrorDirectory};
   }
   if (found.code != 0) return {.code = found.code};
+  if (name != u"*") {
+    // Of the patterns that could match more than one name, only the one for all is in use.
+    const bool is_pattern = name.find_first_of(kWildcards) != name.npos;
+    if (is_pattern) return {.code = platform::kErrorFileNotFound};
+    // An entry that is being removed is still found.
+    const Resolved one = Resolve(world_, pattern, LastLink::kKeep);
+    if (one.code != 0) return {.code = one.code};
+    const std::u16string& spelling =
+        VolumeOf(one.node).Find(one.directory.id, one.spelling)->spelling;
+    return {.records = {RecordOf(NodeOf(one.node), spelling)}};
+  }
   Listing listing;
   const Node& directory = NodeOf(found.node);
   if (found.node.id != kRootNode) {

@@ -143,7 +143,13 @@ Route RouteTo(const World& world, std::u16string_view path) {
   if (path.empty()) return {.code = platform::kErrorPathNotFound};
   Route route;
   if (path.starts_with(kExtendedPrefix) || path.starts_with(kObjectPrefix)) {
-    route = ByExtended(world, path.substr(kExtendedPrefix.size()));
+    const std::u16string_view verbatim = path.substr(kExtendedPrefix.size());
+    route = ByExtended(world, verbatim);
+    // Nothing is normalized here: what would have been is no name.
+    const bool slash = verbatim.find(u'/') != verbatim.npos;
+    if (slash || verbatim.find(u"\\\\") != verbatim.npos) {
+      return {.code = platform::kErrorInvalidName};
+    }
   } else if (LimitedLength(world, path) > kMaxPath) {
     return {.code = platform::kErrorPathNotFound};
   } else {
@@ -239,7 +245,8 @@ Resolved Resolve(const World& world, std::u16string_view path, LastLink last) {
 std::uint32_t CheckName(std::u16string_view name) {
   constexpr std::u16string_view kForbidden = u"<>:\"|?*/\\";
   const bool control = std::ranges::any_of(name, [](char16_t unit) { return unit < 0x20; });
-  const bool sound = !name.empty() && name.size() <= kNameLimit && !control &&
+  const bool dots = name == u"." || name == u"..";
+  const bool sound = !name.empty() && name.size() <= kNameLimit && !control && !dots &&
                      name.find_first_of(kForbidden) == std::u16string_view::npos;
   return sound ? 0 : platform::kErrorInvalidName;
 }

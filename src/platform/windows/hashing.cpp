@@ -10,6 +10,7 @@ namespace tolvarine::updater::platform {
 namespace {
 
 constexpr ULONG kNoFlags = 0;
+// What every call answers where the library, or the function in it, is missing.
 constexpr Status kStatusDllNotFound = static_cast<Status>(0xC0000135);
 
 // The library is not among those that the system loads from its own directory alone: as an import
@@ -23,6 +24,7 @@ HMODULE Library() {
 // Calls a function of the library by its name and declared type.
 template <typename Function, typename... Arguments>
 Status Call(const char* name, Arguments... arguments) {
+  // By way of void*, since the compiler warns of casts between function types.
   const auto function =
       reinterpret_cast<Function*>(reinterpret_cast<void*>(::GetProcAddress(Library(), name)));
   return function == nullptr ? kStatusDllNotFound : function(arguments...);
@@ -41,7 +43,8 @@ BCRYPT_HASH_HANDLE NativeHash(HashHandle hash) {
 Status BCryptOpenAlgorithmProvider(AlgorithmHandle* algorithm, const char16_t* name) {
   BCRYPT_ALG_HANDLE native = nullptr;
   const Status status = Call<decltype(::BCryptOpenAlgorithmProvider)>(
-      "BCryptOpenAlgorithmProvider", &native, Wide(name), static_cast<LPCWSTR>(nullptr), kNoFlags);
+      "BCryptOpenAlgorithmProvider", &native, Wide(name),
+      /*pszImplementation=*/static_cast<LPCWSTR>(nullptr), kNoFlags);
   *algorithm = reinterpret_cast<AlgorithmHandle>(native);
   return status;
 }
@@ -66,7 +69,7 @@ Status BCryptCreateHash(AlgorithmHandle algorithm, HashHandle* hash, void* objec
   BCRYPT_HASH_HANDLE native = nullptr;
   const Status status = Call<decltype(::BCryptCreateHash)>(
       "BCryptCreateHash", NativeAlgorithm(algorithm), &native, static_cast<PUCHAR>(object), size,
-      static_cast<PUCHAR>(nullptr), ULONG{0}, kNoFlags);
+      /*pbSecret=*/static_cast<PUCHAR>(nullptr), /*cbSecret=*/ULONG{0}, kNoFlags);
   *hash = reinterpret_cast<HashHandle>(native);
   return status;
 }
