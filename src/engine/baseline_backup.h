@@ -8,7 +8,9 @@
 
 namespace tolvarine::updater {
 
-// The canonical-rooted path of the backup tree. Raises as SafeJoin does.
+// The path of the backup tree below the transaction directory, which must be canonical. The backup
+// root itself is not resolved: a link in its place makes every path below it an escape. Raises as
+// SafeJoin does.
 [[nodiscard]] Path BackupRoot(const TransactionRequest& request);
 
 // The path of an entry's copy in that tree. Raises as SafeJoin does.

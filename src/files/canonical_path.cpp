@@ -2,12 +2,14 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "files/file_operations.h"
 #include "files/unique_handle.h"
 #include "lists/release_path.h"
 #include "platform/error_codes.h"
 #include "platform/files.h"
+#include "platform/handles.h"
 
 namespace tolvarine::updater {
 namespace {
@@ -61,10 +63,10 @@ Path WithoutExtendedPrefix(Path path) {
 }  // namespace
 
 std::uint32_t Canonicalize(PathView path, Path& resolved) {
+  FinalPath final_path;
+  if (!path.empty()) final_path = QueryFinalPath(Path(path));
   resolved.clear();
-  if (path.empty()) return 0;
-  FinalPath final_path = QueryFinalPath(Path(path));
-  if (final_path.code != 0) return final_path.code;
+  if (final_path.text.empty()) return final_path.code;
   resolved = final_path.device_form ? Path(kDeviceRootPrefix) + final_path.text
                                     : WithoutExtendedPrefix(std::move(final_path.text));
   return 0;
@@ -100,7 +102,9 @@ bool IsInsideRoot(PathView path, PathView root) {
   const Path relative = LexicallyRelative(path, root);
   if (relative.empty()) return false;
   if (relative == u".") return true;
-  return PathElements(relative).front() != u".." && !IsAbsolutePath(relative);
+  const std::vector<PathView> components = Components(DividePath(relative).relative);
+  const bool climbs = !components.empty() && components.front() == u"..";
+  return !climbs && !IsAbsolutePath(relative);
 }
 
 Path SafeJoin(PathView root, PathView relative, std::string_view label) {

@@ -120,6 +120,8 @@ bool SetFileInformationByHandle(Handle file, const FileBasicInfo& information);
 bool SetFileInformationByHandle(Handle file, const FileDispositionInfo& information);
 bool SetFileInformationByHandle(Handle file, const FileDispositionInfoEx& information);
 
+// The first form asks for the normalized name as well, whose flag is 0, and fails with
+// ERROR_PATH_NOT_FOUND for a volume without a drive letter.
 inline constexpr std::uint32_t kVolumeNameDos = 0;
 inline constexpr std::uint32_t kVolumeNameNt = 2;
 

@@ -1,6 +1,5 @@
 #include "staging/layout.h"
 
-#include "files/canonical_path.h"
 #include "files/failure.h"
 #include "files/file_operations.h"
 #include "files/locked_release_file.h"
