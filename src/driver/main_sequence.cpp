@@ -175,6 +175,7 @@ bool RestartApplication(const UpdaterArguments& arguments) {
                                  platform::kShowNormal) > kLastShellError;
 }
 
+// FlushFile would take the extended form; a marker's path is taken as given throughout.
 bool FlushTemporary(const Path& temporary) {
   const FileHandle file(platform::CreateFileW(
       temporary.c_str(), platform::kGenericRead | platform::kGenericWrite, platform::kFileShareRead,
@@ -192,8 +193,9 @@ std::int32_t RunUpdater() {
 bool CopyMarkerDurably(const Path& source, const Path& destination) {
   const Path temporary = destination + u".tmp";
   platform::DeleteFileW(temporary.c_str());
-  if (!platform::CopyFileW(source.c_str(), temporary.c_str(), /*fail_if_exists=*/false))
+  if (!platform::CopyFileW(source.c_str(), temporary.c_str(), /*fail_if_exists=*/false)) {
     return false;
+  }
   const bool published =
       FlushTemporary(temporary) &&
       platform::MoveFileExW(temporary.c_str(), destination.c_str(),

@@ -1,4 +1,4 @@
-// The two operations that make something durable.
+// Flushing and replacing by path.
 
 #include "files/failure.h"
 #include "files/file_operations.h"

@@ -1,9 +1,11 @@
 #include "files/durable_copy.h"
 
 #include <array>
+#include <optional>
 
 #include "files/failure.h"
 #include "files/file_operations.h"
+#include "files/unique_handle.h"
 #include "platform/error_codes.h"
 #include "platform/files.h"
 
@@ -19,14 +21,15 @@ void RemoveStaleTemporary(const Path& extended) {
   throw SystemError(code, "Could not remove stale backup or restore temporary");
 }
 
-// What a write that moved too little left as its code: a short write may leave none.
+// The code of a failed or short write. A short write is a success to the system, so the last error
+// may be 0.
 std::uint32_t WriteFailureCode() {
   const std::uint32_t code = platform::GetLastError();
   return code != 0 ? code : platform::kErrorWriteFault;
 }
 
-// Returns the code of the failure that ended the copy, 0 when everything is written and flushed.
-std::uint32_t CopyAndFlush(platform::Handle from, platform::Handle to) {
+// Nothing when everything is written and flushed, else the code of the failure, which may be 0.
+std::optional<std::uint32_t> CopyAndFlush(platform::Handle from, platform::Handle to) {
   std::array<char, kBufferSize> buffer{};
   for (;;) {
     std::uint32_t read = 0;
@@ -39,7 +42,8 @@ std::uint32_t CopyAndFlush(platform::Handle from, platform::Handle to) {
       return WriteFailureCode();
     }
   }
-  return platform::FlushFileBuffers(to) ? 0 : platform::GetLastError();
+  if (!platform::FlushFileBuffers(to)) return platform::GetLastError();
+  return std::nullopt;
 }
 
 }  // namespace
@@ -67,11 +71,11 @@ void CopyLockedFileToTemporary(const LockedReleaseFile& file, const Path& tempor
                                           platform::kFileShareNone, platform::kCreateNew,
                                           platform::kFileAttributeNormal));
   if (!target) RaiseLastError("Could not create target temporary file");
-  const std::uint32_t code = CopyAndFlush(file.handle(), target.get());
+  const std::optional<std::uint32_t> code = CopyAndFlush(file.handle(), target.get());
   target.Reset();
-  if (code == 0) return;
+  if (!code) return;
   RemoveEntry(temporary);
-  throw SystemError(code, "Could not copy locked release source");
+  throw SystemError(*code, "Could not copy locked release source");
 }
 
 }  // namespace tolvarine::updater

@@ -104,7 +104,8 @@ using EntryVisitor = std::function<std::uint32_t(const TreeEntry&)>;
 // junctions are visited and never entered. Returns as EnumerateDirectory does.
 [[nodiscard]] std::uint32_t EnumerateTree(const Path& root, const EntryVisitor& visit);
 
-// Puts the content and metadata of a closed file on stable storage. Raises SystemError.
+// Puts the content and metadata of a file on stable storage, by opening it for writing. Raises
+// SystemError, also for a read-only file, a directory, and a file that somebody holds for writing.
 void FlushFile(PathView path);
 
 // Renames `from` to `to`, replacing a file that is there, in one step that is durable on return.

@@ -26,7 +26,7 @@ std::size_t RootNameLength(PathView path) {
   const bool server =
       path.size() >= 3 && IsSeparator(path[0]) && IsSeparator(path[1]) && !IsSeparator(path[2]);
   if (!server) return 0;
-  return static_cast<std::size_t>(std::ranges::find_if(path.substr(3), IsSeparator) - path.begin());
+  return std::min(path.find_first_of(u"\\/", 3), path.size());
 }
 
 bool SameUnits(PathView a, PathView b) {
@@ -65,12 +65,14 @@ NormalForm ResolveDots(const std::vector<PathView>& components, bool rooted) {
   return normal;
 }
 
-bool HasRootedComponent(PathView relative) {
+// `C:x` as a component; no other root name fits into one.
+bool HasComponentWithRootName(PathView relative) {
   return std::ranges::any_of(Components(relative),
                              [](PathView component) { return RootNameLength(component) != 0; });
 }
 
-// Both begin with `\\?\` and a drive: what follows the prefix decides.
+// True where both begin with `\\?\` and a drive, so that what follows the prefix decides. A drive
+// with the prefix and one without have no relative form, on purpose.
 bool BothHaveExtendedDrive(PathView a, PathView b) {
   const auto extended_drive = [](PathView path) {
     return path.starts_with(kExtendedLengthPrefix) &&
@@ -85,10 +87,11 @@ bool HasNoRelative(PathView path, PathView base) {
   return !SameUnits(path_parts.root_name, base_parts.root_name) ||
          IsAbsolutePath(path) != IsAbsolutePath(base) ||
          (path_parts.root_directory.empty() && !base_parts.root_directory.empty()) ||
-         HasRootedComponent(path_parts.relative) || HasRootedComponent(base_parts.relative);
+         HasComponentWithRootName(path_parts.relative) ||
+         HasComponentWithRootName(base_parts.relative);
 }
 
-// How many levels the elements climb down, net of those that climb up.
+// How many levels the elements from `first` on lie below, net of those that lead up.
 int Depth(const std::vector<PathView>& elements, std::size_t first) {
   int depth = 0;
   for (std::size_t i = first; i < elements.size(); ++i) {
@@ -101,11 +104,12 @@ int Depth(const std::vector<PathView>& elements, std::size_t first) {
   return depth;
 }
 
+// Root names are known to be the same, so what is left beginning with a separator is a root
+// directory; these do not differ, however many separators they are.
 bool SameElement(PathView a, PathView b) {
-  const bool both_root_directories = !a.empty() && !b.empty() && IsSeparator(a.front()) &&
-                                     IsSeparator(b.front()) && RootNameLength(a) == 0 &&
-                                     RootNameLength(b) == 0;
-  return both_root_directories || SameUnits(a, b);
+  const bool root_directories =
+      !a.empty() && !b.empty() && IsSeparator(a.front()) && IsSeparator(b.front());
+  return root_directories || SameUnits(a, b);
 }
 
 }  // namespace
@@ -221,10 +225,9 @@ Path LexicallyRelative(PathView path, PathView base) {
   while (same < shorter && SameElement(elements[same], base_elements[same])) ++same;
   if (same == elements.size() && same == base_elements.size()) return u".";
 
-  const PathParts base_parts = DividePath(base);
-  const std::size_t base_root =
-      (base_parts.root_name.empty() ? 0U : 1U) + (base_parts.root_directory.empty() ? 0U : 1U);
-  const int climb = Depth(base_elements, std::max(same, base_root));
+  // The difference lies behind the root of `base`: equal roots come first, and a base with a root
+  // directory has no relative form to a path without one.
+  const int climb = Depth(base_elements, same);
   if (climb < 0) return {};
   if (climb == 0 && (same == elements.size() || elements[same].empty())) return u".";
 

@@ -13,7 +13,9 @@
 // the relative part is components between runs of separators. A trailing separator yields one empty
 // last component.
 //
-// Paths are compared unit by unit: no case folding, no locale. Only `\` and `/` do not differ.
+// Paths are compared unit by unit: no case folding, no locale. Only `\` and `/` do not differ, and
+// root directories do not, however many separators they are. Nothing here fails: every text is a
+// path. Views live as long as the text that was passed in.
 
 #pragma once
 
@@ -31,7 +33,7 @@ using PathView = std::u16string_view;
 // What exempts a path from the limit of 260 units.
 inline constexpr PathView kExtendedLengthPrefix = u"\\\\?\\";
 
-// True for a path that begins with a letter and a colon.
+// True for a path that begins with an ASCII letter and a colon.
 [[nodiscard]] bool HasDrivePrefix(PathView path);
 
 // Where the root name of [first, last) ends; `first` if there is none.
@@ -46,8 +48,8 @@ struct PathParts {
 
 [[nodiscard]] PathParts DividePath(PathView path);
 
-// The components of a relative part, in order. The separators that a text without a root begins
-// with belong to its root directory, so no component but the last is ever empty.
+// The components of a relative part, in order. A relative part does not begin with a separator, so no
+// component but the last is ever empty.
 [[nodiscard]] std::vector<PathView> Components(PathView relative);
 
 // The elements of a path, in order: the root name and the root directory where there are any, then
@@ -64,15 +66,22 @@ struct PathParts {
 // The path without its last component and the separators before it; the root stays whole.
 [[nodiscard]] Path ParentPath(PathView path);
 
-// `relative` as seen from `root`. An absolute `relative`, or one with another root name, stands for
-// itself; one that begins with a separator keeps only the root name of `root`.
+// `relative` as seen from `root`: behind it and a separator, which is left out where `root` is empty,
+// ends in one or is a bare drive. An absolute `relative`, or one with another root name, stands for
+// itself; one with the same root name loses it; one that begins with a separator keeps only the root
+// name of `root`. Joining an empty text puts a separator at the end.
 [[nodiscard]] Path JoinPath(PathView root, PathView relative);
 
-// The path with uniform separators and without "." and "..", resolved by text alone. A path of
-// which nothing is left is ".", an empty path stays empty, and a trailing separator stays.
+// The path with uniform separators and without "." and "..", resolved by text alone. A path of which
+// nothing is left is ".", and an empty path stays empty. A trailing separator stays, but not behind
+// ".."; a name that is undone at the end leaves one (`a\b\..` is `a\`).
 [[nodiscard]] Path LexicallyNormal(PathView path);
 
-// `path` as seen from `base`, by text alone; empty where there is no such path.
+// `path` as seen from `base`, by text alone; "." where they are the same but for a trailing separator.
+// Empty where there is no such path: other root names, only one of them absolute, a root directory in
+// `base` alone, a component such as `C:x`, or a base that leads up further than down. A drive behind
+// `\\?\` has none to one without. Behind a server alone it begins with a separator: `\\s\x` seen from
+// `\\s` is `\x`.
 [[nodiscard]] Path LexicallyRelative(PathView path, PathView base);
 
 // The form that is exempt from the limit of 260 units: `\\?\C:\…` or `\\?\UNC\server\…`. A relative

@@ -38,6 +38,7 @@ std::uint32_t Copy(const char16_t* from, const char16_t* to, bool fail_if_exists
                             .access = kGenericRead,
                             .sharing = kFileShareRead | kFileShareWrite | kFileShareDelete});
   if (!source.is_open()) return source.code();
+  if (!fail_if_exists && files.LookUp(to).node == (*source).node) return kErrorSharingViolation;
   const simulated::Node& node = files.NodeOf((*source).node);
   ScopedFile target(files, {.path = to,
                             .access = kGenericWrite,
