@@ -23,7 +23,7 @@ class FieldReader {
     return ParseDecimal<Value>(Take([](char c) { return c >= '0' && c <= '9'; }));
   }
 
-  // Nothing at the end of the text.
+  // A view into the text, as far as the next white space. Nothing where only white space is left.
   [[nodiscard]] std::optional<std::string_view> Token() {
     const std::string_view token = Take([](char c) { return !IsSpace(c); });
     if (token.empty()) return std::nullopt;

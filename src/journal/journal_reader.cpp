@@ -1,5 +1,5 @@
-#include <limits>
 #include <set>
+#include <utility>
 
 #include "journal/field_reader.h"
 #include "journal/journal_text.h"
@@ -33,7 +33,6 @@ std::string_view VerifiedBody(std::string_view text) {
   const std::size_t newline = text.find('\n', position);
   Require(newline == text.size() - 1);
   const std::size_t digits = position + kChecksumKeyword.size();
-  Require(newline >= digits);
   const auto checksum = ParseDecimal<std::uint64_t>(text.substr(digits, newline - digits));
   const std::string_view body = text.substr(0, position);
   Require(Required(checksum) == Fnv1a64(body));
@@ -98,7 +97,8 @@ void ReadIntent(BodyReader& body, TransactionJournal& journal) {
   FieldReader fields(body.After("intent "));
   const auto intent = Required(fields.Number<std::int32_t>());
   journal.intent_entry = Required(fields.Number<std::uint64_t>());
-  Require(intent <= static_cast<std::int32_t>(TransactionIntent::Rollback) && fields.AtEnd());
+  Require(intent >= 0 && intent <= static_cast<std::int32_t>(TransactionIntent::Rollback));
+  Require(fields.AtEnd());
   journal.intent = static_cast<TransactionIntent>(intent);
 }
 
@@ -157,7 +157,7 @@ void ReadDirectories(BodyReader& body, TransactionJournal& journal) {
   }
 }
 
-bool CountersFit(const TransactionJournal& journal) {
+bool StaysWithinEntries(const TransactionJournal& journal) {
   const std::uint64_t count = journal.entries.size();
   const bool intent_fits =
       journal.intent == TransactionIntent::None || journal.intent_entry < count;
@@ -178,7 +178,7 @@ TransactionJournal ReadBody(BodyReader body) {
   journal.error = body.BytesAfter("error ");
   ReadEntries(body, version, journal);
   ReadDirectories(body, journal);
-  Require(body.AtEnd() && CountersFit(journal));
+  Require(body.AtEnd() && StaysWithinEntries(journal));
   return journal;
 }
 

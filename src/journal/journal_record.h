@@ -54,8 +54,9 @@ struct TransactionJournal {
   std::uint64_t apply = 0;     // Entries that are applied.
   std::uint64_t rollback = 0;  // Entries that are restored.
   TransactionIntent intent = TransactionIntent::None;
-  std::uint64_t intent_entry = 0;  // What `intent` speaks of; may be stale while it is None.
-  std::string error;               // The failure of the transaction; any bytes.
+  // The index of the entry that `intent` speaks of; may be stale while it is None.
+  std::uint64_t intent_entry = 0;
+  std::string error;  // The failure of the transaction; any bytes.
   std::vector<JournalEntry> entries;
   std::vector<JournalDirectory> directories;
 };

@@ -11,12 +11,16 @@
 //     target    = "target " hex                 ; an absolute path
 //     intent    = "intent " number " " number   ; 0 to 3, and an entry's index
 //     error     = "error " [hex]
-//     entry     = "entry " hex " " size " " sha256 " " exists " " size " " fnv1a " " kind
+//     entry     = "entry " path " " size " " sha256 " " baseline-exists " " baseline-size
+//                 " " baseline-hash " " kind
+//     path      = hex
+//     baseline-exists, kind = "0" / "1"
 //     directory = "directory " hex
 //     checksum  = "checksum " number            ; Fnv1a64 of every byte before this line
 //
-// Generation 7 of a transaction of D:/Apps/Demo in phase Apply, with one of two entries done and
-// the other announced, is these 440 bytes (the second digest stands for 64 zeros):
+// Generation 7 of a transaction of D:/Apps/Demo in phase Apply, with one of two entries done and the
+// other announced, is 440 bytes. Both digests are cut short here: the first is the SHA-256 of the
+// bytes `hello`, the second is 64 zeros.
 //
 //     TOLVARINE-UPDATE-TRANSACTION-2
 //     generation 7
@@ -38,9 +42,15 @@
 // have no kind, and all of them are Install. It is read and never written.
 //
 // The checksum is the whole protection against change, so a reader takes more than a writer emits:
-// upper-case digits in hex fields, leading zeros, runs of white space within intent and entry
-// lines. A writer checks nothing, so a record outside the reader's limits can be written and not
-// read.
+// upper-case digits in hex fields, leading zeros, white space (blanks and \t to \r) before, between
+// and behind the fields of intent and entry lines, and a last line without its newline before the
+// checksum.
+//
+// A writer checks nothing, so it can write a record that a reader refuses. A reader's limits: at most
+// 100000 entries and as many directories; counters up to the number of entries, and the intent's
+// index below it unless the intent is None; a target without U+0000; digests of exactly 64 lower-case
+// digits; a Delete entry with size 0 and a digest of zeros; safe release paths, no two entries and no
+// two directories with the same comparison key (a path may stand in both).
 
 #pragma once
 

@@ -1,4 +1,4 @@
-// Plain decimal numbers: no sign but a minus, no padding, no grouping, no locale.
+// Plain decimal numbers: no padding, no grouping, no locale.
 
 #pragma once
 
@@ -12,6 +12,7 @@
 
 namespace tolvarine::updater {
 
+// Appends the shortest form, with a minus for a negative number.
 template <std::integral Number>
 void AppendDecimal(std::string& text, Number number) {
   char digits[std::numeric_limits<Number>::digits10 + 3];

@@ -28,7 +28,6 @@ void AppendHex(std::string& text, std::string_view bytes) {
 
 std::string EncodeHex(std::string_view bytes) {
   std::string text;
-  text.reserve(bytes.size() * 2);
   AppendHex(text, bytes);
   return text;
 }
