@@ -149,7 +149,7 @@ std::u16string FailureMessage(TransactionPhase status, std::string_view details)
 }
 
 // Publishes the installed manifest, finalizes the markers and deletes the archive. True when the
-// completed marker stands; what could not be removed beside it does not count.
+// copy was made and the finalization did not fail; what could not be removed does not count.
 bool PublishMarkers(const UpdaterArguments& arguments) {
   if (!CopyMarkerDurably(arguments.state_file, arguments.installed_manifest_file)) return false;
   const TransactionFinalizeRequest request{.transaction = TransactionDirectory(arguments),

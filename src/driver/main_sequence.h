@@ -33,8 +33,8 @@ enum class ExitCode : std::int32_t {
 
 // Copies a marker through a temporary, which has ".tmp" appended to the destination and replaces a
 // stale one. On success the destination holds the whole copy, durably. On failure, of which no code
-// tells more, it is as it was. What a failed copy left of the temporary stays until the next attempt;
-// after a failed flush or rename it is removed, as far as it can be.
+// tells more, it is as it was. What a failed copy left of the temporary stays until the next
+// attempt; after a failed flush or rename it is removed, as far as it can be.
 [[nodiscard]] bool CopyMarkerDurably(const Path& source, const Path& destination);
 
 // Each byte as one unit, by signed extension: bytes from 0x80 on are not decoded.

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <span>
+#include <vector>
 
 #include "files/canonical_path.h"
 #include "files/file_operations.h"
@@ -11,8 +13,6 @@
 
 namespace tolvarine::updater {
 namespace {
-
-constexpr std::size_t kStageNameLength = 32;
 
 using Message = const char16_t*;
 constexpr Message kAcceptable = nullptr;
@@ -59,8 +59,9 @@ Message CheckDirectories(const UpdaterArguments& arguments, const Layout& layout
   if (!IsSafeDirectory(arguments.target)) {
     return u"The installation target is not a safe directory.";
   }
-  if (!IsSafeDirectory(arguments.workspace))
+  if (!IsSafeDirectory(arguments.workspace)) {
     return u"The update workspace is not a safe directory.";
+  }
   if (PathsEqual(arguments.source, arguments.target)) {
     return u"The release source and installation target are the same directory.";
   }
@@ -113,7 +114,7 @@ Message CheckTargetAndRelease(const UpdaterArguments& arguments) {
   return kAcceptable;
 }
 
-// Both sides of a comparison go through it alike.
+// The platform's own lower case, unit by unit, is wanted here, and not that of comparison keys.
 Path LoweredNormal(const Path& path) {
   Path text = LexicallyNormal(path);
   std::ranges::replace(text, u'/', u'\\');

@@ -1,18 +1,27 @@
 #include "engine/cleanup.h"
 
+#include <exception>
 #include <stdexcept>
+#include <string_view>
+#include <utility>
 
 #include "engine/transaction_step.h"
 #include "files/canonical_path.h"
 #include "files/failure.h"
 #include "files/file_operations.h"
+#include "journal/journal_store.h"
 #include "platform/error_codes.h"
 
 namespace tolvarine::updater {
 namespace {
 
-void Tell(std::string* error_out, std::string text) {
-  if (error_out != nullptr) *error_out = std::move(text);
+void Tell(std::string* error_out, std::string_view text) {
+  if (error_out == nullptr) return;
+  try {
+    *error_out = text;
+  } catch (const std::exception&) {
+    // There is no memory for the words; what they would tell of stands all the same.
+  }
 }
 
 // The durable record, if it stands in `phase`. Raises `otherwise` for any other.
@@ -33,15 +42,17 @@ void RemoveLeftovers(const Path& target, const TransactionJournal& journal) {
   }
 }
 
-// Returns the code of what is left standing, 0 when nothing is.
-std::uint32_t RemoveTransactionDirectory(const Path& transaction) {
+// Returns why the directory still stands, 0 when it is gone.
+std::uint32_t RemoveTransactionDirectory(const Path& transaction, const Path& newest_slot = {}) {
   const std::uint32_t code = RemoveEntry(transaction).error;
-  return code == platform::kErrorDirNotEmpty ? RemoveTree(transaction).error : code;
+  if (code != platform::kErrorDirNotEmpty) return code;
+  return RemoveTree(transaction, newest_slot).error;
 }
 
-void MoveMarker(const TransactionFinalizeRequest& request) {
-  static_cast<void>(LoadInPhase(request.transaction, TransactionPhase::Committed,
-                                "Update payload is not durably installed"));
+// Returns the slot that says Committed.
+Path MoveMarker(const TransactionFinalizeRequest& request) {
+  const TransactionJournal journal = LoadInPhase(request.transaction, TransactionPhase::Committed,
+                                                 "Update payload is not durably installed");
   if (!IsRegularFile(request.pending_marker)) {
     throw std::runtime_error("Pending update marker is missing");
   }
@@ -50,6 +61,17 @@ void MoveMarker(const TransactionFinalizeRequest& request) {
   if (code != 0) throw FilesystemError("create_directories", code, parent);
   if (request.before_marker_move) request.before_marker_move();
   ReplaceFileDurably(request.pending_marker, request.completed_marker);
+  return JournalSlot(request.transaction, journal.generation);
+}
+
+// The slot that says Committed goes last: cut short before, the removal would leave an older slot
+// that leads the next run back to a backup which is gone.
+void RemoveFinalized(const TransactionFinalizeRequest& request, const Path& committed_slot,
+                     std::string* error_out) {
+  const std::uint32_t code = RemoveTransactionDirectory(request.transaction, committed_slot);
+  if (code == 0 || error_out == nullptr) return;
+  Tell(error_out,
+       "Update marker finalized; transaction cleanup is deferred: " + SystemMessage(code));
 }
 
 }  // namespace
@@ -74,12 +96,8 @@ std::uint32_t FinalizeUpdateMarkers(const TransactionFinalizeRequest& request,
       RemoveTransactionDirectory(request.transaction);
       return kAlreadyFinal;
     }
-    MoveMarker(request);
-    const std::uint32_t code = RemoveTransactionDirectory(request.transaction);
-    if (code != 0) {
-      Tell(error_out,
-           "Update marker finalized; transaction cleanup is deferred: " + SystemMessage(code));
-    }
+    const Path committed_slot = MoveMarker(request);
+    RemoveFinalized(request, committed_slot, error_out);
     return kMarkerMoved;
   } catch (const std::exception& failure) {
     Tell(error_out, failure.what());

@@ -1,7 +1,10 @@
 #include "engine/transaction_plan.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
 #include "files/canonical_path.h"
 #include "files/failure.h"
@@ -25,6 +28,7 @@ FileKind QueryPresence(const Path& path, std::uint32_t& error_code) {
   return status.kind;
 }
 
+// A query that failed otherwise has left its code by then.
 bool IsAbsent(FileKind kind) { return kind == FileKind::none || kind == FileKind::not_found; }
 
 void PlanDeletions(const Path& target, const ManagedDeletionList& deletions,
@@ -41,7 +45,6 @@ void PlanDeletions(const Path& target, const ManagedDeletionList& deletions,
 void PlanInstalls(const Path& target, const SourceInventory& inventory, TransactionJournal& journal,
                   std::uint32_t& error_code) {
   for (const SourceInventoryEntry& row : inventory) {
-    RaiseIfSet(error_code);
     JournalEntry entry{.path = row.path, .kind = JournalEntryKind::Install, .size = row.size};
     entry.sha256 = row.sha256;
     ProbeTargetEntry(target, entry, error_code);
@@ -52,8 +55,8 @@ void PlanInstalls(const Path& target, const SourceInventory& inventory, Transact
   }
 }
 
-// Neighbours alone are compared: two spellings of one directory that are none both stay, and the
-// removal of the second finds nothing.
+// Only neighbours are compared. Two spellings of one directory that do not stand side by side both
+// stay; the removal of the second finds nothing.
 void SortDirectories(std::vector<JournalDirectory>& directories) {
   std::ranges::sort(directories, DirectoryBefore);
   const auto same = [](const JournalDirectory& a, const JournalDirectory& b) {
@@ -72,6 +75,7 @@ TransactionJournal PlanTransaction(const Path& /*source*/, const Path& target,
   journal.target = target;
   std::uint32_t error_code = 0;
   PlanDeletions(target, deletions, journal, error_code);
+  RaiseIfSet(error_code);
   PlanInstalls(target, inventory, journal, error_code);
   RaiseIfSet(error_code);
   if (journal.entries.empty()) throw std::runtime_error("Release contains no files");
@@ -126,7 +130,7 @@ bool DirectoryBefore(const JournalDirectory& a, const JournalDirectory& b) {
 }
 
 bool IsApplicationEntry(const JournalEntry& entry) {
-  return entry.kind == JournalEntryKind::Install && SamePathKey(entry.path, kApplicationPath);
+  return entry.kind == JournalEntryKind::Install && SamePathKey(entry.path, kApplicationKeyText);
 }
 
 }  // namespace tolvarine::updater

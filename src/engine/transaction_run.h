@@ -6,8 +6,8 @@
 //     file, or, where the baseline or the release has none, nothing.
 //  2. No entry of the target is changed before a proved, durable copy of every file that is to be
 //     touched exists.
-//  3. The work on an entry begins after its announcement is durable; its count becomes durable after
-//     the work is. A step may therefore be done twice, and tolerates it.
+//  3. The work on an entry begins after its announcement is durable; its count becomes durable
+//     after the work is. A step may therefore be done twice, and tolerates it.
 //  4. Bytes come under an entry's name only from a release file that was verified through the very
 //     handle they were copied from, or from a verified baseline copy.
 //  5. The application's executable is the last entry.
@@ -18,8 +18,8 @@
 //
 // The saved phases. Every change of phase but the last is one save:
 //
-//                  plan            all copied           all applied           finalized
-//     no journal --------> Backup ------------> Apply --------------> Committed --------> no journal
+//                  plan            all copied           all applied          finalized
+//     no journal --------> Backup ------------> Apply -------------> Committed --------> no journal
 //                             |                 |  ^
 //                   cancelled |          failed |  | resumed
 //                             |    or cancelled |  |

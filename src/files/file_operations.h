@@ -76,9 +76,10 @@ struct TreeRemovalResult {
 };
 
 // Removes a directory with all that it holds; links in it are removed and not followed. The first
-// failure ends the walk, and what is gone is gone. The directory itself is tried up to ten times. A
-// path that names nothing is success.
-[[nodiscard]] TreeRemovalResult RemoveTree(const Path& path);
+// failure ends the walk, and what is gone is gone. Entries go in the order of the directory, but
+// `last`, if it is one of them, goes when all others are gone. The directory itself is tried up to
+// ten times. A path that names nothing is success.
+[[nodiscard]] TreeRemovalResult RemoveTree(const Path& path, const Path& last = {});
 
 // One entry of a tree, as its directory's record has it.
 struct TreeEntry {

@@ -21,9 +21,9 @@ namespace tolvarine::updater {
 class LockedReleaseFile {
  public:
   // `path` comes from SafeJoin and is taken as given. Raises SystemError where the file cannot be
-  // opened under these terms (a directory or a link to one, or a file that somebody holds for writing
-  // or deleting; it is not waited for) or cannot be inspected, and std::runtime_error for any other
-  // reparse point and for a file with more than one name.
+  // opened under these terms (a directory or a link to one, or a file that somebody holds for
+  // writing or deleting; it is not waited for) or cannot be inspected, and std::runtime_error for
+  // any other reparse point and for a file with more than one name.
   explicit LockedReleaseFile(const Path& path);
 
   [[nodiscard]] const Path& path() const { return path_; }
@@ -41,8 +41,9 @@ class LockedReleaseFile {
 // std::runtime_error for the hash functions; the position may then be anywhere.
 [[nodiscard]] std::string Sha256OfLockedFile(const LockedReleaseFile& file);
 
-// True when the locked file has this size, in bytes, and this digest, as 64 lower-case digits. A file
-// of another size is not read. Raises, and treats the read position, as Sha256OfLockedFile does.
+// True when the locked file has this size, in bytes, and this digest, as 64 lower-case digits. A
+// file of another size is not read. Raises, and treats the read position, as Sha256OfLockedFile
+// does.
 [[nodiscard]] bool MatchesRelease(const LockedReleaseFile& file, std::uint64_t size,
                                   std::string_view sha256);
 

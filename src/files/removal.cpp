@@ -1,7 +1,5 @@
 // Removing entries and trees.
 
-#include <vector>
-
 #include "files/file_operations.h"
 #include "files/unique_handle.h"
 #include "platform/error_codes.h"
@@ -103,51 +101,14 @@ RemovalResult RemoveEmptied(const Path& path) {
   return result;
 }
 
-// A removal of a tree under way.
-class TreeRemoval {
- public:
-  // Removes what a directory holds. A directory's own files go before its subdirectories, so that a
-  // removal that is cut short never leaves a file that counts on a subdirectory that has gone.
-  std::uint32_t Empty(const Path& directory) {
-    std::vector<Path> subdirectories;
-    std::uint32_t entry_error = 0;  // Kept apart from the enumeration's own codes.
-    const std::uint32_t walk = EnumerateDirectory(directory, [&](const TreeEntry& entry) {
-      entry_error = RemoveOrPostpone(entry.path, subdirectories);
-      return entry_error;
-    });
-    if (entry_error != 0) return entry_error;
-    if (walk != 0 && !IsNotFoundError(walk)) return walk;
-    for (const Path& subdirectory : subdirectories) {
-      const std::uint32_t code = Remove(subdirectory);
-      if (code != 0) return code;
-    }
-    return 0;
-  }
-
-  std::uint32_t Remove(const Path& directory) {
-    const std::uint32_t code = Empty(directory);
-    return code != 0 ? code : Count(RemoveEmptied(directory));
-  }
-
-  [[nodiscard]] std::uint64_t removed() const { return removed_; }
-
- private:
-  // What an entry is may have changed since its directory's record was read.
-  std::uint32_t RemoveOrPostpone(const Path& path, std::vector<Path>& subdirectories) {
-    const FileStatus status = QueryLinkStatus(path);
-    if (status.kind == FileKind::none) return status.error;
-    if (status.kind != FileKind::directory) return Count(RemoveEntry(path));
-    subdirectories.push_back(path);
-    return 0;
-  }
-
-  std::uint32_t Count(const RemovalResult& result) {
-    if (result.removed) ++removed_;
-    return result.error;
-  }
-
-  std::uint64_t removed_ = 0;
-};
+// What an entry is may have changed since its directory's record was read.
+TreeRemovalResult RemoveEntryOrTree(const Path& path) {
+  const FileStatus status = QueryLinkStatus(path);
+  if (status.kind == FileKind::none) return {0, status.error};
+  if (status.kind == FileKind::directory) return RemoveTree(path);
+  const RemovalResult result = RemoveEntry(path);
+  return {result.removed ? 1U : 0U, result.error};
+}
 
 }  // namespace
 
@@ -158,10 +119,25 @@ RemovalResult RemoveEntry(const Path& path) {
   return {code == 0, code};
 }
 
-TreeRemovalResult RemoveTree(const Path& path) {
-  TreeRemoval removal;
-  const std::uint32_t code = removal.Remove(path);
-  return {removal.removed(), code};
+TreeRemovalResult RemoveTree(const Path& path, const Path& last) {
+  TreeRemovalResult total;  // Its error is an entry's, apart from the enumeration's own codes.
+  const auto remove = [&total](const Path& entry) {
+    const TreeRemovalResult result = RemoveEntryOrTree(entry);
+    total.removed += result.removed;
+    total.error = result.error;
+    return result.error;
+  };
+  bool last_is_there = false;
+  const std::uint32_t walk = EnumerateDirectory(path, [&](const TreeEntry& entry) {
+    if (entry.path != last) return remove(entry.path);
+    last_is_there = true;
+    return std::uint32_t{0};
+  });
+  if (total.error != 0) return total;
+  if (walk != 0 && !IsNotFoundError(walk)) return {total.removed, walk};
+  if (last_is_there && remove(last) != 0) return total;
+  const RemovalResult emptied = RemoveEmptied(path);
+  return {total.removed + (emptied.removed ? 1U : 0U), emptied.error};
 }
 
 }  // namespace tolvarine::updater

@@ -24,8 +24,8 @@ struct EntryData {
 
 EntryData LastErrorData() { return {.error = platform::GetLastError()}; }
 
-// The entry's own record, without an open. A file whose attributes are refused for sharing, as those
-// of the system's paging file are, answers through its directory.
+// The entry's own record, without an open. A file whose attributes are refused for sharing, as
+// those of the system's paging file are, answers through its directory.
 EntryData QueryRecord(const Path& path) {
   platform::FileAttributeData data;
   if (platform::GetFileAttributesExW(path.c_str(), &data)) {

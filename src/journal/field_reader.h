@@ -16,8 +16,8 @@ class FieldReader {
  public:
   explicit FieldReader(std::string_view text) : rest_(text) {}
 
-  // Nothing where no digit follows or where the value does not fit. Signs are no part of the
-  // format.
+  // Nothing where no digit follows or where the value does not fit; the digits are then used up all
+  // the same. Signs are no part of the format.
   template <std::integral Value>
   [[nodiscard]] std::optional<Value> Number() {
     return ParseDecimal<Value>(Take([](char c) { return c >= '0' && c <= '9'; }));

@@ -65,6 +65,10 @@ std::optional<TransactionJournal> NewestSlot(const Path& directory) {
 
 }  // namespace
 
+Path JournalSlot(const Path& directory, std::uint64_t generation) {
+  return JoinPath(directory, generation % 2 == 0 ? kEvenSlot : kOddSlot);
+}
+
 JournalLoadResult LoadJournal(const Path& directory) {
   const FileStatus status = QueryLinkStatus(directory);
   if (IsNoSuchFileOrDirectory(status.error)) return {JournalLoadState::None};
@@ -81,7 +85,7 @@ void SaveJournal(const Path& directory, TransactionJournal& journal) {
   const std::uint32_t code = CreateDirectories(directory);
   if (code != 0) throw FilesystemError("create_directories", code, directory);
   ++journal.generation;
-  const Path slot = JoinPath(directory, journal.generation % 2 == 0 ? kEvenSlot : kOddSlot);
+  const Path slot = JournalSlot(directory, journal.generation);
   const Path temporary = slot + Path(kSlotTemporarySuffix);
   RemoveEntry(temporary);  // If it stays, the write truncates it.
   WriteJournalFile(temporary, SerializeJournal(journal));

@@ -18,9 +18,9 @@
 //     directory = "directory " hex
 //     checksum  = "checksum " number            ; Fnv1a64 of every byte before this line
 //
-// Generation 7 of a transaction of D:/Apps/Demo in phase Apply, with one of two entries done and the
-// other announced, is 440 bytes. Both digests are cut short here: the first is the SHA-256 of the
-// bytes `hello`, the second is 64 zeros.
+// Generation 7 of a transaction of D:/Apps/Demo in phase Apply, with one of two entries done and
+// the other announced, is 440 bytes. Both digests are cut short here: the first is the SHA-256 of
+// the bytes `hello`, the second is 64 zeros.
 //
 //     TOLVARINE-UPDATE-TRANSACTION-2
 //     generation 7
@@ -46,11 +46,11 @@
 // and behind the fields of intent and entry lines, and a last line without its newline before the
 // checksum.
 //
-// A writer checks nothing, so it can write a record that a reader refuses. A reader's limits: at most
-// 100000 entries and as many directories; counters up to the number of entries, and the intent's
-// index below it unless the intent is None; a target without U+0000; digests of exactly 64 lower-case
-// digits; a Delete entry with size 0 and a digest of zeros; safe release paths, no two entries and no
-// two directories with the same comparison key (a path may stand in both).
+// A writer checks nothing, so it can write a record that a reader refuses. A reader's limits: at
+// most 100000 entries and as many directories; counters up to the number of entries, and the
+// intent's index below it unless the intent is None; a target without U+0000; digests of exactly 64
+// lower-case digits; a Delete entry with size 0 and a digest of zeros; safe release paths, no two
+// entries and no two directories with the same comparison key (a path may stand in both).
 
 #pragma once
 

@@ -13,8 +13,8 @@ namespace {
 constexpr std::size_t kFixedBytes = 400;
 constexpr std::size_t kRowBytes = 160;
 
-// The text under construction. Room for it is reserved ahead, and one buffer serves the UTF-8 form of
-// every path.
+// The text under construction. Room for it is reserved ahead, and one buffer serves the UTF-8 form
+// of every path.
 class Writer {
  public:
   explicit Writer(std::size_t expected_size) { text_.reserve(expected_size); }

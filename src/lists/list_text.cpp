@@ -1,18 +1,10 @@
 #include "lists/list_text.h"
 
-#include "lists/release_path.h"
-
 namespace tolvarine::updater {
 
 bool IsListablePath(PathView path) {
   return IsSafeReleasePath(path) && GenericUtf8Path(path).size() <= kListPathByteLimit;
 }
-
-void PathKeySet::Add(PathView path, const char* duplicate) {
-  if (!keys_.insert(PathCompareKey(path)).second) throw std::runtime_error(duplicate);
-}
-
-bool PathKeySet::Contains(PathView path) const { return keys_.contains(PathCompareKey(path)); }
 
 ListLines::ListLines(std::string_view text, std::string_view header, const char* malformed)
     : rest_(text), malformed_(malformed) {

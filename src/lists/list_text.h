@@ -3,13 +3,17 @@
 
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <optional>
 #include <set>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
+#include "lists/release_path.h"
 #include "text/path_algebra.h"
 
 namespace tolvarine::updater {
@@ -22,14 +26,39 @@ inline constexpr std::size_t kListTextByteLimit = 24576;  // The header included
 // surrogate.
 [[nodiscard]] bool IsListablePath(PathView path);
 
-// The comparison keys of a list's paths. Adding one that is there already raises `duplicate`.
-class PathKeySet {
+// The rows of a list with the comparison keys of their paths. Each key is taken once: the platform may
+// fail to map a text now and not a moment later, and a sort that took keys anew would then see two
+// orders.
+template <typename Row>
+class KeyedRows {
  public:
-  void Add(PathView path, const char* duplicate);
-  [[nodiscard]] bool Contains(PathView path) const;
+  // Raises std::runtime_error with the text `duplicate` for a key that is there already.
+  void Add(Row row, PathView path, const char* duplicate) {
+    std::u16string key = PathCompareKey(path);
+    if (!keys_.insert(key).second) throw std::runtime_error(duplicate);
+    rows_.push_back({std::move(key), std::move(row)});
+  }
+
+  [[nodiscard]] bool Contains(PathView path) const { return keys_.contains(PathCompareKey(path)); }
+
+  // The rows in the strict order `before` of their keys.
+  template <typename Before>
+  [[nodiscard]] std::vector<Row> Sorted(Before before) {
+    std::ranges::sort(rows_, before, &KeyedRow::key);
+    std::vector<Row> sorted;
+    sorted.reserve(rows_.size());
+    for (KeyedRow& row : rows_) sorted.push_back(std::move(row.row));
+    return sorted;
+  }
 
  private:
+  struct KeyedRow {
+    std::u16string key;
+    Row row;
+  };
+
   std::set<std::u16string> keys_;
+  std::vector<KeyedRow> rows_;
 };
 
 // Walks the lines of a serialized list behind its header. Any fault raises std::runtime_error with

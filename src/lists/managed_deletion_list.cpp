@@ -1,6 +1,6 @@
 #include "lists/managed_deletion_list.h"
 
-#include <algorithm>
+#include <functional>
 #include <stdexcept>
 
 #include "lists/list_text.h"
@@ -29,15 +29,6 @@ ManagedDeletionList ParsePaths(std::string_view text) {
   return paths;
 }
 
-void RefuseOverlap(const PathKeySet& keys, const SourceInventory& inventory) {
-  for (const SourceInventoryEntry& row : inventory) {
-    if (keys.Contains(row.path)) {
-      throw std::runtime_error(
-          "Authenticated managed deletion list overlaps the release inventory");
-    }
-  }
-}
-
 }  // namespace
 
 ManagedDeletionList NormalizeManagedDeletionList(const ManagedDeletionList& paths,
@@ -45,15 +36,18 @@ ManagedDeletionList NormalizeManagedDeletionList(const ManagedDeletionList& path
   if (paths.size() > kListRowLimit) {
     throw std::runtime_error("Authenticated managed deletion list has too many paths");
   }
-  ManagedDeletionList normalized = paths;
-  PathKeySet keys;
-  for (const Path& path : normalized) {
+  KeyedRows<Path> keyed;
+  for (const Path& path : paths) {
     if (!IsListablePath(path)) throw std::runtime_error(kMalformedPath);
-    keys.Add(path, kDuplicate);
+    keyed.Add(path, path, kDuplicate);
   }
-  RefuseOverlap(keys, inventory);
-  std::ranges::sort(normalized, {}, PathCompareKey);
-  return normalized;
+  for (const SourceInventoryEntry& row : inventory) {
+    if (keyed.Contains(row.path)) {
+      throw std::runtime_error(
+          "Authenticated managed deletion list overlaps the release inventory");
+    }
+  }
+  return keyed.Sorted(std::less<>());
 }
 
 std::string SerializeManagedDeletionList(const ManagedDeletionList& paths) {

@@ -94,11 +94,14 @@ std::u16string PathCompareKey(PathView path) {
 bool SamePathKey(PathView a, PathView b) { return PathCompareKey(a) == PathCompareKey(b); }
 
 bool ReleaseEntryBefore(PathView a, PathView b) {
-  const std::u16string application = PathCompareKey(kApplicationPath);
-  const std::u16string key_a = PathCompareKey(a);
-  const std::u16string key_b = PathCompareKey(b);
-  if ((key_a == application) != (key_b == application)) return key_b == application;
-  return key_a < key_b;
+  const std::u16string application = PathCompareKey(kApplicationKeyText);
+  return ReleaseKeyBefore(PathCompareKey(a), PathCompareKey(b), application);
+}
+
+bool ReleaseKeyBefore(const std::u16string& a, const std::u16string& b,
+                      const std::u16string& application) {
+  if ((a == application) != (b == application)) return b == application;
+  return a < b;
 }
 
 }  // namespace tolvarine::updater

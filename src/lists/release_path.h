@@ -18,6 +18,10 @@ namespace tolvarine::updater {
 // The application's executable, at the top level of every release.
 inline constexpr PathView kApplicationPath = u"Tolvarine.exe";
 
+// The text whose key is the executable's. In lower case, so that the key is the same where the
+// platform cannot map it.
+inline constexpr PathView kApplicationKeyText = u"tolvarine.exe";
+
 // True for a relative path without a root name whose every component is a plain name: not empty,
 // not "." or "..", no full stop or blank at its end, none of <>:"|?*, no control character, and not
 // a device name such as CON or COM1, with or without an extension. Raises SystemError for a lone
@@ -42,7 +46,12 @@ void AppendGenericUtf8Path(std::string& text, PathView path);
 
 [[nodiscard]] bool SamePathKey(PathView a, PathView b);
 
-// The strict order of release files: ascending keys, but the application's executable last.
+// The strict order of release files: ascending keys, but the application's executable last. It is an
+// order only as long as every key is mapped alike; for sorting, take the keys first.
 [[nodiscard]] bool ReleaseEntryBefore(PathView a, PathView b);
+
+// The same for keys that have been taken, `application` being that of the executable.
+[[nodiscard]] bool ReleaseKeyBefore(const std::u16string& a, const std::u16string& b,
+                                    const std::u16string& application);
 
 }  // namespace tolvarine::updater

@@ -1,6 +1,5 @@
 #include "lists/source_inventory.h"
 
-#include <algorithm>
 #include <stdexcept>
 
 #include "lists/list_text.h"
@@ -62,14 +61,15 @@ SourceInventory NormalizeSourceInventory(const SourceInventory& rows) {
   if (rows.size() > kListRowLimit) {
     throw std::runtime_error("Authenticated source inventory has too many entries");
   }
-  SourceInventory normalized = rows;
-  PathKeySet keys;
-  for (const SourceInventoryEntry& row : normalized) {
+  KeyedRows<SourceInventoryEntry> keyed;
+  for (const SourceInventoryEntry& row : rows) {
     if (!IsSoundRow(row)) throw std::runtime_error(kMalformedRow);
-    keys.Add(row.path, kDuplicate);
+    keyed.Add(row, row.path, kDuplicate);
   }
-  std::ranges::sort(normalized, ReleaseEntryBefore, &SourceInventoryEntry::path);
-  return normalized;
+  const std::u16string application = PathCompareKey(kApplicationKeyText);
+  return keyed.Sorted([&](const std::u16string& a, const std::u16string& b) {
+    return ReleaseKeyBefore(a, b, application);
+  });
 }
 
 std::string SerializeSourceInventory(const SourceInventory& rows) {

@@ -1,5 +1,5 @@
-// The hash functions of bcrypt.dll. Each returns a signed status: negative is failure. They leave no
-// code in GetLastError().
+// The hash functions of bcrypt.dll. Each returns a signed status: negative is failure. They leave
+// no code in GetLastError().
 
 #pragma once
 

@@ -1,6 +1,6 @@
 // The C runtime's buffered file streams, for the two places where a file is read or written without
-// asking for exclusion: the journal slots and the fingerprints of installed files. They leave no code
-// in GetLastError().
+// asking for exclusion: the journal slots and the fingerprints of installed files. They leave no
+// code in GetLastError().
 
 #pragma once
 

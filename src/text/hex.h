@@ -13,8 +13,8 @@ namespace tolvarine::updater {
 [[nodiscard]] std::string EncodeHex(std::string_view bytes);
 void AppendHex(std::string& text, std::string_view bytes);
 
-// The bytes of a text of digits of either case; nothing for an odd length or any other character. An
-// empty text gives empty bytes.
+// The bytes of a text of digits of either case; nothing for an odd length or any other character.
+// An empty text gives empty bytes.
 [[nodiscard]] std::optional<std::string> DecodeHex(std::string_view text);
 
 inline constexpr std::size_t kSha256DigitCount = 64;

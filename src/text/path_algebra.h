@@ -48,8 +48,8 @@ struct PathParts {
 
 [[nodiscard]] PathParts DividePath(PathView path);
 
-// The components of a relative part, in order. A relative part does not begin with a separator, so no
-// component but the last is ever empty.
+// The components of a relative part, in order. A relative part does not begin with a separator, so
+// no component but the last is ever empty.
 [[nodiscard]] std::vector<PathView> Components(PathView relative);
 
 // The elements of a path, in order: the root name and the root directory where there are any, then
@@ -66,26 +66,27 @@ struct PathParts {
 // The path without its last component and the separators before it; the root stays whole.
 [[nodiscard]] Path ParentPath(PathView path);
 
-// `relative` as seen from `root`: behind it and a separator, which is left out where `root` is empty,
-// ends in one or is a bare drive. An absolute `relative`, or one with another root name, stands for
-// itself; one with the same root name loses it; one that begins with a separator keeps only the root
-// name of `root`. Joining an empty text puts a separator at the end.
+// `relative` as seen from `root`: behind it and a separator, which is left out where `root` is
+// empty, ends in one or is a bare drive. An absolute `relative`, or one with another root name,
+// stands for itself; one with the same root name loses it; one that begins with a separator keeps
+// only the root name of `root`. Joining an empty text puts a separator at the end.
 [[nodiscard]] Path JoinPath(PathView root, PathView relative);
 
-// The path with uniform separators and without "." and "..", resolved by text alone. A path of which
-// nothing is left is ".", and an empty path stays empty. A trailing separator stays, but not behind
-// ".."; a name that is undone at the end leaves one (`a\b\..` is `a\`).
+// The path with uniform separators and without "." and "..", resolved by text alone. A path of
+// which nothing is left is ".", and an empty path stays empty. A trailing separator stays, but not
+// behind ".."; a name that is undone at the end leaves one (`a\b\..` is `a\`).
 [[nodiscard]] Path LexicallyNormal(PathView path);
 
-// `path` as seen from `base`, by text alone; "." where they are the same but for a trailing separator.
-// Empty where there is no such path: other root names, only one of them absolute, a root directory in
-// `base` alone, a component such as `C:x`, or a base that leads up further than down. A drive behind
-// `\\?\` has none to one without. Behind a server alone it begins with a separator: `\\s\x` seen from
-// `\\s` is `\x`.
+// `path` as seen from `base`, by text alone; "." where they are the same but for a trailing
+// separator. Empty where there is no such path: other root names, only one of them absolute, a root
+// directory in `base` alone, a component such as `C:x`, or a base that leads up further than down.
+// A drive behind `\\?\` has none to one without. Behind a server alone it begins with a separator:
+// `\\s\x` seen from `\\s` is `\x`.
 [[nodiscard]] Path LexicallyRelative(PathView path, PathView base);
 
 // The form that is exempt from the limit of 260 units: `\\?\C:\…` or `\\?\UNC\server\…`. A relative
-// path gets no prefix. Nothing is resolved, so the path should be normal.
+// path gets no prefix, and a text that begins with `\\?\` stays. Nothing is resolved, so the path
+// should be normal; other device forms are not meant.
 [[nodiscard]] Path ExtendedLengthPath(PathView path);
 
 }  // namespace tolvarine::updater
