@@ -105,6 +105,8 @@ start_wine() {
   export WINEPREFIX=$wine_prefix WINEDEBUG=-all
   # Neither of the two downloads that Wine offers, and no entries in the user's own menus.
   export WINEDLLOVERRIDES='mscoree=;mshtml=;winemenubuilder.exe='
+  # Wine shows names that are not ASCII to its programs by the locale.
+  export LC_ALL=C.UTF-8
   wine_started=yes
   if [[ -d $wine_prefix ]]; then end_wine_programs; fi  # What an interrupted run left.
   create_wine_prefix && start_wine_server

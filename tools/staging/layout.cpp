@@ -1,5 +1,6 @@
 #include "staging/layout.h"
 
+#include "driver/request_validation.h"
 #include "files/failure.h"
 #include "files/file_operations.h"
 #include "files/locked_release_file.h"
@@ -8,8 +9,6 @@
 
 namespace tolvarine::updater::staging {
 namespace {
-
-constexpr std::size_t kStageNameLength = 32;
 
 std::u16string WidenAscii(std::string_view text) {
   return std::u16string(text.begin(), text.end());
