@@ -72,16 +72,6 @@ std::string NarrowPathText(PathView path) {
 FilesystemError::FilesystemError(std::string_view operation, std::uint32_t code, PathView path)
     : std::runtime_error(FilesystemText(operation, code, path)), code_(code) {}
 
-void RaiseLastError() {
-  const std::uint32_t code = platform::GetLastError();
-  throw SystemError(code);
-}
-
-void RaiseLastError(std::string_view context) {
-  const std::uint32_t code = platform::GetLastError();
-  throw SystemError(code, context);
-}
-
 void RaiseAboutPath(std::string_view sentence, PathView path) {
   throw std::runtime_error(std::string(sentence) + NarrowPathText(path));
 }

@@ -39,10 +39,6 @@ class FilesystemError : public std::runtime_error {
   std::uint32_t code_;
 };
 
-// Raises SystemError for the thread's last error, which is read before anything can disturb it.
-[[noreturn]] void RaiseLastError();
-[[noreturn]] void RaiseLastError(std::string_view context);
-
 // Raises std::runtime_error: `sentence`, which ends in ": ", and the path.
 [[noreturn]] void RaiseAboutPath(std::string_view sentence, PathView path);
 

@@ -26,9 +26,9 @@ inline constexpr std::size_t kListTextByteLimit = 24576;  // The header included
 // surrogate.
 [[nodiscard]] bool IsListablePath(PathView path);
 
-// The rows of a list with the comparison keys of their paths. Each key is taken once: the platform may
-// fail to map a text now and not a moment later, and a sort that took keys anew would then see two
-// orders.
+// The rows of a list with the comparison keys of their paths. Each key is taken once: the platform
+// may fail to map a text now and not a moment later, and a sort that took keys anew would then see
+// two orders.
 template <typename Row>
 class KeyedRows {
  public:

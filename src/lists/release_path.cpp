@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <utility>
+#include <vector>
 
 #include "platform/text.h"
 #include "text/utf8.h"
@@ -12,6 +14,7 @@
 namespace tolvarine::updater {
 namespace {
 
+// The backslash cannot be met in a component; the set is whole all the same.
 constexpr std::string_view kForbiddenCharacters = "<>:\"|?*\\";
 constexpr unsigned char kFirstPrintable = 0x20;
 
@@ -45,7 +48,8 @@ bool IsSafeComponent(PathView component) {
   return !HoldsControlCharacter(text) && !IsDeviceName(text);
 }
 
-// The lower-case form, or the text itself where the platform cannot map it.
+// The lower-case form, or the text itself where the platform cannot map it. It counts in signed 32-bit
+// numbers.
 std::u16string InvariantLowerCase(std::u16string text) {
   if (text.size() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) return text;
   const auto length = static_cast<std::int32_t>(text.size());
@@ -56,7 +60,8 @@ std::u16string InvariantLowerCase(std::u16string text) {
   const std::int32_t size = map(nullptr, 0);
   if (size <= 0) return text;
   std::u16string lower(static_cast<std::size_t>(size), u'\0');
-  return map(lower.data(), size) > 0 ? lower : text;
+  if (map(lower.data(), size) <= 0) return text;
+  return lower;
 }
 
 }  // namespace

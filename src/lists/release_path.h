@@ -18,36 +18,37 @@ namespace tolvarine::updater {
 // The application's executable, at the top level of every release.
 inline constexpr PathView kApplicationPath = u"Tolvarine.exe";
 
-// The text whose key is the executable's. In lower case, so that the key is the same where the
-// platform cannot map it.
+// The executable's path as keys are made from it: already in lower case, so that the key is the
+// same even where the platform cannot map it.
 inline constexpr PathView kApplicationKeyText = u"tolvarine.exe";
 
 // True for a relative path without a root name whose every component is a plain name: not empty,
-// not "." or "..", no full stop or blank at its end, none of <>:"|?*, no control character, and not
-// a device name such as CON or COM1, with or without an extension. Raises SystemError for a lone
-// surrogate.
+// not "." or "..", no full stop or blank at its end, none of <>:"|?*, nothing below U+0020, and not
+// a device name such as CON or COM1, with or without an extension. Leading separators pass;
+// SafeJoin refuses them. Raises SystemError for a lone surrogate in a path without a root name.
 [[nodiscard]] bool IsSafeReleasePath(PathView path);
 
 // The path as strict UTF-8 with `/` as separator, as it is persisted. Nothing else is normalized.
 // Raises SystemError for a lone surrogate.
 [[nodiscard]] std::string GenericUtf8Path(PathView path);
 
-// The same, put behind what `text` already holds.
+// The same, put behind what `text` already holds. On failure `text` keeps that, and no more.
 void AppendGenericUtf8Path(std::string& text, PathView path);
 
 // The path that strict UTF-8 spells; separators stay as they are. Raises SystemError for anything
 // that is not well-formed.
 [[nodiscard]] Path PathFromUtf8(std::string_view bytes);
 
-// The one identity of a release-relative path: its lexical normal form with `/` as separator, in
-// the invariant locale's lower case. Where the platform cannot map it, it keeps its case. Keys
+// The one identity of a release-relative path, and what decides whether two absolute paths are the
+// same directory: its lexical normal form with `/` as separator, in the invariant locale's lower
+// case. Where the platform cannot map it, it keeps its case. A trailing separator counts. Keys
 // compare unit by unit.
 [[nodiscard]] std::u16string PathCompareKey(PathView path);
 
 [[nodiscard]] bool SamePathKey(PathView a, PathView b);
 
-// The strict order of release files: ascending keys, but the application's executable last. It is an
-// order only as long as every key is mapped alike; for sorting, take the keys first.
+// The strict order of release files: ascending keys, but the application's executable last. It is
+// an order only as long as every key is mapped alike; for sorting, take the keys first.
 [[nodiscard]] bool ReleaseEntryBefore(PathView a, PathView b);
 
 // The same for keys that have been taken, `application` being that of the executable.

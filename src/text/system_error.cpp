@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "platform/handles.h"
 #include "platform/shell.h"
 #include "platform/text.h"
 
@@ -48,5 +49,15 @@ SystemError::SystemError(std::uint32_t code)
 
 SystemError::SystemError(std::uint32_t code, std::string_view context)
     : std::runtime_error(std::string(context) + ": " + SystemMessage(code)), code_(code) {}
+
+void RaiseLastError() {
+  const std::uint32_t code = platform::GetLastError();
+  throw SystemError(code);
+}
+
+void RaiseLastError(std::string_view context) {
+  const std::uint32_t code = platform::GetLastError();
+  throw SystemError(code, context);
+}
 
 }  // namespace tolvarine::updater

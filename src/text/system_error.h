@@ -28,4 +28,8 @@ class SystemError : public std::runtime_error {
   std::uint32_t code_;
 };
 
+// Raises SystemError for the thread's last error, which is read before anything can disturb it.
+[[noreturn]] void RaiseLastError();
+[[noreturn]] void RaiseLastError(std::string_view context);
+
 }  // namespace tolvarine::updater

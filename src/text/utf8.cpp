@@ -11,11 +11,6 @@
 namespace tolvarine::updater {
 namespace {
 
-[[noreturn]] void RaiseLastError() {
-  const std::uint32_t code = platform::GetLastError();
-  throw SystemError(code);
-}
-
 // The platform counts in signed 32-bit numbers.
 std::int32_t CheckedLength(std::size_t length) {
   if (length > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) {
@@ -36,16 +31,16 @@ void AppendUtf8(std::string& text, std::u16string_view wide) {
   if (wide.empty()) return;
   const std::int32_t length = CheckedLength(wide.size());
   const auto convert = [&](char* output, std::int32_t size) {
-    const std::int32_t written =
-        platform::WideCharToMultiByte(platform::kCpUtf8, platform::kWcErrInvalidChars, wide.data(),
-                                      length, output, size, nullptr);
-    if (written <= 0) RaiseLastError();
-    return written;
+    return platform::WideCharToMultiByte(platform::kCpUtf8, platform::kWcErrInvalidChars,
+                                         wide.data(), length, output, size, nullptr);
   };
   const std::int32_t size = convert(nullptr, 0);
+  if (size <= 0) RaiseLastError();
   const std::size_t start = text.size();
   text.resize(start + static_cast<std::size_t>(size));
-  convert(text.data() + start, size);
+  if (convert(text.data() + start, size) > 0) return;
+  text.resize(start);
+  RaiseLastError();
 }
 
 std::u16string Utf16FromUtf8(std::string_view utf8) {

@@ -129,6 +129,12 @@ FileSystem::Opened FileSystem::Open(const OpenRequest& request) {
   return {.handle = handle, .code = exists && creates ? platform::kErrorAlreadyExists : 0};
 }
 
+std::size_t FileSystem::open_handles() const {
+  const auto own =
+      std::ranges::count_if(handles_, [](const auto& item) { return !item.second.foreign; });
+  return static_cast<std::size_t>(own) + searches_.size();
+}
+
 OpenFile* FileSystem::Find(platform::Handle handle) {
   const auto file = handles_.find(handle);
   return file == handles_.end() ? nullptr : &file->second;

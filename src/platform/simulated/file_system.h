@@ -30,6 +30,7 @@ struct OpenFile {
   std::uint32_t sharing = 0;
   std::uint64_t position = 0;
   bool posix_delete = false;  // The name goes when this handle is closed.
+  bool foreign = false;       // Of another process.
   std::u16string path;        // As given to the open.
 };
 
@@ -61,7 +62,8 @@ class FileSystem {
   Opened Open(const OpenRequest& request);
   [[nodiscard]] OpenFile* Find(platform::Handle handle);
   bool Close(platform::Handle handle);  // False where it is none of its own.
-  [[nodiscard]] std::size_t open_handles() const { return handles_.size() + searches_.size(); }
+  // Those of this program.
+  [[nodiscard]] std::size_t open_handles() const;
 
   std::uint32_t Read(OpenFile& file, void* buffer, std::uint32_t size, std::uint32_t* read);
   std::uint32_t Write(OpenFile& file, std::string_view bytes);

@@ -40,7 +40,9 @@ bool Drain(Stream* stream, std::size_t limit) {
   const std::string_view bytes = std::string_view(stream->pending).substr(0, limit);
   const bool whole = bytes.size() == stream->pending.size();
   OpenFile* const file = files.Find(stream->handle);
-  const bool written = file != nullptr && files.Write(*file, bytes) == 0 && whole;
+  // Nothing is written where nothing waits: a stream for reading has no right to write.
+  const bool taken = file != nullptr && (bytes.empty() || files.Write(*file, bytes) == 0);
+  const bool written = taken && whole;
   stream->pending.clear();
   if (!written) stream->failed = true;
   return written;

@@ -196,12 +196,14 @@ void World::Settle() {
 
 platform::Handle World::Hold(std::u16string_view path, std::uint32_t access,
                              std::uint32_t sharing) {
-  return files_
-      ->Open({.path = path,
-              .access = access,
-              .sharing = sharing,
-              .flags = platform::kFileFlagBackupSemantics})
-      .handle;
+  const platform::Handle held = files_
+                                    ->Open({.path = path,
+                                            .access = access,
+                                            .sharing = sharing,
+                                            .flags = platform::kFileFlagBackupSemantics})
+                                    .handle;
+  if (OpenFile* const file = files_->Find(held)) file->foreign = true;
+  return held;
 }
 
 void World::Release(platform::Handle held) { files_->Close(held); }
