@@ -15,7 +15,7 @@ namespace {
 
 constexpr char16_t kLastAscii = 0x7F;
 
-// The 8-bit text of a serialized list, unit by unit.
+// The 8-bit text of a serialized list, unit by unit. Nothing for one that is too long or not ASCII.
 std::optional<std::string> NarrowList(std::u16string_view value) {
   if (value.size() > kListTextByteLimit) return std::nullopt;
   std::string text;
@@ -37,22 +37,26 @@ bool FillDeletions(UpdaterArguments& arguments, const char16_t* value) {
   return text && ParseManagedDeletionList(*text, arguments.managed_deletions, nullptr);
 }
 
-// Blanks, a sign and trailing text pass, as the conversion takes them.
+// Text behind the digits is left unread, on purpose; leading blanks and a sign pass as the conversion
+// takes them, so that -1 is 0xFFFFFFFF.
 bool FillWaitPid(UpdaterArguments& arguments, const char16_t* value) {
   const char16_t* end = value;
   errno = 0;
-  arguments.wait_pid = platform::wcstoul(value, &end, 10);
-  return end != value && errno != ERANGE;
+  const std::uint32_t number = platform::wcstoul(value, &end);
+  if (end == value || errno == ERANGE) return false;
+  arguments.wait_pid = number;
+  return true;
 }
 
 // Unlike the process id, the creation time must be consumed to its last unit.
 bool FillCreationTime(UpdaterArguments& arguments, const char16_t* value) {
   const char16_t* end = value;
   errno = 0;
-  arguments.wait_process_created_at = platform::wcstoull(value, &end, 10);
-  if (end == value || errno == ERANGE || *end != u'\0') return false;
-  arguments.has_wait_process_created_at = true;
-  return true;
+  const std::uint64_t number = platform::wcstoull(value, &end);
+  if (end == value || errno == ERANGE) return false;
+  arguments.wait_process_created_at = number;
+  arguments.has_wait_process_created_at = *end == u'\0';
+  return arguments.has_wait_process_created_at;
 }
 
 template <std::u16string UpdaterArguments::*field>

@@ -28,14 +28,17 @@ struct UpdaterArguments {
   std::u16string install_key;             // --install-key: the same form.
   SourceInventory source_inventory;       // --source-inventory: its text form.
   ManagedDeletionList managed_deletions;  // --managed-deletions: its text form; optional.
-  std::uint32_t wait_pid = 0;             // --wait-pid: the process to wait for; 0 for none.
-  // --wait-process-created-at: its creation time, a raw file time. Given exactly with a process.
+  // --wait-pid: the process to wait for; 0 for none. Text behind the digits is ignored.
+  std::uint32_t wait_pid = 0;
+  // --wait-process-created-at: its creation time, a raw file time (100 nanoseconds since 1601, UTC).
+  // Given exactly with a process. Leading blanks and a sign pass, nothing behind the digits.
   std::uint64_t wait_process_created_at = 0;
   bool has_wait_process_created_at = false;
 };
 
-// Takes the argument vector, the program's own name first. True when all of it is acceptable; the
-// arguments are partly filled otherwise.
+// Takes the argument vector, the program's own name first, and fresh arguments to fill. True when all
+// of it is acceptable; otherwise the arguments may be partly filled, and are not to be read. Raises
+// nothing but exhausted memory.
 [[nodiscard]] bool ParseArguments(std::int32_t count, const char16_t* const* vector,
                                   UpdaterArguments& arguments);
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <exception>
 #include <optional>
 #include <set>
 #include <stdexcept>
@@ -22,8 +23,8 @@ inline constexpr std::size_t kListRowLimit = 1000;
 inline constexpr std::size_t kListPathByteLimit = 1024;   // Of UTF-8, for one path.
 inline constexpr std::size_t kListTextByteLimit = 24576;  // The header included.
 
-// True for a path that a list may hold: safe, and not too long. Raises SystemError for a lone
-// surrogate.
+// True for a path that a list may hold: safe, and not too long. Raises SystemError as
+// IsSafeReleasePath does.
 [[nodiscard]] bool IsListablePath(PathView path);
 
 // The rows of a list with the comparison keys of their paths. Each key is taken once: the platform
@@ -41,7 +42,7 @@ class KeyedRows {
 
   [[nodiscard]] bool Contains(PathView path) const { return keys_.contains(PathCompareKey(path)); }
 
-  // The rows in the strict order `before` of their keys.
+  // The rows in the strict order `before` of their keys. Call it last: the rows are moved out.
   template <typename Before>
   [[nodiscard]] std::vector<Row> Sorted(Before before) {
     std::ranges::sort(rows_, before, &KeyedRow::key);
@@ -65,10 +66,10 @@ class KeyedRows {
 // the text `malformed`.
 class ListLines {
  public:
-  // Takes the text's length and its header into account; `text` must outlive the walk.
+  // Checks the text's length and its header; `text` must outlive the walk.
   ListLines(std::string_view text, std::string_view header, const char* malformed);
 
-  // The next line without its newline, which is never empty; nothing at the end of the text.
+  // The next line, never empty, without its newline; nothing at the end of the text.
   [[nodiscard]] std::optional<std::string_view> Next();
 
  private:

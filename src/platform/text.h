@@ -57,9 +57,10 @@ bool AreFileApisANSI();
 // The code page of the C runtime's locale, which is that of its start-up.
 std::uint32_t lc_codepage_func();
 
-// The C runtime's conversions, as Windows has them: `unsigned long` is 32 bits wide. Overflow sets
-// errno to ERANGE. `*end` is where the conversion stopped, the start if there was none.
-std::uint32_t wcstoul(const char16_t* text, const char16_t** end, int base);
-std::uint64_t wcstoull(const char16_t* text, const char16_t** end, int base);
+// The C runtime's conversions with base 10, as Windows has them: `unsigned long` is 32 bits wide.
+// Overflow sets errno to ERANGE, and the value is then the runtime's own; otherwise errno stays as it
+// was. `*end` is where the conversion stopped, the start if there was none.
+std::uint32_t wcstoul(const char16_t* text, const char16_t** end);
+std::uint64_t wcstoull(const char16_t* text, const char16_t** end);
 
 }  // namespace tolvarine::updater::platform

@@ -121,10 +121,10 @@ struct NumberRow {
 };
 
 template <typename Number>
-void ExpectNumber(Number (*parse)(const char16_t*, const char16_t**, int), const NumberRow& row) {
+void ExpectNumber(Number (*parse)(const char16_t*, const char16_t**), const NumberRow& row) {
   const char16_t* end = nullptr;
   errno = 0;
-  const Number value = parse(row.text.data(), &end, 10);
+  const Number value = parse(row.text.data(), &end);
   EXPECT_EQ(row.error, errno) << Shown(row.text);
   EXPECT_EQ(row.consumed, static_cast<std::size_t>(end - row.text.data())) << Shown(row.text);
   EXPECT_EQ(row.value, row.error == 0 ? value : row.value) << Shown(row.text);

@@ -2,7 +2,7 @@
 //
 // White space and digits were measured under Wine 8.0, for every 16-bit unit in front of a digit,
 // alone and behind one, with wcstoul and _wcstoui64 of its msvcrt. Unlike the C library of most
-// other systems it takes the decimal digits of other scripts, mixed as they come.
+// other systems the Windows runtime takes the decimal digits of other scripts, mixed as they come.
 
 #include <cerrno>
 #include <limits>
@@ -42,16 +42,12 @@ std::optional<unsigned> DigitValue(char16_t unit) {
   return std::nullopt;
 }
 
-// Digits are consumed to the last one even where they overflow. A sign negates what fits, modulo
+// Digits are consumed to the last one even where they overflow. A minus negates what fits, modulo
 // the type's range.
 template <typename Number>
-Number Parse(const char16_t* text, const char16_t** end, int base) {
+Number Parse(const char16_t* text, const char16_t** end) {
   constexpr Number kLargest = std::numeric_limits<Number>::max();
   *end = text;
-  if (base != 10) {
-    errno = EINVAL;
-    return 0;
-  }
   while (IsWhiteSpace(*text)) ++text;
   const bool negative = *text == u'-';
   if (negative || *text == u'+') ++text;
@@ -74,12 +70,12 @@ Number Parse(const char16_t* text, const char16_t** end, int base) {
 
 }  // namespace
 
-std::uint32_t wcstoul(const char16_t* text, const char16_t** end, int base) {
-  return Parse<std::uint32_t>(text, end, base);
+std::uint32_t wcstoul(const char16_t* text, const char16_t** end) {
+  return Parse<std::uint32_t>(text, end);
 }
 
-std::uint64_t wcstoull(const char16_t* text, const char16_t** end, int base) {
-  return Parse<std::uint64_t>(text, end, base);
+std::uint64_t wcstoull(const char16_t* text, const char16_t** end) {
+  return Parse<std::uint64_t>(text, end);
 }
 
 }  // namespace tolvarine::updater::platform

@@ -7,6 +7,12 @@
 
 namespace tolvarine::updater::platform {
 
+namespace {
+
+constexpr int kDecimal = 10;
+
+}  // namespace
+
 static_assert(kCpAcp == CP_ACP);
 static_assert(kCpOemcp == CP_OEMCP);
 static_assert(kCpUtf8 == CP_UTF8);  // The system's headers have no name for kCpGb18030.
@@ -74,17 +80,17 @@ bool AreFileApisANSI() { return ::AreFileApisANSI() != FALSE; }
 
 std::uint32_t lc_codepage_func() { return ::___lc_codepage_func(); }
 
-std::uint32_t wcstoul(const char16_t* text, const char16_t** end, int base) {
+std::uint32_t wcstoul(const char16_t* text, const char16_t** end) {
   wchar_t* stop = nullptr;
-  const std::uint32_t value = ::wcstoul(Wide(text), &stop, base);
+  const std::uint32_t value = ::wcstoul(Wide(text), &stop, kDecimal);
   *end = reinterpret_cast<const char16_t*>(stop);
   return value;
 }
 
-std::uint64_t wcstoull(const char16_t* text, const char16_t** end, int base) {
+std::uint64_t wcstoull(const char16_t* text, const char16_t** end) {
   wchar_t* stop = nullptr;
   // The runtime's own conversion; the toolchain puts a work-alike of its own behind `wcstoull`.
-  const std::uint64_t value = ::_wcstoui64(Wide(text), &stop, base);
+  const std::uint64_t value = ::_wcstoui64(Wide(text), &stop, kDecimal);
   *end = reinterpret_cast<const char16_t*>(stop);
   return value;
 }
