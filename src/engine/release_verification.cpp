@@ -21,7 +21,8 @@ constexpr char kInventoryMismatch[] =
 constexpr char kDeletionMismatch[] =
     "Authenticated managed deletion list does not match transaction journal";
 
-// A file of the tree. Unlike the lists' keys, its key is not folded: spellings must agree.
+// A file as the tree or the inventory has it. Unlike the lists' keys, its key is not folded: spellings
+// must agree. Its order serves the comparison alone.
 struct TreeItem {
   std::string key;  // GenericUtf8Path of the path below the root.
   std::uint64_t size = 0;
@@ -32,14 +33,16 @@ struct TreeItem {
   }
 };
 
-// Raises `refusal` for a reparse point of any kind, which FileKind would not tell.
+// Raises `refusal` for a reparse point of any kind, which FileKind would not tell, and SystemError
+// where the attributes cannot be read.
 void RefuseReparsePoint(const Path& path, const char* refusal) {
   const std::uint32_t attributes = platform::GetFileAttributesW(path.c_str());
   if (attributes == platform::kInvalidFileAttributes) RaiseLastError();
   if ((attributes & platform::kFileAttributeReparsePoint) != 0) throw std::runtime_error(refusal);
 }
 
-// Adds the entry to `items` if it is a file. Returns the code of a size that cannot be had.
+// Adds the entry to `items` if it is a file; raises for anything that a release must not hold. Returns
+// the code of a size that cannot be had, else 0.
 std::uint32_t CollectItem(const Path& source_root, const TreeEntry& entry,
                           std::vector<TreeItem>& items) {
   const Path relative = LexicallyNormal(LexicallyRelative(entry.path, source_root));
@@ -73,17 +76,18 @@ std::vector<TreeItem> ExpectedItems(const SourceInventory& inventory) {
   return items;
 }
 
-bool SamePath(const Path& a, const Path& b) { return GenericUtf8Path(a) == GenericUtf8Path(b); }
+bool SameSpelling(const Path& a, const Path& b) { return GenericUtf8Path(a) == GenericUtf8Path(b); }
 
 bool SameRow(const JournalEntry& entry, const SourceInventoryEntry& row) {
-  return SamePath(entry.path, row.path) && entry.size == row.size && entry.sha256 == row.sha256;
+  return SameSpelling(entry.path, row.path) && entry.size == row.size && entry.sha256 == row.sha256;
 }
 
 }  // namespace
 
 void VerifyReleaseTree(const Path& source_root, const SourceInventory& inventory) {
   RefuseReparsePoint(source_root, "Release source root is a reparse point");
-  if (ActualItems(source_root) != ExpectedItems(inventory)) {
+  const std::vector<TreeItem> actual = ActualItems(source_root);
+  if (actual != ExpectedItems(inventory)) {
     throw std::runtime_error("Release source tree does not exactly match authenticated inventory");
   }
   VerifyReleaseContents(source_root, inventory);
@@ -112,7 +116,7 @@ void VerifyListsAgainstJournal(const SourceInventory& inventory,
   auto deletion = deletions.begin();
   for (const JournalEntry& entry : journal.entries) {
     if (entry.kind == JournalEntryKind::Delete) {
-      if (!SamePath(entry.path, *deletion++)) throw std::runtime_error(kDeletionMismatch);
+      if (!SameSpelling(entry.path, *deletion++)) throw std::runtime_error(kDeletionMismatch);
     } else if (!SameRow(entry, *row++)) {
       throw std::runtime_error(kInventoryMismatch);
     }
