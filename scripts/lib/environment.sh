@@ -89,12 +89,21 @@ end_wine_programs() {
 # must not hold our output open, or a reader at the other end of a pipe would wait for it.
 start_wine_server() { wineserver -p >/dev/null 2>&1 </dev/null; }
 
+# The system's services start with the first program and inherit its output; let it be none of ours.
+start_wine_services() { wineboot >/dev/null 2>&1 </dev/null; }
+
+# No window manager runs on our display: without this Wine waits seconds for one as each box closes.
+expect_no_window_manager() {
+  wine reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f >/dev/null 2>&1 </dev/null
+}
+
 # The mark comes last, so that a prefix whose making was interrupted is made anew.
 create_wine_prefix() {
   if [[ -e $wine_prefix/.complete ]]; then return 0; fi
   say "creating the Wine prefix"
   rm -rf "$wine_prefix" && mkdir -p "$wine_prefix" || return
   start_wine_server && run_quietly wineboot wineboot -i || return
+  expect_no_window_manager || return
   end_wine_programs  # The server writes the registry when it ends.
   touch "$wine_prefix/.complete"
 }
@@ -109,7 +118,7 @@ start_wine() {
   export LC_ALL=C.UTF-8
   wine_started=yes
   if [[ -d $wine_prefix ]]; then end_wine_programs; fi  # What an interrupted run left.
-  create_wine_prefix && start_wine_server
+  create_wine_prefix && start_wine_server && start_wine_services
 }
 
 stop_wine() {

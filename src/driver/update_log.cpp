@@ -1,8 +1,10 @@
 #include "driver/update_log.h"
 
-#include <array>
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <limits>
+#include <string>
 
 #include "files/unique_handle.h"
 #include "platform/files.h"
@@ -12,7 +14,7 @@
 namespace tolvarine::updater {
 namespace {
 
-constexpr std::int32_t kMinutesPerHour = 60;
+constexpr std::uint32_t kMinutesPerHour = 60;
 
 std::u16string Escaped(std::u16string_view message) {
   std::u16string text;
@@ -29,7 +31,7 @@ std::u16string Escaped(std::u16string_view message) {
   return text;
 }
 
-// With leading zeros up to `width` digits.
+// At least `width` digits, with leading zeros.
 void AppendPadded(std::u16string& text, std::uint32_t number, std::size_t width) {
   std::u16string digits;
   for (; number != 0 || digits.size() < width; number /= 10) {
@@ -91,12 +93,13 @@ std::string LenientUtf8(std::u16string_view text) {
   return convert(bytes.data(), size) == size ? bytes : std::string();
 }
 
-// Several processes may append: the access right puts every write at the end, and one write keeps a
-// record whole.
+// Several processes may append: the access right puts every write at the end, and a single write keeps
+// their records apart.
 void AppendToLog(const std::string& record) {
   const FileHandle file(platform::CreateFileW(UpdateLogPath().c_str(), platform::kFileAppendData,
                                               platform::kFileShareAll, platform::kOpenAlways,
                                               platform::kFileAttributeNormal));
+  // Either value means that there is nothing to write to.
   if (!file || file.get() == platform::kNullHandle) return;
   std::uint32_t written = 0;
   platform::WriteFile(file.get(), record.data(), static_cast<std::uint32_t>(record.size()),
