@@ -36,9 +36,9 @@ struct UpdaterArguments {
   bool has_wait_process_created_at = false;
 };
 
-// Takes the argument vector, the program's own name first, and fresh arguments to fill. True when all
-// of it is acceptable; otherwise the arguments may be partly filled, and are not to be read. Raises
-// nothing but exhausted memory.
+// Takes the argument vector, the program's own name first, and fresh arguments to fill. True when
+// all of it is acceptable; otherwise the arguments may be partly filled, and are not to be read.
+// Raises nothing but exhausted memory.
 [[nodiscard]] bool ParseArguments(std::int32_t count, const char16_t* const* vector,
                                   UpdaterArguments& arguments);
 

@@ -1,6 +1,6 @@
 // The lock that keeps two updaters from working on one installation: a named mutex of the logon
-// session whose name comes straight from the installation's key. It is held through the whole
-// sequence, all boxes and the restart included. If its owner dies, the next updater acquires it.
+// session whose name comes straight from the installation's key. It is held from its acquisition on
+// through every box and the restart. If its owner dies, the next updater acquires it.
 
 #pragma once
 
@@ -29,10 +29,12 @@ class InstallationLock {
   InstallationLock& operator=(const InstallationLock&) = delete;
   ~InstallationLock() { Release(); }
 
-  // One single wait, never an unbounded one. Milliseconds; 0 polls.
+  // One single wait, never an unbounded one: milliseconds, 0xFFFFFFFE at most; 0 polls. Failed
+  // where there is no mutex, where it is owned already, for a negative timeout and for a failed
+  // wait.
   [[nodiscard]] LockAcquireResult Acquire(std::int64_t timeout);
 
-  // Gives the mutex up and closes it. Safe to call again.
+  // Gives the mutex up and closes it. Safe to call again; the lock is then spent.
   void Release();
 
  private:

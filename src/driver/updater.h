@@ -1,13 +1,14 @@
-// The updater's table of contents: the records that cross its modules, and the operations that the
-// two drivers, the main sequence and the transaction run, call. Each is defined on the lowest floor
-// that needs it.
+// The updater's table of contents: the records that cross its modules, and the chief operations
+// that the two drivers, the main sequence and the transaction run, call. Each is defined on the
+// lowest floor that needs it.
 //
 //     driver   main_sequence.h          RunUpdater, the exit codes
 //              command_line.h           ParseArguments, UpdaterArguments
 //              request_validation.h     ValidateRequest
 //              update_log.h             WriteUpdateLog, UpdateLogPath
 //              installation_lock.h      InstallationLock, LockAcquireResult
-//              application_exit_wait.h  WaitForApplicationExit, ProcessWaitResult
+//              application_exit_wait.h  WaitForApplicationExit, IsProcessWaitSafe,
+//                                       ProcessWaitResult
 //     engine   transaction_run.h        RunTransaction, and the state machine of a transaction
 //              transaction.h            TransactionRequest, TransactionResult, RecoveryPolicy,
 //                                       TransactionHook, CrashPoint, SimulatedCrash
@@ -19,7 +20,8 @@
 //              cleanup.h                CleanupRolledBack, FinalizeUpdateMarkers,
 //                                       TransactionFinalizeRequest
 //     journal  journal_record.h         TransactionJournal, TransactionPhase
-//     lists    source_inventory.h       SourceInventory, ParseSourceInventory
+//     lists    source_inventory.h       SourceInventory, SourceInventoryEntry,
+//                                       ParseSourceInventory
 //              managed_deletion_list.h  ManagedDeletionList, ParseManagedDeletionList
 //     files    file_operations.h        RemoveEntry and the other operations by path
 //     text     path_algebra.h           IsAbsolutePath, JoinPath

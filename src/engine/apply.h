@@ -3,7 +3,8 @@
 // The durable steps of one installed file, in order: the announcement in the journal; the complete
 // temporary beside the target, flushed; the write-through rename onto the target; the count in the
 // journal. There is no moment at which the target is absent or partial. The release file is hashed
-// and copied through one locked handle, which is held until the rename is done.
+// and copied through one locked handle, which is held until the rename is done. The paths of the
+// request must be canonical.
 
 #pragma once
 

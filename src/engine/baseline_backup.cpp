@@ -1,9 +1,11 @@
 #include "engine/baseline_backup.h"
 
+#include "engine/target_temporary.h"
 #include "engine/transaction_step.h"
 #include "files/canonical_path.h"
 #include "files/durable_copy.h"
 #include "files/fingerprint.h"
+#include "journal/journal_store.h"
 
 namespace tolvarine::updater {
 namespace {

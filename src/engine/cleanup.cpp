@@ -5,24 +5,16 @@
 #include <string_view>
 #include <utility>
 
-#include "engine/transaction_step.h"
+#include "engine/target_temporary.h"
 #include "files/canonical_path.h"
 #include "files/failure.h"
 #include "files/file_operations.h"
 #include "journal/journal_store.h"
 #include "platform/error_codes.h"
+#include "text/error_text.h"
 
 namespace tolvarine::updater {
 namespace {
-
-void Tell(std::string* error_out, std::string_view text) {
-  if (error_out == nullptr) return;
-  try {
-    *error_out = text;
-  } catch (const std::exception&) {
-    // There is no memory for the words; what they would tell of stands all the same.
-  }
-}
 
 // The durable record, if it stands in `phase`. Raises `otherwise` for any other.
 TransactionJournal LoadInPhase(const Path& transaction, TransactionPhase phase,
@@ -49,7 +41,7 @@ std::uint32_t RemoveTransactionDirectory(const Path& transaction, const Path& ne
   return RemoveTree(transaction, newest_slot).error;
 }
 
-// Returns the slot that says Committed.
+// Returns the slot that says Committed. Nothing behind the move can fail.
 Path MoveMarker(const TransactionFinalizeRequest& request) {
   const TransactionJournal journal = LoadInPhase(request.transaction, TransactionPhase::Committed,
                                                  "Update payload is not durably installed");
@@ -59,19 +51,26 @@ Path MoveMarker(const TransactionFinalizeRequest& request) {
   const Path parent = ParentPath(request.completed_marker);
   const std::uint32_t code = CreateDirectories(parent);
   if (code != 0) throw FilesystemError("create_directories", code, parent);
+  Path committed_slot = JournalSlot(request.transaction, journal.generation);
   if (request.before_marker_move) request.before_marker_move();
   ReplaceFileDurably(request.pending_marker, request.completed_marker);
-  return JournalSlot(request.transaction, journal.generation);
+  return committed_slot;
 }
 
 // The slot that says Committed goes last: cut short before, the removal would leave an older slot
-// that leads the next run back to a backup which is gone.
+// that leads the next run back to a backup which is gone. Whatever becomes of the removal, the marker
+// has been moved.
 void RemoveFinalized(const TransactionFinalizeRequest& request, const Path& committed_slot,
                      std::string* error_out) {
-  const std::uint32_t code = RemoveTransactionDirectory(request.transaction, committed_slot);
-  if (code == 0 || error_out == nullptr) return;
-  Tell(error_out,
-       "Update marker finalized; transaction cleanup is deferred: " + SystemMessage(code));
+  constexpr std::string_view kDeferred =
+      "Update marker finalized; transaction cleanup is deferred: ";
+  try {
+    const std::uint32_t code = RemoveTransactionDirectory(request.transaction, committed_slot);
+    if (code == 0 || error_out == nullptr) return;
+    Tell(error_out, std::string(kDeferred) + SystemMessage(code));
+  } catch (const std::exception& failure) {
+    Tell(error_out, failure.what());
+  }
 }
 
 }  // namespace

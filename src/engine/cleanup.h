@@ -12,6 +12,7 @@
 #include <string>
 
 #include "engine/transaction.h"
+#include "text/path_algebra.h"
 
 namespace tolvarine::updater {
 
@@ -20,25 +21,25 @@ namespace tolvarine::updater {
 // removal that fails is passed over; an unsafe path in the journal ends the cleanup, and what was
 // removed by then is gone. Journal and backup tree stay.
 //
-// Returns whether it came to its end; if not, `error_out`, if given, says why, and is empty
-// otherwise. Raises nothing of the standard hierarchy.
+// The request's paths must be canonical. Returns whether it came to its end; if not, `error_out`,
+// if given, says why, and is empty otherwise. Raises nothing of the standard hierarchy.
 bool CleanupRolledBack(const TransactionRequest& request, std::string* error_out);
 
 struct TransactionFinalizeRequest {
-  Path transaction;
-  Path pending_marker;
-  Path completed_marker;
+  Path transaction;                          // The transaction directory.
+  Path pending_marker;                       // The file that becomes
+  Path completed_marker;                     // this one.
   std::function<void()> before_marker_move;  // May be empty; called just before the move.
 };
 
-// The results of FinalizeUpdateMarkers.
-//
+// The results of FinalizeUpdateMarkers:
+
 // The marker was moved by this call; the transaction directory is gone, or its removal is deferred.
 inline constexpr std::uint32_t kMarkerMoved = 0;
 // The completed marker was there. Nothing was moved, and the directory is removed as far as it
 // goes, whatever its journal says.
 inline constexpr std::uint32_t kAlreadyFinal = 1;
-// Failed. The marker was not moved by this call, unless memory ran out behind the move.
+// Failed. The marker was not moved by this call.
 inline constexpr std::uint32_t kFinalizeFailed = 2;
 
 // After a durable Committed: moves the pending marker to the completed marker in one durable step,

@@ -1,12 +1,14 @@
 #include "engine/rollback.h"
 
 #include "engine/baseline_backup.h"
+#include "engine/target_temporary.h"
 #include "engine/transaction_step.h"
 #include "files/canonical_path.h"
 #include "files/durable_copy.h"
 #include "files/failure.h"
 #include "files/file_operations.h"
 #include "files/fingerprint.h"
+#include "journal/journal_store.h"
 
 namespace tolvarine::updater {
 namespace {
@@ -26,6 +28,7 @@ void RestoreBaseline(const Path& target_root, const Path& backup_root, const Jou
 }
 
 void RestoreEntry(const Path& target_root, const Path& backup_root, const JournalEntry& entry) {
+  // The gate holds for every entry, also for one that needs no work.
   const Path target = SafeJoin(target_root, entry.path, "update target");
   if (entry.baseline_exists) {
     RestoreBaseline(target_root, backup_root, entry, target);

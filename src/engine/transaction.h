@@ -17,8 +17,10 @@ namespace tolvarine::updater {
 // What to do with a transaction, be it found in the journal or just planned. Any value but
 // RestoreBaseline acts as ResumeForward.
 enum class RecoveryPolicy : std::int32_t {
-  ResumeForward = 0,    // Carry it forward to Committed.
-  RestoreBaseline = 1,  // Cancel it in Backup, roll it back in Apply, leave it in RolledBack.
+  ResumeForward = 0,  // Carry it forward to Committed.
+  // Cancel it in Backup, roll it back in Apply, leave it in RolledBack. A rollback under way and a
+  // commit are as they would be otherwise.
+  RestoreBaseline = 1,
 };
 
 // Where a hook is called. Its index is that of the entry, or the number of entries for
@@ -28,8 +30,8 @@ enum class CrashPoint : std::int32_t {
   BackupEntryStarted = 0,
   BackupEntryDone = 1,
   ApplyEntryStarted = 2,
-  ApplySourceVerified =
-      3,  // Install only: the release file is locked and verified, nothing written.
+  // Install only: the release file is locked and verified, nothing is written.
+  ApplySourceVerified = 3,
   ApplyEntryDone = 4,
   RollbackEntryStarted = 5,
   RollbackEntryDone = 6,
@@ -61,7 +63,7 @@ struct TransactionResult {
   //   Apply       never returned
   //   Rollback    the rollback is incomplete; a later run resumes it
   //   Committed   every entry is applied; finalization proves that it is durable
-  //   RolledBack  the baseline stands: the update failed, or was cancelled before it began
+  //   RolledBack  the baseline stands: the update failed, or was cancelled before it touched the target
   //   Corrupt     the journal could not be read; nothing was attempted
   TransactionPhase status = TransactionPhase::None;
 

@@ -1,8 +1,11 @@
-// How every phase does its work on one entry: announce it in the journal, do it, count it in the
-// journal. Each save is durable before it returns, so after a crash the record tells which entry
-// may be half done, and the next run does that entry again from its start.
+// How the phases Backup, Apply and Rollback work on one entry: announce it in the journal, do it,
+// count it in the journal. Each save is durable before it returns, so after a crash the record
+// tells which entry may be half done, and the next run does that entry again from its start. All
+// that a step leaves behind at worst is the temporary that is named here.
 
 #pragma once
+
+#include <cstdint>
 
 #include "engine/transaction.h"
 #include "journal/journal_record.h"
@@ -10,19 +13,13 @@
 
 namespace tolvarine::updater {
 
-// What is appended to an entry's path for the temporary beside its destination.
-inline constexpr PathView kTemporarySuffix = u".tolvarine-update-new";
-
-// The temporary of an entry, as a path relative to the same root.
-[[nodiscard]] inline Path TemporaryOf(const JournalEntry& entry) {
-  return entry.path + Path(kTemporarySuffix);
-}
-
+// Calls the hook, if there is one; what it throws passes through.
 inline void CallHook(const TransactionRequest& request, CrashPoint point, std::uint64_t index) {
   if (request.crash_hook) request.crash_hook(point, index);
 }
 
-// The words in which a phase announces, counts and is watched.
+// What differs between the phases: the intent that announces an entry, the counter that counts it,
+// and the crash points before and after its work.
 struct StepRule {
   TransactionIntent intent;
   std::uint64_t TransactionJournal::*counter;
@@ -30,8 +27,10 @@ struct StepRule {
   CrashPoint done;
 };
 
-// Carries out `work` on every entry from the rule's counter on, each between its announcement and
-// its count. What the work or a save raises ends the walk, with the counter at that entry.
+// Carries out `work` (given the entry and its index) on every entry from the rule's counter on,
+// each between its announcement and its count. What the work, a hook or a save raises ends the
+// walk, with the counter at that entry; where the save that counts it failed, behind it, but in
+// memory alone.
 template <typename Work>
 void ForEachPendingEntry(const TransactionRequest& request, TransactionJournal& journal,
                          const StepRule& rule, Work work) {

@@ -50,7 +50,7 @@ struct TransactionJournal {
   std::uint64_t generation = 0;  // The number of the last save.
   TransactionPhase phase = TransactionPhase::None;
   Path target;                 // The installation directory, absolute.
-  std::uint64_t backup = 0;    // Entries whose baseline copy is finished.
+  std::uint64_t backup = 0;    // Entries that are backed up, where there is something.
   std::uint64_t apply = 0;     // Entries that are applied.
   std::uint64_t rollback = 0;  // Entries that are restored.
   TransactionIntent intent = TransactionIntent::None;

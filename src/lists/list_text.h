@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "lists/release_path.h"
+#include "text/error_text.h"
 #include "text/path_algebra.h"
 
 namespace tolvarine::updater {
@@ -86,7 +87,7 @@ template <typename Parse>
     parse();
     return true;
   } catch (const std::exception& failure) {
-    if (error != nullptr) *error = failure.what();
+    Tell(error, failure.what());
     return false;
   }
 }

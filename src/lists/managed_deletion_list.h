@@ -25,7 +25,8 @@ using ManagedDeletionList = std::vector<Path>;
 
 // The paths, validated and in order: at most 1000, safe and of at most 1024 bytes, no two with the
 // same key, none with the key of a row of `inventory` (an empty one turns that test off). Raises
-// std::runtime_error for a list that is none.
+// std::runtime_error for a list that breaks one of these rules, and SystemError for a lone
+// surrogate.
 [[nodiscard]] ManagedDeletionList NormalizeManagedDeletionList(const ManagedDeletionList& paths,
                                                                const SourceInventory& inventory);
 

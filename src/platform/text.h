@@ -58,8 +58,8 @@ bool AreFileApisANSI();
 std::uint32_t lc_codepage_func();
 
 // The C runtime's conversions with base 10, as Windows has them: `unsigned long` is 32 bits wide.
-// Overflow sets errno to ERANGE, and the value is then the runtime's own; otherwise errno stays as it
-// was. `*end` is where the conversion stopped, the start if there was none.
+// Overflow sets errno to ERANGE, and the value is then the runtime's own; otherwise errno stays as
+// it was. `*end` is where the conversion stopped, the start if there was none.
 std::uint32_t wcstoul(const char16_t* text, const char16_t** end);
 std::uint64_t wcstoull(const char16_t* text, const char16_t** end);
 
