@@ -9,23 +9,21 @@
 
 namespace tolvarine::updater::simulated {
 
-#define TOLVARINE_SIMULATED_CALLS(X)                                                               \
-  X(CreateFileW)                                                                                   \
-  X(CreateFile2)                                                                                   \
-  X(ReadFile) X(WriteFile) X(SetFilePointerEx) X(GetFileSizeEx) X(FlushFileBuffers) X(CloseHandle) \
-      X(GetFileInformationByHandle) X(GetFileInformationByHandleEx) X(SetFileInformationByHandle)  \
-          X(GetFinalPathNameByHandleW) X(GetFileAttributesW) X(GetFileAttributesExW)               \
-              X(MoveFileExW) X(CopyFileW) X(DeleteFileW) X(CreateDirectoryW) X(FindFirstFileW)     \
-                  X(FindFirstFileExW) X(FindNextFileW) X(FindClose) X(WfsOpen) X(Fread) X(Fwrite)  \
-                      X(Fflush) X(Fclose) X(BCryptOpenAlgorithmProvider)                           \
-                          X(BCryptCloseAlgorithmProvider) X(BCryptGetProperty) X(BCryptCreateHash) \
-                              X(BCryptHashData) X(BCryptFinishHash) X(BCryptDestroyHash)           \
-                                  X(OpenProcess) X(GetProcessTimes) X(WaitForSingleObject)         \
-                                      X(CreateMutexW) X(ReleaseMutex) X(CommandLineToArgvW)        \
-                                          X(MessageBoxW) X(ShellExecuteW) X(WideCharToMultiByte)   \
-                                              X(MultiByteToWideChar) X(LCMapStringEx)              \
-                                                  X(FormatMessageA) X(GetLocaleInfoEx)             \
-                                                      X(GetTimeZoneInformation) X(GetLocalTime)
+// The calls, as a list and not as the staircase that the formatter would make of it.
+// clang-format off
+#define TOLVARINE_SIMULATED_CALLS(X) \
+  X(CreateFileW) X(CreateFile2) X(ReadFile) X(WriteFile) X(SetFilePointerEx) X(GetFileSizeEx) \
+  X(FlushFileBuffers) X(CloseHandle) X(GetFileInformationByHandle) \
+  X(GetFileInformationByHandleEx) X(SetFileInformationByHandle) X(GetFinalPathNameByHandleW) \
+  X(GetFileAttributesW) X(GetFileAttributesExW) X(MoveFileExW) X(CopyFileW) X(DeleteFileW) \
+  X(CreateDirectoryW) X(FindFirstFileW) X(FindFirstFileExW) X(FindNextFileW) X(FindClose) \
+  X(WfsOpen) X(Fread) X(Fwrite) X(Fflush) X(Fclose) X(BCryptOpenAlgorithmProvider) \
+  X(BCryptCloseAlgorithmProvider) X(BCryptGetProperty) X(BCryptCreateHash) X(BCryptHashData) \
+  X(BCryptFinishHash) X(BCryptDestroyHash) X(OpenProcess) X(GetProcessTimes) \
+  X(WaitForSingleObject) X(CreateMutexW) X(ReleaseMutex) X(CommandLineToArgvW) X(MessageBoxW) \
+  X(ShellExecuteW) X(WideCharToMultiByte) X(MultiByteToWideChar) X(LCMapStringEx) \
+  X(FormatMessageA) X(GetLocaleInfoEx) X(GetTimeZoneInformation) X(GetLocalTime)
+// clang-format on
 
 enum class Call {
 #define TOLVARINE_ENUMERATOR(name) name,

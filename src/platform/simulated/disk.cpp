@@ -59,10 +59,15 @@ struct Applier {
     }
     GiveName(nodes, id, change.to_directory, change.to);
   }
+  // A handle may still change a file whose last name has gone from the medium, and the file with it.
   void operator()(const AttributesChange& change) const {
-    nodes.at(change.id).attributes = change.attributes;
+    const auto node = nodes.find(change.id);
+    if (node != nodes.end()) node->second.attributes = change.attributes;
   }
-  void operator()(const SizeChange& change) const { SetSize(nodes.at(change.id), change.size); }
+  void operator()(const SizeChange& change) const {
+    const auto node = nodes.find(change.id);
+    if (node != nodes.end()) SetSize(node->second, change.size);
+  }
 };
 
 void ApplyTo(Nodes& nodes, const Change& change) { std::visit(Applier{nodes}, change); }
