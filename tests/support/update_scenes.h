@@ -1,4 +1,4 @@
-// Short words for tests that run the engine or the driver on a staged update.
+// Short words for what happens on the machine of a staged update: paths, and the acts of others.
 
 #pragma once
 
@@ -6,95 +6,118 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <utility>
 
-#include "engine/transaction_run.h"
-#include "journal/journal_store.h"
+#include "files/failure.h"
+#include "platform/files.h"
 #include "simulated_update/simulated_update.h"
 #include "support/text_printers.h"
 
 namespace tolvarine::updater {
 
-using simulated::Call;
-using simulated::Fault;
-using simulated::FileSet;
-using simulated::SimulatedUpdate;
-using simulated::TypicalPlan;
-using simulated::UpdatePlan;
-using simulated::World;
+using simulated::Call, simulated::CallRecord, simulated::FileSet, simulated::SimulatedUpdate;
+using simulated::TypicalPlan, simulated::UpdatePlan, simulated::World;
 
-inline constexpr std::uint64_t kAlways = ~std::uint64_t{0};  // For Fault::times.
-
-// The entries of the typical plan, in their order. The first two are deletions; numbers 1, 2 and 4
-// have no baseline.
-inline constexpr std::uint64_t kTypicalEntries = 7;
-inline constexpr std::uint64_t kReadme = 5;
-inline constexpr std::uint64_t kApplication = 6;
-
-// What a run answered.
-struct Ran {
-  TransactionResult result;
-  std::string error;
-
-  [[nodiscard]] TransactionPhase status() const { return result.status; }
-};
-
-inline Ran RunEngine(TransactionRequest request, TransactionHook hook = {}) {
-  request.crash_hook = std::move(hook);
-  Ran ran{.result = {}, .error = "left over from earlier"};
-  ran.result = RunTransaction(request, &ran.error);
-  return ran;
+template <typename Rows, typename Check>
+void ForEachRow(const Rows& rows, Check check) {
+  int number = 0;
+  for (const auto& row : rows) {
+    SCOPED_TRACE("row " + std::to_string(++number));
+    check(row);
+  }
 }
 
-// A hook that acts at one moment of the run, every time that it comes.
-inline TransactionHook At(CrashPoint point, std::uint64_t entry, std::function<void()> act) {
-  return [=](CrashPoint at, std::uint64_t index) {
-    if (at == point && index == entry) act();
-  };
-}
-
-inline void Crash() { throw SimulatedCrash{}; }
-inline void FailAsPlanned() { throw std::runtime_error("planned failure"); }
-
-// The record on the disk.
-inline TransactionJournal SavedRecord(const SimulatedUpdate& update) {
-  const JournalLoadResult loaded = LoadJournal(update.layout.transaction);
-  if (!loaded.journal) throw std::logic_error("the scene needs a journal");
-  return *loaded.journal;
-}
-
-// The text of what was raised; empty if nothing was.
-template <typename Act>
-std::string FailureOf(Act act) {
+// The text of what is raised; empty if nothing is.
+template <typename Operation>
+std::string FailureOf(Operation operation) {
   try {
-    act();
+    operation();
     return {};
   } catch (const std::exception& failure) {
     return failure.what();
   }
 }
 
-// Lets an earlier process leave its transaction in a phase, in the middle of it where it has one.
-// None leaves nothing.
-inline void LeaveIn(SimulatedUpdate& update, TransactionPhase phase) {
-  const auto run = [&](const TransactionHook& hook) {
-    EXPECT_THROW(RunEngine(update.Request(), hook), SimulatedCrash);
+// A path of the update: S below the source, T the target, X the transaction directory, B its backup
+// tree, W the workspace, K the stages. Any other path is itself.
+inline Path Place(const SimulatedUpdate& update, const Path& path) {
+  const staging::UpdateLayout& layout = update.layout;
+  const std::map<Path, Path> roots = {
+      {u"S", update.source},    {u"T", update.target}, {u"X", layout.transaction},
+      {u"W", layout.workspace}, {u"K", layout.stages}, {u"B", layout.transaction + u"\\backup"}};
+  const auto root = roots.find(path.substr(0, path.find_first_of(u"\\/")));
+  return root == roots.end() ? path : root->second + path.substr(1);
+}
+
+// A text in which such a path stands between two `|`.
+inline std::string Text(const SimulatedUpdate& update, std::string text) {
+  for (std::size_t at = 0; (at = text.find('|', at)) != text.npos;) {
+    const std::size_t length = text.find('|', at + 1) - at;
+    const Path path(text.begin() + static_cast<std::ptrdiff_t>(at) + 1,
+                    text.begin() + static_cast<std::ptrdiff_t>(at + length));
+    text.replace(at, length + 1, NarrowPathText(Place(update, path)));
+  }
+  return text;
+}
+
+using Act = std::function<void(SimulatedUpdate&)>;
+
+inline void Nothing(SimulatedUpdate&) {}
+
+inline Act Write(const Path& path, const std::string& content = "") {
+  return [=](SimulatedUpdate& u) { u.world.WriteFile(Place(u, path), content); };
+}
+
+inline Act Remove(const Path& path) {
+  return [=](SimulatedUpdate& u) { u.world.Remove(Place(u, path)); };
+}
+
+inline Act Both(const Act& first, const Act& second) {
+  return [=](SimulatedUpdate& u) { first(u), second(u); };
+}
+
+// The next three take the place of what stands there.
+inline Act Directory(const Path& path) {
+  return Both(Remove(path), [=](SimulatedUpdate& u) { u.world.MakeDirectory(Place(u, path)); });
+}
+
+inline Act Junction(const Path& path, const Path& to) {
+  return Both(Remove(path),
+              [=](SimulatedUpdate& u) { u.world.MakeJunction(Place(u, path), Place(u, to)); });
+}
+
+inline Act Link(const Path& path, const Path& to) {
+  return Both(Remove(path),
+              [=](SimulatedUpdate& u) { u.world.MakeSymbolicLink(Place(u, path), to, false); });
+}
+
+inline Act ReadOnly(const Path& path) {
+  return [=](SimulatedUpdate& u) { u.world.SetAttributes(Place(u, path), 1); };
+}
+
+// Another process reads or writes the file, and lets nobody delete it.
+inline Act Hold(const Path& path, std::uint32_t access = platform::kGenericRead) {
+  return [=](SimulatedUpdate& u) { u.world.Hold(Place(u, path), access, 3); };
+}
+
+inline constexpr std::uint64_t kAlways = ~std::uint64_t{0};
+
+// Calls on paths with this end fail from one of them on.
+inline Act Fail(Call call, const Path& end, std::uint64_t first = 1, std::uint64_t times = 1,
+                std::uint32_t code = 5) {
+  return [=](SimulatedUpdate& u) { u.world.Plan({call, first, times, code, end}); };
+}
+
+// Right before every call of this kind on a path with this end.
+inline Act Before(Call call, const Path& end, const Act& act) {
+  return [=](SimulatedUpdate& u) {
+    u.world.before_call = [=, &u](const CallRecord& record) {
+      if (record.call == call && record.path.ends_with(end)) act(u);
+    };
   };
-  const TransactionHook fail_late = At(CrashPoint::ApplyEntryDone, kReadme, FailAsPlanned);
-  if (phase == TransactionPhase::Backup) run(At(CrashPoint::BackupEntryDone, 3, Crash));
-  if (phase == TransactionPhase::Apply) run(At(CrashPoint::ApplyEntryDone, kReadme, Crash));
-  if (phase == TransactionPhase::Committed) {
-    run(At(CrashPoint::ApplyFinished, kTypicalEntries, Crash));
-  }
-  if (phase == TransactionPhase::RolledBack) RunEngine(update.Request(), fail_late);
-  if (phase == TransactionPhase::Rollback) {
-    run([&](CrashPoint at, std::uint64_t index) {
-      fail_late(at, index);
-      if (at == CrashPoint::RollbackEntryDone && index == 3) Crash();
-    });
-  }
 }
 
 }  // namespace tolvarine::updater

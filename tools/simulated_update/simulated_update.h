@@ -64,8 +64,7 @@ class SimulatedUpdate {
   [[nodiscard]] TransactionRequest Request() const;
 
   // The files below the target, and below the transaction directory, without directories; paths
-  // with
-  // `/`. The update log is not among them.
+  // with `/`. The update log is not among them.
   [[nodiscard]] FileSet Target() const;
   [[nodiscard]] FileSet Transaction() const;
 

@@ -1,0 +1,109 @@
+#include "files/locked_release_file.h"
+
+#include "files/file_machine.h"
+
+namespace tolvarine::updater {
+namespace {
+
+const Path kFile = u"C:\\stage\\file";
+
+class LockedRelease : public FileMachine {
+ protected:
+  LockedRelease() { world.WriteFile(kFile, "abc"); }
+
+  static std::string Open(const Path& path) {
+    return Raised([&] { LockedReleaseFile file(path); });
+  }
+};
+
+TEST_F(LockedRelease, NobodyWritesOrDeletesWhileItLives) {
+  {
+    const LockedReleaseFile file(kFile);
+    EXPECT_EQ(file.path(), kFile);
+    EXPECT_EQ(file.size(), 3);
+    EXPECT_FALSE(IsFree(kFile, platform::kGenericWrite));
+    EXPECT_FALSE(IsFree(kFile, platform::kDelete));
+    EXPECT_TRUE(IsFree(kFile, platform::kGenericRead, platform::kFileShareRead));
+  }
+  EXPECT_TRUE(IsFree(kFile, platform::kGenericWrite, platform::kFileShareNone));
+}
+
+TEST_F(LockedRelease, OnlyAPlainFileWithOneNameThatNobodyWritesIsTaken) {
+  world.MakeSymbolicLink(u"C:\\stage\\link", kFile, false);
+  world.MakeReparsePoint(u"C:\\stage\\tagged", 0x9000001A, false);
+  world.MakeJunction(u"C:\\stage\\junction", u"C:\\stage");
+  world.WriteFile(u"C:\\stage\\twice", "abc");
+  world.MakeHardLink(u"C:\\stage\\twice", u"C:\\elsewhere");
+  const Path deep = u"C:\\" + Path(200, u'd') + u"\\" + Path(60, u'f');
+  world.WriteFile(u"\\\\?\\" + deep, "");
+  const std::string not_plain = "runtime: Release source is not a regular non-reparse file: ";
+  const std::pair<Path, std::string> table[] = {
+      {u"C:\\stage\\link", not_plain + "C:\\stage\\link"},
+      {u"C:\\stage\\tagged", not_plain + "C:\\stage\\tagged"},
+      {u"C:\\stage\\twice",
+       "runtime: Release source file has multiple hard links: C:\\stage\\twice"},
+      {u"C:\\stage", "system 5: Could not lock release source: *"},
+      {u"C:\\stage\\junction", "system 5: Could not lock release source: *"},  // A directory, too.
+      {u"C:\\no", "system 2: Could not lock release source: *"},
+      {deep, "system 3: Could not lock release source: *"},
+  };
+  for (const auto& [path, raised] : table) EXPECT_EQ(Open(path), raised);
+  for (const std::uint32_t access : {platform::kGenericWrite, platform::kDelete}) {
+    const auto held = world.Hold(kFile, access, platform::kFileShareAll);
+    EXPECT_EQ(Open(kFile), "system 32: Could not lock release source: *");
+    world.Release(held);
+  }
+}
+
+TEST_F(LockedRelease, EachStepFailsInItsWordsAndLeavesNothingOpen) {
+  const auto lock_and_hash = [&] {
+    const std::string raised = Raised([] { return Sha256OfLockedFile(LockedReleaseFile(kFile)); });
+    EXPECT_TRUE(raised == "done" || world.objects().open_hashes() == 0) << raised;
+    EXPECT_EQ(world.files().open_handles(), 0u) << raised;
+    world.objects().Reset();  // Of what a failing release has left.
+    return raised;
+  };
+  EXPECT_EQ(FailingEachCall([] {}, lock_and_hash, 0xC0000022), R"(
+CreateFileW file: system 3221225506: Could not lock release source: *
+GetFileInformationByHandleEx file: system 3221225506: Could not inspect release source: *
+GetFileInformationByHandle file: system 3221225506: Could not inspect release source links: *
+GetFileSizeEx file: system 3221225506: Could not read release source size: *
+BCryptOpenAlgorithmProvider: runtime: Could not initialize SHA-256 (BCrypt status -1073741790)
+BCryptGetProperty: runtime: Could not initialize SHA-256 (BCrypt status -1073741790)
+BCryptCreateHash: runtime: Could not initialize SHA-256 (BCrypt status -1073741790)
+ReadFile file: system 3221225506: Could not hash release source: *
+BCryptHashData: runtime: Could not hash release source (BCrypt status -1073741790)
+ReadFile file: system 3221225506: Could not hash release source: *
+BCryptFinishHash: runtime: Could not hash release source (BCrypt status -1073741790)
+SetFilePointerEx file: system 3221225506: Could not rewind release source: *
+BCryptDestroyHash: done
+BCryptCloseAlgorithmProvider: done
+CloseHandle file: done
+in peace: done
+)");
+}
+
+TEST_F(LockedRelease, TheWholeFileIsHashedAndCanBeReadAgain) {
+  const std::pair<std::size_t, std::string> table[] = {
+      {0, "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"},
+      {1, "ca978112ca1bbdcafac231b39a23dc4da786eff8147c4e72b9807785afee48bb"},
+      {65536, "bf718b6f653bebc184e1479f1935b8da974d701b893afcf49e701f3e2f9f9c5a"},
+      {65537, "008ffc88d3c96a9f307524eb361e47c5222a887fc45fa0c1fb8d429c5c23b430"},
+  };
+  for (const auto& [size, digest] : table) {
+    world.WriteFile(kFile, std::string(size, 'a'));
+    const LockedReleaseFile file(kFile);
+    world.ClearFaults();
+    EXPECT_EQ(Sha256OfLockedFile(file), digest) << size;
+    // A read that moves less than was asked for is not the end.
+    world.Plan({.call = Call::ReadFile, .times = kForever, .partial = 40'000});
+    EXPECT_EQ(Sha256OfLockedFile(file), digest) << size;
+    EXPECT_TRUE(MatchesRelease(file, size, digest));
+    EXPECT_FALSE(MatchesRelease(file, size, std::string(64, '0')));
+    EXPECT_EQ(Count(Call::ReadFile, [&] { EXPECT_FALSE(MatchesRelease(file, size + 1, digest)); }),
+              0);
+  }
+}
+
+}  // namespace
+}  // namespace tolvarine::updater

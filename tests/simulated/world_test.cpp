@@ -1,0 +1,99 @@
+#include "platform/simulated/world.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "platform/files.h"
+#include "support/text_printers.h"
+
+namespace tolvarine::updater::simulated {
+namespace {
+
+class WorldTest : public testing::Test {
+ protected:
+  WorldTest() {
+    world.MakeCurrent();
+    world.WriteFile(u"C:\\a", "content");
+    world.Settle();
+  }
+
+  World world;
+};
+
+bool Move(const char16_t* to, std::uint32_t flags) {
+  return platform::MoveFileExW(u"C:\\a", to, flags);
+}
+
+TEST_F(WorldTest, WriteThroughForcesItsVolumeUnlessTheMediumLies) {
+  world.AddVolume(u'D');
+  world.WriteFile(u"D:\\other", "");
+  EXPECT_TRUE(Move(u"C:\\b", 0));
+  EXPECT_EQ(world.volume(u'C').unforced().size(), 1u);
+  EXPECT_TRUE(platform::MoveFileExW(u"C:\\b", u"C:\\a", platform::kMovefileWriteThrough));
+  EXPECT_TRUE(world.volume(u'C').unforced().empty());
+  EXPECT_FALSE(world.volume(u'D').unforced().empty());
+  world.write_through_holds = false;
+  EXPECT_TRUE(Move(u"C:\\b", platform::kMovefileWriteThrough));
+  EXPECT_EQ(world.volume(u'C').unforced().size(), 1u);
+}
+
+// A scope that closes a handle and, on another exception's way, deletes the file.
+struct TidyUp {
+  platform::Handle handle =
+      platform::CreateFileW(u"C:\\a", platform::kGenericWrite, 0, platform::kOpenExisting, 0);
+  ~TidyUp() {
+    EXPECT_FALSE(platform::CloseHandle(handle));
+    EXPECT_TRUE(std::uncaught_exceptions() == 0 || !platform::DeleteFileW(u"C:\\a"));
+  }
+};
+
+TEST_F(WorldTest, CallsAfterThePowerCutThrowOrChangeNothing) {
+  world.before_call = [&](const CallRecord& call) {
+    if (call.call == Call::MoveFileExW) world.CutPower();
+  };
+  EXPECT_THROW(
+      {
+        const TidyUp scope;
+        Move(u"C:\\b", 0);
+      },
+      PowerCut);
+  EXPECT_THROW(platform::DeleteFileW(u"C:\\a"), PowerCut);
+  EXPECT_EQ(world.ReadFile(u"C:\\a"), "content");
+  world.before_call = nullptr;
+  world.mutex_holders[u"m"] = {};
+  world.Restart();
+  EXPECT_TRUE(world.mutex_holders.empty());
+  EXPECT_TRUE(Move(u"C:\\b", 0)) << "a handle outlived the power cut";
+}
+
+TEST_F(WorldTest, PlannedFailureComesAtItsOccurrences) {
+  world.Plan(
+      {.call = Call::DeleteFileW, .first = 2, .times = 2, .code = 32, .path_suffix = u"\\X"});
+  const auto code_of_delete = [&](const char16_t* path) {
+    return platform::DeleteFileW(path) ? 0 : world.last_error;
+  };
+  EXPECT_EQ(code_of_delete(u"C:\\x"), 2u);
+  EXPECT_EQ(code_of_delete(u"C:\\y"), 2u);  // Does not count.
+  EXPECT_EQ(code_of_delete(u"C:\\x"), 32u);
+  EXPECT_EQ(code_of_delete(u"C:\\x"), 32u);
+  EXPECT_EQ(code_of_delete(u"C:\\x"), 2u);
+}
+
+TEST_F(WorldTest, PartialFailuresMoveAsMuchAsPlanned) {
+  world.Plan({.call = Call::CopyFileW, .code = 23, .partial = 3});
+  EXPECT_FALSE(platform::CopyFileW(u"C:\\a", u"C:\\copy", true));
+  EXPECT_EQ(world.last_error, 23u);
+  EXPECT_EQ(world.ReadFile(u"C:\\copy"), "con");
+  world.Plan({.call = Call::WriteFile, .partial = 2});
+  const platform::Handle file =
+      platform::CreateFileW(u"C:\\w", platform::kGenericWrite, 0, platform::kCreateNew, 0);
+  std::uint32_t written = 0;
+  EXPECT_TRUE(platform::WriteFile(file, "abcd", 4, &written));
+  EXPECT_EQ(written, 2u);
+  platform::CloseHandle(file);
+  EXPECT_EQ(world.ReadFile(u"C:\\w"), "ab");
+}
+
+}  // namespace
+}  // namespace tolvarine::updater::simulated

@@ -1,0 +1,94 @@
+// What the tests of the lower floors stand on: a simulated machine for the length of one test,
+// random numbers for properties, and tables of paths.
+
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <random>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "platform/simulated/file_system.h"
+#include "platform/simulated/objects.h"
+#include "platform/simulated/world.h"
+#include "support/text_printers.h"
+#include "text/path_algebra.h"
+
+namespace tolvarine::updater {
+
+using simulated::Call;
+
+class Machine : public testing::Test {
+ protected:
+  Machine() { world.MakeCurrent(); }
+
+  // Whatever a test does, nothing stays open behind it.
+  void TearDown() override {
+    EXPECT_EQ(world.files().open_handles(), 0u);
+    EXPECT_EQ(world.objects().open_hashes(), 0u);
+    EXPECT_EQ(world.objects().bad_closes(), 0u);
+  }
+
+  simulated::World world;
+};
+
+// The same numbers in every run unless TOLVARINE_SEED says otherwise; a failure shows the seed.
+class SeededRandom {
+ public:
+  std::size_t Below(std::size_t bound) { return engine_() % bound; }
+
+  template <typename Items>
+  auto OneOf(const Items& items) {
+    return items[Below(std::size(items))];
+  }
+
+ private:
+  static std::uint64_t Seed() {
+    const char* const told = std::getenv("TOLVARINE_SEED");
+    return told == nullptr ? 20260301 : std::strtoull(told, nullptr, 10);
+  }
+
+  std::uint64_t seed_ = Seed();
+  std::mt19937_64 engine_{seed_};
+  testing::ScopedTrace trace_{__FILE__, __LINE__, "TOLVARINE_SEED=" + std::to_string(seed_)};
+};
+
+// What stands between separators, without the blanks and line ends around it.
+inline std::vector<Path> Cells(PathView text, PathView separator) {
+  std::vector<Path> cells;
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find(separator), text.size());
+    PathView cell = text.substr(0, end);
+    text.remove_prefix(std::min(end + separator.size(), text.size()));
+    cell.remove_prefix(std::min(cell.find_first_not_of(u" \n"), cell.size()));
+    cell = cell.substr(0, cell.find_last_not_of(u" \n") + 1);
+    if (!cell.empty()) cells.emplace_back(cell);
+  }
+  return cells;
+}
+
+inline std::string Plain(const std::string& text) { return text.empty() ? "~" : text; }
+inline std::string Plain(PathView path) { return path.empty() ? "~" : Shown(path); }
+
+// A table of "path = result" or "path + path = result", each ended by a semicolon; ~ is an empty
+// path.
+template <typename Operation>
+void ExpectEach(Operation operation, PathView table) {
+  for (const Path& row : Cells(table, u";")) {
+    const std::vector<Path> sides = Cells(row, u" = ");
+    std::vector<Path> given = Cells(sides.at(0), u" + ");
+    for (Path& path : given) path = path == u"~" ? u"" : path;
+    std::string result;
+    if constexpr (std::is_invocable_v<Operation, Path, Path>) {
+      result = Plain(operation(given.at(0), given.at(1)));
+    } else {
+      result = Plain(operation(given.at(0)));
+    }
+    EXPECT_EQ(result, Shown(sides.at(1))) << Shown(row);
+  }
+}
+
+}  // namespace tolvarine::updater

@@ -1,0 +1,44 @@
+#include "text/utf8.h"
+
+#include "text/machine.h"
+#include "text/system_error.h"
+
+namespace tolvarine::updater {
+namespace {
+
+class Utf8 : public Machine {};
+
+template <typename Conversion>
+std::uint32_t CodeOf(Conversion convert) {
+  try {
+    static_cast<void>(convert());
+    return 0;
+  } catch (const SystemError& failure) {
+    return failure.code();
+  }
+}
+
+TEST_F(Utf8, WellFormedTextSurvivesBothWaysAndAllElseIsRefused) {
+  EXPECT_EQ(Utf8FromUtf16(u"\u00e9\u20ac\U0001F600"), "\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80");
+  for (const std::u16string_view text : {u"", u"a\\b/c", u"\u00e9\u20ac", u"\U0001F600\u0001"}) {
+    EXPECT_EQ(Utf16FromUtf8(Utf8FromUtf16(text)), text);
+  }
+  for (const std::u16string_view lone :
+       {u"a\xd800", u"\xdc00z", u"\xdc00\xd800", u"\xd800\xd800"}) {
+    EXPECT_EQ(CodeOf([&] { return Utf8FromUtf16(lone); }), 1113u) << Shown(lone);
+  }
+  for (const std::string_view bad :
+       {"\xc0\x80", "\xed\xa0\x80", "\xf4\x90\x80\x80", "a\xe2\x82", "\x80", "\xff", "\xc3z"}) {
+    EXPECT_EQ(CodeOf([&] { return Utf16FromUtf8(bad); }), 1113u) << bad;
+  }
+  for (const std::uint64_t pass : {1u, 2u}) {
+    world.ClearFaults();
+    world.Plan({.call = Call::WideCharToMultiByte, .first = pass, .code = 8});
+    world.Plan({.call = Call::MultiByteToWideChar, .first = pass, .code = 14});
+    EXPECT_EQ(CodeOf([] { return Utf8FromUtf16(u"a"); }), 8u);
+    EXPECT_EQ(CodeOf([] { return Utf16FromUtf8("a"); }), 14u);
+  }
+}
+
+}  // namespace
+}  // namespace tolvarine::updater
