@@ -1,0 +1,49 @@
+#include "engine/baseline_backup.h"
+
+#include <gtest/gtest.h>
+
+#include "support/engine_runs.h"
+
+namespace tolvarine::updater {
+namespace {
+
+using enum TransactionPhase;
+
+constexpr Moment kAtReadme{CrashPoint::BackupEntryStarted, kReadme};
+
+TEST(BaselineBackupTest, ObstacleStopsTheBackup) {
+  constexpr char kChanged[] = "Original file failed verification: |T\\readme.txt|";
+  const Path temporary = u"backup\\readme.txt.tolvarine-update-new";
+  const Act spoil_copy = Write(u"B\\readme.txt.tolvarine-update-new", "spoilt");
+  ExpectTrouble({{Write(u"T\\readme.txt", std::string(1800, 'x')), Backup, kChanged, kAtReadme},
+                 {Write(u"T\\readme.txt", "short"), Backup, kChanged, kAtReadme},
+                 {Remove(u"T\\readme.txt"), Backup, kChanged, kAtReadme},
+                 {Before(Call::MoveFileExW, temporary, spoil_copy), Backup,
+                  "Baseline backup failed verification: |B\\readme.txt|", kAtReadme},
+                 // The copy carries the attribute, and can then not be opened to be flushed.
+                 {ReadOnly(u"T\\readme.txt"), Backup, "Access is denied.", kAtReadme}});
+}
+
+TEST(BaselineBackupTest, FileThatIsBackAgainLetsTheBackupGoOn) {
+  SimulatedUpdate update;
+  RunEngine(update, At(kAtReadme, [&] { Write(u"T\\readme.txt", "changed")(update); }));
+  EXPECT_EQ(RunEngine(update).result.backup, kReadme);  // And so for every later run.
+  Both(Write(u"T\\readme.txt", update.plan.baseline[u"readme.txt"]),
+       Write(u"B\\readme.txt.tolvarine-update-new", "stale"))(update);
+  EXPECT_EQ(RunEngine(update).status, Committed);
+  std::map<std::u16string, std::string> expected = {{u"lib\\", ""}};
+  for (const auto& [path, content] : update.plan.baseline) {
+    if (path != u"user/settings.ini") expected[LexicallyNormal(path)] = content;
+  }
+  EXPECT_EQ(update.world.Tree(Place(update, u"B")), expected);
+}
+
+// Invariant 2: every copy, whatever the counters say.
+TEST(BaselineBackupTest, EveryCopyIsProvedBeforeTheTargetIsTouched) {
+  const std::string text = "Baseline backup failed verification: |B\\lib\\old.dll|";
+  ExpectTrouble({{Both(LeftIn(Apply), Remove(u"B\\lib\\old.dll")), Rollback,
+                  text + "; rollback incomplete: " + text}});
+}
+
+}  // namespace
+}  // namespace tolvarine::updater
