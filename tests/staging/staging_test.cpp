@@ -1,0 +1,355 @@
+#include "staging/staging.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "driver/main_sequence.h"
+#include "driver/update_log.h"
+#include "lists/list_text.h"
+#include "platform/files.h"
+#include "platform/shell.h"
+#include "simulated_update/simulated_update.h"
+#include "support/text_printers.h"
+#include "text/machine.h"
+
+namespace tolvarine::updater::staging {
+namespace {
+
+using simulated::Call;
+using simulated::FileSet;
+using simulated::World;
+
+constexpr std::u16string_view kRelease = u"C:\\build\\release";
+constexpr std::u16string_view kTarget = u"C:\\Program Files\\Tolvarine";
+
+class Staging : public Machine {
+ protected:
+  void Furnish(std::u16string_view root, const FileSet& files) {
+    for (const auto& [path, content] : files) world.WriteFile(JoinPath(root, path), content);
+  }
+
+  // The smallest fit release and whatever else.
+  void FurnishRelease(const FileSet& files = {}) {
+    Furnish(kRelease, {{u"Tolvarine.exe", "x"}});
+    Furnish(kRelease, files);
+  }
+
+  [[nodiscard]] static Problems Check(const ManagedDeletionList& deletions = {}) {
+    return CheckRelease(Path(kRelease), deletions);
+  }
+
+  simulated::UpdatePlan plan = simulated::TypicalPlan();
+  StagingRequest request{.release = Path(kRelease),
+                         .target = Path(kTarget),
+                         .state_root = u"C:\\State",
+                         .install_key = std::u16string(simulated::kInstallKey),
+                         .update_id = std::u16string(simulated::kUpdateId),
+                         .deletions = plan.deletions};
+  UpdateLayout layout = LayoutOf(request.state_root, request.install_key, request.update_id);
+  Path source = JoinPath(layout.stages, kReleaseName);
+
+  void FurnishUpdate() {
+    Furnish(kRelease, plan.release);
+    Furnish(kTarget, plan.baseline);
+    world.MakeDirectory(JoinPath(kRelease, u"empty\\directory"));
+  }
+};
+
+// --- Problems of a release -----------------------------------------------------------------------
+
+using Furnishing = std::function<void(World&)>;
+
+// In the extended form, which takes names that Windows would otherwise mend.
+Furnishing File(std::u16string_view name) {
+  return [=](World& at) { at.WriteFile(Path(u"\\\\?\\") + JoinPath(kRelease, name), "y"); };
+}
+
+Furnishing HardLink() {
+  return [](World& at) { at.MakeHardLink(JoinPath(kRelease, u"Tolvarine.exe"), u"C:\\second"); };
+}
+
+Furnishing Writer() {
+  return [](World& at) {
+    at.Hold(JoinPath(kRelease, u"Tolvarine.exe"), platform::kGenericWrite, platform::kFileShareAll);
+  };
+}
+
+// What is done to a release that is fit, and what is then said about it.
+const std::pair<Furnishing, Problems> kTreeCases[] = {
+    {[](World&) {}, {}},
+    {[](World& at) { at.Rename(JoinPath(kRelease, u"Tolvarine.exe"), u"C:\\elsewhere"); },
+     {"There is no file Tolvarine.exe at the top level of the release."}},
+    {[](World& at) { at.Remove(kRelease); },
+     {"The release \"C:/build/release\" is not a directory."}},
+    {File(u"lib.\\a"), {"\"lib.\" cannot be in a release: \"lib.\" ends in a full stop."}},
+    {File(u"lib\\a "), {"\"lib/a \" cannot be in a release: \"a \" ends in a blank."}},
+    {File(u"aux.h"), {"\"aux.h\" cannot be in a release: \"aux.h\" is the name of a device."}},
+    {File(u"\xD800"),
+     {"\"\xEF\xBF\xBD\" cannot be in a release: \"\xEF\xBF\xBD\" is no well-formed text."}},
+    {File(u"a.Tolvarine-Update-New"),
+     {"\"a.Tolvarine-Update-New\" cannot be in a release: \"a.Tolvarine-Update-New\" has the "
+      "ending "
+      "of the updater's own temporaries, which it removes."}},
+    {[](World& at) { at.MakeJunction(JoinPath(kRelease, u"lib"), u"C:\\"); },
+     {"\"lib\" is a link or another reparse point."}},
+    {[](World& at) { at.MakeReparsePoint(JoinPath(kRelease, u"cloud"), 0x9000001A, false); },
+     {"\"cloud\" is a link or another reparse point."}},
+    {HardLink(), {"\"Tolvarine.exe\" has 2 names (hard links), a release file must have one."}},
+    {Writer(),
+     {"\"Tolvarine.exe\" cannot be locked and read: Could not lock release source: The process "
+      "cannot access the file because it is being used by another process."}},
+    // A volume folds unit by unit, the updater character by character: two files, one key.
+    {[](World& at) {
+       File(u"\U00010400")(at);
+       File(u"\U00010428")(at);
+     },
+     {"\"\U00010400\" and \"\U00010428\" differ only in case."}},
+};
+
+TEST_F(Staging, EveryProblemOfAReleaseIsTold) {
+  for (const auto& [furnish, problems] : kTreeCases) {
+    World fresh;
+    fresh.MakeCurrent();
+    fresh.WriteFile(JoinPath(kRelease, u"Tolvarine.exe"), "x");
+    furnish(fresh);
+    EXPECT_EQ(Check(), problems);
+  }
+  world.MakeCurrent();
+}
+
+std::string Impossible(const std::string& path, const std::string& why) {
+  return "The deletion \"" + path + "\" cannot be made: " + why + ".";
+}
+
+TEST_F(Staging, EveryProblemOfADeletionIsTold) {
+  const Path long_path = Path(200, u'd') + u"/" + Path(824, u'n');
+  const std::pair<ManagedDeletionList, Problems> cases[] = {
+      {{u"lib/old.dll", u"Lib2"}, {}},
+      {{u"a.dll", u"A.dll"}, {"\"a.dll\" and \"A.dll\" differ only in case."}},
+      {{u"a.dll", u"a.dll"}, {"\"a.dll\" is named twice."}},
+      {{u"LIB/A"}, {"The deletion \"LIB/A\" names a file of the release."}},
+      {{u"lib"}, {"The deletion \"lib\" names a directory of the release."}},
+      {{u"lib/a/b/c"}, {"The deletion \"lib/a/b/c\" lies below a file of the release."}},
+      {{u""}, {Impossible("", "it is empty")}},
+      {{u"C:a"}, {Impossible("C:a", "it is not relative to the installation")}},
+      {{u"/a"}, {Impossible("/a", "it is not relative to the installation")}},
+      {{u"a/"}, {Impossible("a/", "it has an empty name in it")}},
+      {{u"a/../b"}, {Impossible("a/../b", "\"..\" does not name a file")}},
+      {{u"a/b?c"}, {Impossible("a/b?c", "\"b?c\" holds the character \"?\"")}},
+      {{u"a\tb"}, {Impossible("a\tb", "\"a\tb\" holds a control character")}},
+      {{long_path},
+       {Quoted(long_path) + " is 1025 bytes long, 1 more than the 1024 that a list takes."}},
+  };
+  FurnishRelease({{u"Lib/a", ""}});
+  for (const auto& [deletions, problems] : cases) EXPECT_EQ(Check(deletions), problems);
+}
+
+TEST_F(Staging, AllProblemsAreToldAtOnce) {
+  FurnishRelease();
+  world.MakeSymbolicLink(u"C:\\build\\release\\link", u"Tolvarine.exe", false);
+  File(u"lib\\nul")(world);
+  for (char16_t number = 0x4E00; number < 0x4E00 + 1000; ++number) File(Path(1, number))(world);
+  const Problems problems = Check({u"Tolvarine.exe"});
+  ASSERT_EQ(problems.size(), 5u) << testing::PrintToString(problems);
+  EXPECT_EQ(problems[2], "There are 1002 files, 2 more than the 1000 that an update may have.");
+}
+
+// A release, or deletions, whose text has exactly this many bytes.
+FileSet FilesWithText(std::size_t bytes) {
+  constexpr std::size_t kHeader = 3;
+  constexpr std::size_t kRow = 68;  // Colons, newline, digest and a size of one digit.
+  constexpr std::size_t kName = 80;
+  FileSet files;
+  bytes -= kHeader + kRow + 2 * std::string_view("Tolvarine.exe").size();
+  char16_t number = 0x4E00;  // Three bytes each, and no case.
+  const auto add = [&](std::size_t length, std::size_t size) {
+    files[std::u16string(1, number++) + std::u16string(length - 3, u'n')] = std::string(size, 's');
+  };
+  for (; bytes > 2 * (kRow + 2 * kName); bytes -= kRow + 2 * kName) add(kName, 1);
+  const std::size_t odd = bytes % 2;  // Made up for by a size of two digits.
+  add((bytes - kRow - odd) / 2, odd == 0 ? 1 : 10);
+  return files;
+}
+
+TEST_F(Staging, ListTextOf24576BytesIsFitAndOneMoreIsNot) {
+  FurnishRelease(FilesWithText(kListTextByteLimit));
+  EXPECT_EQ(Check(), Problems{});
+  EXPECT_EQ(SerializeSourceInventory(InventoryOf(Path(kRelease))).size(), kListTextByteLimit);
+
+  world.Remove(kRelease);
+  FurnishRelease(FilesWithText(kListTextByteLimit + 1));
+  EXPECT_EQ(Check(), Problems{"The list of the release's files takes 24577 bytes, 1 more than the "
+                              "24576 that fit on the command line."});
+}
+
+// Each takes a row of 2 * length + 1 bytes.
+ManagedDeletionList Deletions(char16_t count, std::size_t length) {
+  ManagedDeletionList deletions;
+  for (char16_t i = 0; i < count; ++i) {
+    deletions.push_back(Path(1, static_cast<char16_t>(0x4E00 + i)) + Path(length - 3, u'd'));
+  }
+  return deletions;
+}
+
+TEST_F(Staging, DeletionTextOf24576BytesIsFitAndOneMoreIsNot) {
+  FurnishRelease();
+  ManagedDeletionList deletions = Deletions(12, 1023);
+  deletions.push_back(u"1234");  // 3 + 12 * 2047 + 9 = 24576.
+  EXPECT_EQ(SerializeManagedDeletionList(deletions).size(), kListTextByteLimit);
+  EXPECT_EQ(Check(deletions), Problems{});
+  deletions.back() = u"12";  // Two rows of 5 for the one of 9.
+  deletions.push_back(u"34");
+  EXPECT_EQ(Check(deletions), Problems{"The list of deletions takes 24577 bytes, 1 more than the "
+                                       "24576 that fit on the command line."});
+}
+
+// --- Places and the command line -----------------------------------------------------------------
+
+TEST_F(Staging, PlacesThatWindowsCannotOpenAreTold) {
+  const std::size_t room = 259 - source.size() - 1;
+  const Path longest(room, u'f');
+  world.MakeDirectory(kTarget);
+  EXPECT_EQ(CheckPlaces(layout, Path(kTarget), {longest}, {}), Problems{});
+  EXPECT_EQ(CheckPlaces(layout, Path(kTarget), {longest + u"f"}, {}),
+            Problems{Quoted(longest + u"f") + " makes a path in the stage of 260 units, 1 more "
+                                              "than the 259 that Windows takes."});
+  // In the backup only what is installed takes a place, and it lies deeper there.
+  world.WriteFile(JoinPath(kTarget, longest), "old");
+  EXPECT_EQ(CheckPlaces(layout, Path(kTarget), {}, {longest}).size(), 1u);
+  world.MakeDirectory(JoinPath(kTarget, u"lib"));
+  EXPECT_EQ(CheckPlaces(layout, Path(kTarget), {u"lib"}, {}),
+            Problems{"\"lib\" is no plain file in the installation."});
+  EXPECT_EQ(CheckPlaces(layout, u"C:\\" + Path(230, u't'), {u"short"}, {}),
+            Problems{"\"short\" makes a path in the installation of 260 units, 1 more than the 259 "
+                     "that Windows takes."});
+  const Path deep = Path(room - 10, u'd') + u"/f";
+  EXPECT_EQ(CheckPlaces(layout, Path(kTarget), {deep}, {}),
+            Problems{Quoted(deep) + " needs a directory in the stage of 249 units, 2 more than "
+                                    "the 247 that Windows takes."});
+}
+
+TEST_F(Staging, CommandLineOfMoreThan32767UnitsIsTold) {
+  EXPECT_EQ(CheckCommandLine(Path(32766, u'x')), Problems{});
+  EXPECT_EQ(CheckCommandLine(Path(32767, u'x')).size(), 1u);
+
+  // Each list is within its own limit, and both together are not.
+  FurnishRelease(FilesWithText(kListTextByteLimit));
+  request.deletions = Deletions(10, 150);
+  EXPECT_EQ(PlanUpdate(request).problems, Problems{});
+  request.deletions = Deletions(30, 150);
+  const Problems problems = StageUpdate(request).problems;
+  ASSERT_EQ(problems.size(), 1u);
+  EXPECT_TRUE(problems[0].starts_with("The updater's command line has 3")) << problems[0];
+  EXPECT_FALSE(world.Exists(request.state_root));
+}
+
+TEST_F(Staging, QuotedArgumentsComeBackAsTheyWere) {
+  SeededRandom random;
+  for (int i = 0; i < 2000; ++i) {
+    std::u16string argument;
+    for (std::size_t length = random.Below(12); length > 0; --length) {
+      argument.push_back(random.OneOf(std::u16string_view(u"\\\\\\\"\" \t\na\x00E9\xD83D")));
+    }
+    const std::u16string line =
+        u"program " + QuoteArgument(argument) + u" " + QuoteArgument(u"end");
+    std::int32_t count = 0;
+    char16_t** const arguments = platform::CommandLineToArgvW(line.c_str(), &count);
+    ASSERT_EQ(count, 3) << Shown(line);
+    EXPECT_EQ(std::u16string(arguments[1]), argument) << Shown(line);
+    platform::LocalFree(arguments);
+  }
+}
+
+// --- Staging -------------------------------------------------------------------------------------
+
+TEST_F(Staging, StagedUpdateInstalls) {
+  FurnishUpdate();
+  const StagedUpdate staged = StageUpdate(request);
+  ASSERT_EQ(staged.problems, Problems{});
+  EXPECT_EQ(world.Tree(source), world.Tree(kRelease));  // Empty directories included.
+  EXPECT_EQ(world.ReadFile(JoinPath(layout.stages, u"source-inventory.txt")),
+            SerializeSourceInventory(staged.arguments.source_inventory));
+  EXPECT_EQ(world.ReadFile(JoinPath(layout.stages, u"managed-deletions.txt")),
+            SerializeManagedDeletionList(plan.deletions));
+  const auto pending = world.ReadFile(layout.pending_marker);
+
+  world.command_line = CommandLineOf(u"C:\\TolvarineUpdater.exe", staged.arguments);
+  UpdateLogPath().clear();
+  ASSERT_EQ(RunUpdater(), 0);
+  EXPECT_EQ(world.ReadFile(JoinPath(kTarget, u"lib\\core.dll")), plan.release[u"lib/core.dll"]);
+  EXPECT_FALSE(world.Exists(JoinPath(kTarget, u"lib\\old.dll")));
+  EXPECT_EQ(world.ReadFile(layout.completed_marker), pending);
+  EXPECT_EQ(StageUpdate(request).problems.size(), 1u);  // It is installed already.
+}
+
+TEST_F(Staging, StagingAgainChangesNothingAndAnotherReleaseIsRefused) {
+  FurnishUpdate();
+  ASSERT_EQ(StageUpdate(request).problems, Problems{});
+  const auto before = world.Tree(u"C:\\State");
+  EXPECT_EQ(StageUpdate(request).problems, Problems{});
+  EXPECT_EQ(world.Tree(u"C:\\State"), before);
+
+  FurnishRelease({{u"more.dll", "not staged"}});
+  const Problems problems = StageUpdate(request).problems;
+  ASSERT_EQ(problems.size(), 1u);
+  EXPECT_TRUE(problems[0].starts_with("The stage ")) << problems[0];
+  EXPECT_EQ(world.Tree(u"C:\\State"), before);
+}
+
+TEST_F(Staging, WhateverFailsTheStageIsWholeOrAbsentAndStagingGoesOnLater) {
+  for (const Call call : {Call::CreateDirectoryW, Call::CreateFileW, Call::WriteFile,
+                          Call::FlushFileBuffers, Call::MoveFileExW}) {
+    for (std::uint64_t first = 1;; ++first) {
+      SCOPED_TRACE(std::string(CallName(call)) + " " + std::to_string(first));
+      World fresh;
+      fresh.MakeCurrent();
+      for (const auto& [path, content] : plan.release) {
+        fresh.WriteFile(JoinPath(kRelease, path), content);
+      }
+      fresh.MakeDirectory(kTarget);
+      fresh.Plan({.call = call, .first = first, .code = 112});
+      bool failed = false;
+      try {
+        failed = !StageUpdate(request).problems.empty();
+      } catch (const std::exception&) {
+        failed = true;
+      }
+      fresh.ClearFaults();
+      EXPECT_TRUE(!fresh.Exists(source) || fresh.Tree(source) == fresh.Tree(kRelease));
+      EXPECT_EQ(StageUpdate(request).problems, Problems{});
+      EXPECT_EQ(fresh.Tree(source), fresh.Tree(kRelease));
+      if (!failed) break;
+    }
+  }
+  world.MakeCurrent();
+}
+
+TEST_F(Staging, DirectoriesThatOverlapAreToldBeforeAnythingIsMade) {
+  FurnishUpdate();
+  StagingRequest bad = request;
+  bad.update_id[0] = u'F';
+  EXPECT_EQ(StageUpdate(bad).problems.size(), 1u);
+  bad = request;
+  bad.state_root = JoinPath(kRelease, u"state");
+  EXPECT_EQ(StageUpdate(bad).problems.size(), 1u);
+  bad.state_root = JoinPath(kTarget, u"state");
+  EXPECT_EQ(StageUpdate(bad).problems,
+            Problems{Quoted(JoinPath(bad.state_root, request.install_key)) +
+                     " lies inside the installation."});
+  bad = request;
+  bad.target = layout.workspace;
+  EXPECT_EQ(StageUpdate(bad).problems.size(), 1u);
+  EXPECT_FALSE(world.Exists(layout.state));
+  EXPECT_FALSE(world.Exists(bad.state_root));
+  EXPECT_FALSE(world.Exists(JoinPath(kTarget, u"state")));
+}
+
+TEST_F(Staging, DeletionsAreWhatAnEarlierReleaseHadAlone) {
+  FurnishRelease({{u"LIB/a.dll", ""}});
+  Furnish(u"C:\\old", {{u"Tolvarine.exe", ""}, {u"lib/a.dll", ""}, {u"lib/b.dll", ""}});
+  EXPECT_EQ(DeletionsSince(u"C:\\old", Path(kRelease)), ManagedDeletionList{u"lib\\b.dll"});
+}
+
+}  // namespace
+}  // namespace tolvarine::updater::staging
