@@ -1,0 +1,229 @@
+#include "crash_lab/explorer.h"
+
+#include <algorithm>
+#include <numeric>
+
+#include "text/decimal.h"
+
+namespace tolvarine::updater::crash_lab {
+namespace {
+
+// Up to `bound` different numbers below `count`: all of them where that is enough.
+std::vector<std::uint64_t> Sample(std::uint64_t count, std::uint64_t bound,
+                                  std::mt19937_64& random) {
+  std::vector<std::uint64_t> numbers;
+  if (count <= bound) {
+    numbers.resize(count);
+    std::iota(numbers.begin(), numbers.end(), 0);
+    return numbers;
+  }
+  std::set<std::uint64_t> chosen;
+  while (chosen.size() < bound) chosen.insert(random() % count);
+  numbers.assign(chosen.begin(), chosen.end());
+  return numbers;
+}
+
+// Leaves at most `bound` of the items, by the seed.
+template <typename Item>
+void Thin(std::vector<Item>& items, std::uint64_t bound, std::mt19937_64& random) {
+  if (items.size() <= bound) return;
+  std::shuffle(items.begin(), items.end(), random);
+  items.resize(bound);
+}
+
+std::string ReplayOf(const Trail& trail) { return "--case " + trail.Text(); }
+
+}  // namespace
+
+Explorer::Explorer(const Scenario& scenario, const Bounds& bounds, std::uint64_t seed, bool weak)
+    : scenario_(scenario), bounds_(bounds), machine_(scenario), random_(seed) {
+  machine_.world().write_through_holds = !weak;
+}
+
+Figures Explorer::Explore() {
+  Disks disks = machine_.start();
+  for (std::size_t run = 0; run < scenario_.runs.size(); ++run) {
+    std::vector<Leftover> left = CutPlannedRun(disks, run);
+    for (const Leftover& leftover : left) Recover(leftover);
+    Thin(left, bounds_.second_cuts, random_);
+    std::vector<Leftover> later;
+    for (const Leftover& leftover : left) {
+      for (Leftover& next : CutRecovery(leftover)) later.push_back(std::move(next));
+    }
+    Thin(later, bounds_.third_cuts, random_);
+    for (const Leftover& leftover : later) RecoverWithRandomCut(leftover);
+  }
+  machine_.Converge(disks, {});
+  machine_.figures().cuts = machine_.calls();
+  return machine_.figures();
+}
+
+// --- Cuts ----------------------------------------------------------------------------------------
+
+std::vector<Explorer::Leftover> Explorer::CutPlannedRun(Disks& disks, std::size_t run) {
+  const Trail trail{.run = run, .cuts = {}};
+  std::vector<Leftover> left;
+  const auto visit = [&](std::uint64_t state, const Disks& now) {
+    LookAtState(now, state, bounds_.losses, scenario_.runs[run].disturbance, trail, left);
+  };
+  disks = machine_.JudgedRun(disks, scenario_.runs[run], ReplayOf(trail), visit).disks;
+  return left;
+}
+
+std::vector<Explorer::Leftover> Explorer::CutRecovery(const Leftover& leftover) {
+  std::vector<Leftover> left;
+  machine_.Run(leftover.disks, Again(leftover.trail), [&](std::uint64_t state, const Disks& now) {
+    LookAtState(now, state, bounds_.second_losses, Disturbance::kNone, leftover.trail, left);
+  });
+  return left;
+}
+
+void Explorer::LookAtState(const Disks& disks, std::uint64_t state, std::uint64_t losses,
+                           Disturbance disturbance, const Trail& trail,
+                           std::vector<Leftover>& left) {
+  Figures& figures = machine_.figures();
+  ++figures.states;
+  Trail here = trail;
+  here.cuts.push_back({state, 0});
+  const std::size_t first = figures.violations.size();
+  Image live = ImageOf(disks);
+  if (state > 1) machine_.judge().AtChange(before_, live, figures);
+  const std::optional<std::uint64_t> generation = machine_.judge().JournalOf(live).generation;
+  machine_.judge().AtMoment(live, generation, disturbance, figures);
+  machine_.Attribute(first, ReplayOf(here));
+  before_ = std::move(live);
+  const LossSpace space(disks);
+  if (space.count() > losses) figures.skipped += space.count() - losses;
+  for (const std::uint64_t loss : Sample(space.count(), losses, random_)) {
+    here.cuts.back().loss = loss;
+    LookAtLoss(AfterCut(disks, space.At(loss)), generation, disturbance, here, left);
+  }
+}
+
+void Explorer::LookAtLoss(Disks disks, std::optional<std::uint64_t> generation,
+                          Disturbance disturbance, const Trail& trail,
+                          std::vector<Leftover>& left) {
+  Figures& figures = machine_.figures();
+  ++figures.images;
+  const Image image = ImageOf(disks);
+  if (!seen_.insert(Fingerprint(image)).second) return;
+  const std::size_t first = figures.violations.size();
+  machine_.judge().AtMoment(image, generation, disturbance, figures);
+  machine_.Attribute(first, ReplayOf(trail));
+  left.push_back({std::move(disks), trail});
+}
+
+// --- Recoveries ----------------------------------------------------------------------------------
+
+// The same updater, entered in the same way, with nothing in its way any more.
+PlannedRun Explorer::Again(const Trail& trail) const {
+  return {.entrance = scenario_.runs[trail.run].entrance};
+}
+
+void Explorer::Recover(const Leftover& leftover) {
+  ++machine_.figures().disks;
+  if (leftover.trail.cuts.size() > 1) ++machine_.figures().second_order;
+  const std::string replay = ReplayOf(leftover.trail);
+  const EndedRun ended = machine_.JudgedRun(leftover.disks, Again(leftover.trail), replay);
+  machine_.Converge(ended.disks, replay);
+}
+
+void Explorer::RecoverWithRandomCut(const Leftover& leftover) {
+  Recover(leftover);
+  std::vector<Leftover> left;
+  machine_.Run(leftover.disks, Again(leftover.trail), [&](std::uint64_t state, const Disks& now) {
+    before_ = ImageOf(now);
+    // Each state of a run of unknown length is as likely as any other.
+    if (random_() % state != 0) return;
+    left.clear();
+    LookAtState(now, state, 1, Disturbance::kNone, leftover.trail, left);
+  });
+  for (const Leftover& last : left) Recover(last);
+}
+
+// --- Replay --------------------------------------------------------------------------------------
+
+namespace {
+
+std::string CallsOf(const simulated::World& world) {
+  std::string text;
+  for (const simulated::CallRecord& call : world.trace) {
+    text.append("  ").append(std::to_string(call.index)).append(" ");
+    text.append(simulated::CallName(call.call)).append(" ").append(Shown(call.path)).append("\n");
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string Explorer::ReplayCut(const Trail& trail, std::size_t cut, Disks& disks) {
+  std::string text =
+      "--- run " + std::to_string(cut + 1) + " starts on\n" + Describe(ImageOf(disks));
+  const PlannedRun run = cut == 0 ? scenario_.runs[trail.run] : Again(trail);
+  Disks left;
+  machine_.Run(disks, run, [&](std::uint64_t state, const Disks& now) {
+    if (state != trail.cuts[cut].state) return;
+    text += "--- its calls up to the cut\n" + CallsOf(machine_.world());
+    left = AfterCut(now, LossSpace(now).At(trail.cuts[cut].loss));
+    const std::size_t first = machine_.figures().violations.size();
+    Judge& judge = machine_.judge();
+    judge.AtMoment(ImageOf(left), judge.JournalOf(ImageOf(now)).generation, run.disturbance,
+                   machine_.figures());
+    machine_.Attribute(first, ReplayOf(trail));
+  });
+  disks = std::move(left);
+  return text;
+}
+
+std::string Explorer::Replay(const Trail& trail, Figures& figures) {
+  machine_.world().keep_trace = true;
+  std::string text;
+  Disks disks = machine_.start();
+  for (std::size_t run = 0; run < trail.run; ++run) {
+    disks = machine_.Run(disks, scenario_.runs[run]).disks;
+  }
+  for (std::size_t cut = 0; cut < trail.cuts.size(); ++cut) text += ReplayCut(trail, cut, disks);
+  text += "--- the disk after the last cut\n" + Describe(ImageOf(disks));
+  const EndedRun ended = machine_.JudgedRun(disks, Again(trail), ReplayOf(trail));
+  text += "--- the calls of the recovery\n" + CallsOf(machine_.world());
+  text +=
+      "--- the disk after the recovery, exit code " + std::to_string(ended.end.exit_code) + "\n";
+  text += Describe(ImageOf(ended.disks));
+  machine_.Converge(ended.disks, ReplayOf(trail));
+  figures = machine_.figures();
+  return text;
+}
+
+// --- Trails --------------------------------------------------------------------------------------
+
+std::string Trail::Text() const {
+  std::string text = std::to_string(run);
+  char separator = ':';
+  for (const Cut& cut : cuts) {
+    text += separator + std::to_string(cut.state) + "." + std::to_string(cut.loss);
+    separator = '/';
+  }
+  return text;
+}
+
+std::optional<Trail> Trail::Parse(std::string_view text) {
+  Trail trail;
+  const std::size_t colon = text.find(':');
+  const auto run = ParseDecimal<std::size_t>(text.substr(0, colon));
+  if (!run) return std::nullopt;
+  trail.run = *run;
+  std::string_view rest = colon == std::string_view::npos ? "" : text.substr(colon + 1);
+  while (!rest.empty()) {
+    const std::string_view cut = rest.substr(0, rest.find('/'));
+    const std::size_t dot = cut.find('.');
+    if (dot == std::string_view::npos) return std::nullopt;
+    const auto state = ParseDecimal<std::uint64_t>(cut.substr(0, dot));
+    const auto loss = ParseDecimal<std::uint64_t>(cut.substr(dot + 1));
+    if (!state || !loss) return std::nullopt;
+    trail.cuts.push_back({*state, *loss});
+    rest.remove_prefix(std::min(rest.size(), cut.size() + 1));
+  }
+  return trail;
+}
+
+}  // namespace tolvarine::updater::crash_lab

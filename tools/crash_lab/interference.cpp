@@ -1,0 +1,241 @@
+#include <algorithm>
+#include <array>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "crash_lab/campaigns.h"
+#include "crash_lab/machine.h"
+#include "platform/files.h"
+#include "platform/simulated/file_system.h"
+
+namespace tolvarine::updater::crash_lab {
+namespace {
+
+using simulated::FileSystem;
+using simulated::SimulatedUpdate;
+using simulated::World;
+
+constexpr char16_t kOutside[] = u"C:\\Outside";
+constexpr char16_t kHostile[] = u"C:\\Hostile";
+constexpr std::string_view kHostileBytes = "hostile, of any length";
+constexpr std::string_view kPreciousBytes = "somebody else's";
+
+// What another process does, with no more rights to a file than the sharing of others leaves it.
+// Whatever is refused it, it goes without.
+struct Act {
+  const char* name;
+  std::function<void(SimulatedUpdate&)> act;
+  Disturbance disturbance;
+  bool leads_astray = false;  // It changes where the target's names lead.
+};
+
+Path ReleaseFile(const SimulatedUpdate& update) { return update.SourcePath(u"lib\\core.dll"); }
+
+Path Temporary(const SimulatedUpdate& update) {
+  return update.TargetPath(u"lib\\core.dll.tolvarine-update-new");
+}
+
+// Opens a file as another process would, and does something with it if it may.
+void WithFile(World& world, const Path& path, std::uint32_t disposition,
+              const std::function<void(simulated::OpenFile&)>& use) {
+  FileSystem& files = world.files();
+  const FileSystem::Opened opened = files.Open({.path = path,
+                                                .access = platform::kGenericWrite,
+                                                .sharing = platform::kFileShareAll,
+                                                .disposition = disposition});
+  if (opened.handle == platform::kInvalidHandle) return;
+  use(*files.Find(opened.handle));
+  files.Close(opened.handle);
+}
+
+void ChangeReleaseFile(SimulatedUpdate& update) {
+  WithFile(update.world, ReleaseFile(update), platform::kOpenExisting,
+           [&](simulated::OpenFile& file) { update.world.files().Write(file, "NEW"); });
+}
+
+void ReplaceReleaseFile(SimulatedUpdate& update) {
+  update.world.WriteFile(Path(kHostile) + u"\\core.dll", kHostileBytes);
+  update.world.files().Move(Path(kHostile) + u"\\core.dll", ReleaseFile(update),
+                            platform::kMovefileReplaceExisting);
+}
+
+void DeleteReleaseFile(SimulatedUpdate& update) {
+  update.world.files().Delete(ReleaseFile(update));
+}
+
+void RenameReleaseFile(SimulatedUpdate& update) {
+  update.world.files().Move(ReleaseFile(update), update.SourcePath(u"lib\\other.dll"), 0);
+}
+
+void LinkReleaseFile(SimulatedUpdate& update) {
+  update.world.MakeDirectory(kHostile);
+  update.world.files().MakeHardLink(ReleaseFile(update), Path(kHostile) + u"\\second-name");
+}
+
+// Moves a directory away and puts a junction in its place.
+void Swap(SimulatedUpdate& update, const Path& directory, const Path& away, const Path& leads_to) {
+  World& world = update.world;
+  if (world.files().Move(directory, away, 0) == 0) world.MakeJunction(directory, leads_to);
+}
+
+void SwapReleaseDirectory(SimulatedUpdate& update) {
+  const Path hostile = Path(kHostile) + u"\\lib";
+  update.world.WriteFile(hostile + u"\\core.dll", kHostileBytes);
+  Swap(update, update.SourcePath(u"lib"), Path(kHostile) + u"\\moved", hostile);
+}
+
+void SwapTargetDirectory(SimulatedUpdate& update) {
+  update.world.MakeDirectory(kHostile);
+  Swap(update, update.TargetPath(u"lib"), Path(kHostile) + u"\\moved", Path(kOutside) + u"\\lib");
+}
+
+void PlantFile(SimulatedUpdate& update) {
+  WithFile(update.world, Temporary(update), platform::kCreateNew,
+           [&](simulated::OpenFile& file) { update.world.files().Write(file, kHostileBytes); });
+}
+
+void PlantDirectory(SimulatedUpdate& update) {
+  if (update.world.files().MakeDirectory(Temporary(update)) != 0) return;
+  update.world.WriteFile(Temporary(update) + u"\\in-the-way", kHostileBytes);
+}
+
+void HoldTargetFile(SimulatedUpdate& update) {
+  update.world.Hold(update.TargetPath(u"lib\\core.dll"), platform::kGenericRead,
+                    platform::kFileShareRead | platform::kFileShareWrite);
+}
+
+const std::vector<Act>& AllActs() {
+  static const std::vector<Act> kActs = {
+      {"change a release file", ChangeReleaseFile, Disturbance::kOnce},
+      {"replace a release file", ReplaceReleaseFile, Disturbance::kOnce},
+      {"delete a release file", DeleteReleaseFile, Disturbance::kOnce},
+      {"rename a release file", RenameReleaseFile, Disturbance::kOnce},
+      {"hard-link a release file", LinkReleaseFile, Disturbance::kOnce},
+      {"swap a release directory", SwapReleaseDirectory, Disturbance::kOnce},
+      {"swap a target directory", SwapTargetDirectory, Disturbance::kLie, true},
+      {"plant a file", PlantFile, Disturbance::kOnce},
+      {"plant a directory", PlantDirectory, Disturbance::kLasting},
+      {"hold a target file", HoldTargetFile, Disturbance::kLasting},
+  };
+  return kActs;
+}
+
+struct Case {
+  const Act* act = nullptr;
+  std::uint64_t before_call = 0;
+};
+
+// Everything as it was staged, but for what the updater did to the target and its state.
+void Heal(SimulatedUpdate& update) {
+  World& world = update.world;
+  world.Remove(kHostile);
+  world.Remove(update.source);
+  for (const auto& [path, content] : update.plan.release) {
+    world.WriteFile(update.SourcePath(path), content);
+  }
+  const auto planted = world.Look(Temporary(update));
+  if (planted) world.Remove(Temporary(update));
+}
+
+class Adversary {
+ public:
+  explicit Adversary(const Scenario& scenario) : machine_(scenario) {
+    World& world = machine_.world();
+    world.Boot(machine_.start());
+    world.WriteFile(Path(kOutside) + u"\\lib\\core.dll", kPreciousBytes);
+    world.WriteFile(Path(kOutside) + u"\\lib\\old.dll", kPreciousBytes);
+    world.Settle();
+    start_ = world.volumes();
+  }
+
+  std::vector<Case> AllCases() {
+    std::vector<Case> cases;
+    const auto collect = [&](const simulated::CallRecord& call) {
+      for (const Act& act : AllActs()) cases.push_back({&act, call.index});
+    };
+    machine_.Run(start_, {}, nullptr, collect);
+    return cases;
+  }
+
+  void Try(const Case& tried);
+  Figures& figures() { return machine_.figures(); }
+
+ private:
+  void JudgeOutside(const Case& tried, const std::string& between, const Disks& disks);
+  [[nodiscard]] bool OutsideUntouched(const Disks& disks) const;
+
+  Machine machine_;
+  Disks start_;
+  // A path through the swapped directory has been proved since, and nothing outside was touched by
+  // then: from there on nothing outside may be.
+  bool proved_since_ = false;
+};
+
+void Adversary::Try(const Case& tried) {
+  const Act& act = *tried.act;
+  SimulatedUpdate& update = machine_.update();
+  std::vector<std::u16string> exempt = {kHostile, kOutside, update.source, Temporary(update)};
+  if (act.leads_astray) exempt.push_back(update.TargetPath(u"lib"));
+  machine_.judge().ExemptOnly(std::move(exempt));
+  const PlannedRun run{.disturbance = act.disturbance};
+  const std::string replay =
+      "--act '" + std::string(act.name) + "' before call " + std::to_string(tried.before_call);
+  std::string previous;
+  std::string between;
+  proved_since_ = false;
+  const auto interfere = [&](const simulated::CallRecord& call) {
+    if (call.index == tried.before_call) {
+      between = "between " + previous + " and " + std::string(CallName(call.call));
+      act.act(update);
+    }
+    const bool proves = call.index > tried.before_call && act.leads_astray &&
+                        call.call == simulated::Call::GetFinalPathNameByHandleW &&
+                        call.path.starts_with(update.TargetPath(u"lib\\"));
+    if (proves && OutsideUntouched(machine_.world().volumes())) proved_since_ = true;
+    previous = CallName(call.call);
+  };
+  const std::size_t first = figures().violations.size();
+  const auto judge = [&](std::uint64_t, const Disks& disks) {
+    machine_.judge().AtMoment(ImageOf(disks), std::nullopt, act.disturbance, figures());
+  };
+  const EndedRun ended = machine_.JudgedRun(start_, run, replay, judge, interfere);
+  JudgeOutside(tried, between, ended.disks);
+  machine_.Attribute(first, replay);
+  if (act.leads_astray) return;
+  Heal(update);
+  machine_.Converge(machine_.world().volumes(), replay);
+}
+
+bool Adversary::OutsideUntouched(const Disks& disks) const {
+  const Image image = ImageOf(disks);
+  return std::ranges::all_of(std::array{u"CORE.DLL", u"OLD.DLL"}, [&](const char16_t* name) {
+    const auto entry = image.find(std::u16string(u"C:\\OUTSIDE\\LIB\\") + name);
+    return entry != image.end() && entry->second.content &&
+           *entry->second.content == kPreciousBytes;
+  });
+}
+
+// Nothing outside is touched, unless a directory was swapped while its path was in use.
+void Adversary::JudgeOutside(const Case& tried, const std::string& between, const Disks& disks) {
+  const bool untouched = OutsideUntouched(disks);
+  if (tried.act->leads_astray && !untouched && !proved_since_) {
+    ++figures().windows.led_astray;
+    figures().astray.insert(between);
+    return;
+  }
+  Check(figures(), Invariant::kBystandersUntouched, untouched, "outside");
+}
+
+}  // namespace
+
+Figures Interfere(const Scenario& scenario, const CampaignBounds& bounds) {
+  Adversary adversary(scenario);
+  for (const Case& tried : Chosen(adversary.AllCases(), bounds, adversary.figures())) {
+    adversary.Try(tried);
+    ++adversary.figures().cases;
+  }
+  return adversary.figures();
+}
+
+}  // namespace tolvarine::updater::crash_lab

@@ -1,0 +1,233 @@
+// The crash laboratory: see docs/crash-model.md for what it assumes and what it proves.
+//
+//   crash_lab                            the bounded run that the tests make
+//   crash_lab --seconds S --seed N       explores with other seeds and wider bounds for S seconds
+//   crash_lab --scenario NAME            one scenario alone
+//   crash_lab --scenario NAME --case T   follows one trail, and writes what it met to --out FILE
+//   crash_lab --first                    the bounded run, no further than the first violation
+//   crash_lab --list                     the names of the scenarios
+//
+// Exits 0 when no invariant was broken. The last line is the sum.
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "crash_lab/campaigns.h"
+#include "crash_lab/explorer.h"
+#include "crash_lab/jobs.h"
+
+namespace tolvarine::updater::crash_lab {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct CommandLine {
+  std::uint64_t seed = 1;
+  std::uint64_t seconds = 0;  // 0 for the bounded run.
+  std::string scenario;
+  std::string trail;
+  std::string out;
+  bool first = false;
+  bool list = false;
+  bool sound = true;
+};
+
+CommandLine Parse(int count, char** arguments) {
+  CommandLine line;
+  for (int i = 1; i < count; ++i) {
+    const std::string name = arguments[i];
+    if (name == "--list" || name == "--first") {
+      (name == "--list" ? line.list : line.first) = true;
+      continue;
+    }
+    const char* const value = i + 1 < count ? arguments[++i] : nullptr;
+    if (value == nullptr) {
+      line.sound = false;
+    } else if (name == "--seed") {
+      line.seed = std::strtoull(value, nullptr, 10);
+    } else if (name == "--seconds") {
+      line.seconds = std::strtoull(value, nullptr, 10);
+    } else if (name == "--scenario") {
+      line.scenario = value;
+    } else if (name == "--case") {
+      line.trail = value;
+    } else if (name == "--out") {
+      line.out = value;
+    } else {
+      line.sound = false;
+    }
+  }
+  return line;
+}
+
+unsigned Processors() { return static_cast<unsigned>(std::max(1L, sysconf(_SC_NPROCESSORS_ONLN))); }
+
+std::vector<Scenario> ScenariosOf(const CommandLine& line) {
+  std::vector<Scenario> scenarios = AllScenarios();
+  if (line.scenario.empty()) return scenarios;
+  std::erase_if(scenarios, [&](const Scenario& one) { return one.name != line.scenario; });
+  return scenarios;
+}
+
+// --- The jobs of one round -----------------------------------------------------------------------
+
+struct Round {
+  Bounds bounds;
+  CampaignBounds broken;
+  CampaignBounds acts;
+  CampaignBounds blows;
+  std::uint64_t seed = 1;
+};
+
+Round BoundedRound(std::uint64_t seed) {
+  Round round;
+  round.seed = seed;
+  round.broken = {.cases = 700, .seed = seed};
+  round.acts = {.cases = 500, .seed = seed};
+  round.blows = {.cases = 700, .seed = seed};
+  return round;
+}
+
+Round WideRound(std::uint64_t seed) {
+  Round round = BoundedRound(seed);
+  round.bounds = {.losses = 4096, .second_cuts = 400, .second_losses = 16, .third_cuts = 2000};
+  round.broken.cases = round.acts.cases = round.blows.cases = 4000;
+  return round;
+}
+
+void AddJobs(const Scenario& scenario, const Round& round, std::vector<Job>& jobs) {
+  jobs.push_back({scenario.name,
+                  [=] { return Explorer(scenario, round.bounds, round.seed, false).Explore(); }});
+  // Whether the state lies on a volume of its own changes nothing where nothing is lost.
+  const bool apart = scenario.plan.state_drive != scenario.plan.target_drive;
+  const bool forward = scenario.runs.front().entrance == Entrance::kMainSequence;
+  if (apart || !forward) return;
+  jobs.push_back(
+      {scenario.name + ": calls fail", [=] { return BreakCalls(scenario, round.broken); }});
+  if (!scenario.runs.front().faults.empty()) return;
+  jobs.push_back({scenario.name + ": damage", [=] { return Damage(scenario, round.blows); }});
+  if (scenario.prepare || scenario.plan.baseline.empty()) return;
+  jobs.push_back(
+      {scenario.name + ": an adversary", [=] { return Interfere(scenario, round.acts); }});
+}
+
+std::vector<Job> JobsOf(const std::vector<Scenario>& scenarios, const Round& round) {
+  std::vector<Job> jobs;
+  for (const Scenario& scenario : scenarios) AddJobs(scenario, round, jobs);
+  return jobs;
+}
+
+// --- The weaker model ----------------------------------------------------------------------------
+
+void TellWhatHolds(const char* where, const Figures& figures) {
+  std::printf("%s: ", where);
+  bool all = true;
+  for (std::size_t i = 0; i < kInvariantCount; ++i) {
+    const auto broken =
+        std::ranges::count(figures.violations, static_cast<Invariant>(i), &Violation::invariant);
+    if (broken == 0) continue;
+    std::printf("%s%s broken %lld times", all ? "" : ", ",
+                std::string(NameOf(static_cast<Invariant>(i))).c_str(),
+                static_cast<long long>(broken));
+    all = false;
+  }
+  std::printf("%s\n", all ? "every invariant holds" : "; the others hold");
+}
+
+// Reported apart, and not among the violations: it is the medium that breaks its word here.
+void ExploreWeakerModel(const std::vector<Scenario>& scenarios, const Round& round) {
+  std::printf("\nweaker model: a write-through rename returns before it is on the medium\n");
+  for (const bool apart : {false, true}) {
+    std::vector<Job> jobs;
+    for (const Scenario& scenario : scenarios) {
+      if ((scenario.plan.state_drive != scenario.plan.target_drive) != apart) continue;
+      jobs.push_back({scenario.name, [=] {
+                        return Explorer(scenario, round.bounds, round.seed, true).Explore();
+                      }});
+    }
+    if (jobs.empty()) continue;
+    const Figures figures = RunJobs(jobs, Processors());
+    TellWhatHolds(apart ? "on two volumes" : "on one volume", figures);
+  }
+}
+
+// --- Telling -------------------------------------------------------------------------------------
+
+int Tell(const Figures& figures, std::uint64_t seed) {
+  constexpr std::size_t kShown = 40;
+  std::fputs(Summary(figures).c_str(), stdout);
+  for (std::size_t i = 0; i < std::min(kShown, figures.violations.size()); ++i) {
+    const Violation& violation = figures.violations[i];
+    std::printf("BROKEN %s: %s\n  crash_lab --seed %llu %s\n",
+                std::string(NameOf(violation.invariant)).c_str(), violation.what.c_str(),
+                static_cast<unsigned long long>(seed), violation.replay.c_str());
+  }
+  std::printf("violations %zu, disks %llu, cuts %llu, seed %llu\n", figures.violations.size(),
+              static_cast<unsigned long long>(figures.disks),
+              static_cast<unsigned long long>(figures.cuts), static_cast<unsigned long long>(seed));
+  return figures.violations.empty() ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+int Replay(const Scenario& scenario, const CommandLine& line) {
+  const std::optional<Trail> trail = Trail::Parse(line.trail);
+  if (!trail) {
+    std::fprintf(stderr, "no trail: %s\n", line.trail.c_str());
+    return EXIT_FAILURE;
+  }
+  Figures figures;
+  const std::string met = Explorer(scenario, Bounds(), line.seed, false).Replay(*trail, figures);
+  std::FILE* const file = line.out.empty() ? stdout : std::fopen(line.out.c_str(), "w");
+  if (file == nullptr) return EXIT_FAILURE;
+  std::fputs(met.c_str(), file);
+  if (file != stdout) std::fclose(file);
+  return Tell(figures, line.seed);
+}
+
+int Explore(const CommandLine& line, const std::vector<Scenario>& scenarios) {
+  const Clock::time_point end = Clock::now() + std::chrono::seconds(line.seconds);
+  std::fputs(TableHead().c_str(), stdout);
+  Figures all;
+  if (line.seconds == 0) {
+    const Round round = BoundedRound(line.seed);
+    all = RunJobs(JobsOf(scenarios, round), Processors(), line.first);
+    if (!line.first) ExploreWeakerModel(scenarios, round);
+  }
+  for (std::uint64_t seed = line.seed; line.seconds != 0 && Clock::now() < end; ++seed) {
+    for (const Job& job : JobsOf(scenarios, WideRound(seed))) {
+      if (Clock::now() < end) all.Add(RunJobs({job}, 1));
+    }
+  }
+  return Tell(all, line.seed);
+}
+
+int Main(int count, char** arguments) {
+  const CommandLine line = Parse(count, arguments);
+  const std::vector<Scenario> scenarios = ScenariosOf(line);
+  if (!line.sound || scenarios.empty()) {
+    std::fputs(
+        "usage: crash_lab [--seconds S] [--seed N] [--scenario NAME [--case T [--out FILE]]]"
+        " [--first] [--list]\n",
+        stderr);
+    return EXIT_FAILURE;
+  }
+  if (line.list) {
+    for (const Scenario& scenario : scenarios) std::printf("%s\n", scenario.name.c_str());
+    return EXIT_SUCCESS;
+  }
+  if (!line.trail.empty()) return Replay(scenarios.front(), line);
+  return Explore(line, scenarios);
+}
+
+}  // namespace
+}  // namespace tolvarine::updater::crash_lab
+
+int main(int count, char** arguments) {
+  return tolvarine::updater::crash_lab::Main(count, arguments);
+}
