@@ -1,13 +1,16 @@
 #include "engine/apply.h"
 
+#include <cstdint>
+
 #include "engine/baseline_backup.h"
-#include "engine/target_temporary.h"
+#include "engine/entry_temporary.h"
 #include "engine/transaction_step.h"
 #include "files/canonical_path.h"
 #include "files/durable_copy.h"
 #include "files/failure.h"
 #include "files/file_operations.h"
 #include "files/locked_release_file.h"
+#include "journal/journal_store.h"
 
 namespace tolvarine::updater {
 namespace {

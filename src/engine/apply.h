@@ -13,9 +13,14 @@
 namespace tolvarine::updater {
 
 // Applies every entry from the counter `apply` on, after proving every baseline copy once more, and
-// ends by saving phase Committed. On a failure raises, with the record still in Apply: entries
-// before the counter are new, the rest are old. Only a failure of the last save finds it in
-// Committed.
+// ends by saving phase Committed. Nothing is retried; a deletion that finds nothing counts like any
+// other.
+//
+// Raises std::runtime_error, SystemError, FilesystemError or what a hook throws, with the record
+// still in Apply: entries before the counter are new, the one at the counter is old or new, those
+// behind it are old. Only a failure of the last save, or of the hook behind it, finds the record in
+// Committed. Directories that were made stay, and so does a temporary that could not be renamed or
+// removed; CleanupRolledBack takes the temporaries away.
 void ApplyRelease(const TransactionRequest& request, TransactionJournal& journal);
 
 }  // namespace tolvarine::updater

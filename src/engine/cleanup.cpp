@@ -5,7 +5,7 @@
 #include <string_view>
 #include <utility>
 
-#include "engine/target_temporary.h"
+#include "engine/entry_temporary.h"
 #include "files/canonical_path.h"
 #include "files/failure.h"
 #include "files/file_operations.h"

@@ -1,7 +1,7 @@
 #include "engine/rollback.h"
 
 #include "engine/baseline_backup.h"
-#include "engine/target_temporary.h"
+#include "engine/entry_temporary.h"
 #include "engine/transaction_step.h"
 #include "files/canonical_path.h"
 #include "files/durable_copy.h"

@@ -1,7 +1,7 @@
 // How the phases Backup, Apply and Rollback work on one entry: announce it in the journal, do it,
 // count it in the journal. Each save is durable before it returns, so after a crash the record
-// tells which entry may be half done, and the next run does that entry again from its start. All
-// that a step leaves behind at worst is the temporary that is named here.
+// tells which entry may be half done, and the next run does that entry again from its start. A
+// step that is never repeated leaves at worst its temporary and the directories that it made.
 
 #pragma once
 

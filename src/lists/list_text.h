@@ -1,5 +1,5 @@
-// What the two authenticated lists have in common: their limits, and a text of lines in which each
-// list has exactly one spelling.
+// What the two authenticated lists have in common: their limits, the keys by which their rows are
+// told apart and sorted, and a text of lines in which each list has exactly one spelling.
 
 #pragma once
 
@@ -41,6 +41,7 @@ class KeyedRows {
     rows_.push_back({std::move(key), std::move(row)});
   }
 
+  // True where a row has the key of `path`.
   [[nodiscard]] bool Contains(PathView path) const { return keys_.contains(PathCompareKey(path)); }
 
   // The rows in the strict order `before` of their keys. Call it last: the rows are moved out.
@@ -67,7 +68,7 @@ class KeyedRows {
 // the text `malformed`.
 class ListLines {
  public:
-  // Checks the text's length and its header; `text` must outlive the walk.
+  // Checks the text's length and its header; `text` and `malformed` must outlive the walk.
   ListLines(std::string_view text, std::string_view header, const char* malformed);
 
   // The next line, never empty, without its newline; nothing at the end of the text.

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <stdexcept>
+#include <utility>
 
 #include "lists/list_text.h"
 #include "lists/release_path.h"

@@ -1,6 +1,8 @@
 #include "lists/source_inventory.h"
 
+#include <cstddef>
 #include <stdexcept>
+#include <utility>
 
 #include "lists/list_text.h"
 #include "lists/release_path.h"

@@ -2,13 +2,13 @@
 // It is the only description of the release that counts.
 //
 // Its text is made of lines that end in 0x0A: the header "I1", then for each file the hex form of
-// its path as UTF-8, its size in decimal and its digest, set off by colons:
+// its path as UTF-8 with `/` as separator, its size in decimal and its digest, set off by colons:
 //
 //     I1
 //     62696e2f636f72652e646c6c:5:2cf24dba5fb0a30e26e83b2ac5b9e29e1b161e5c1fa7425e73043362938b9824
 //
-// Files stand in ascending order of their keys, the application's executable last. A list has one
-// spelling: a text that parses is what SerializeSourceInventory writes for its rows.
+// Files stand in ascending order of their keys (see PathCompareKey), the application's executable
+// last. A list has one spelling: a text that parses is what SerializeSourceInventory writes for its rows.
 
 #pragma once
 
@@ -30,16 +30,17 @@ struct SourceInventoryEntry {
 
 using SourceInventory = std::vector<SourceInventoryEntry>;
 
-// The rows, validated and in order: 1 to 1000 of them, paths safe and of at most 1024 bytes,
-// digests well-formed, no two paths with the same key. Raises std::runtime_error for a list that is
-// none.
+// The rows, validated and in order: 1 to 1000 of them, paths safe and of at most 1024 bytes of
+// UTF-8, digests well-formed, no two paths with the same key. Raises std::runtime_error for rows
+// that break one of these rules, and SystemError for a lone surrogate in a path without a root
+// name.
 [[nodiscard]] SourceInventory NormalizeSourceInventory(const SourceInventory& rows);
 
 // The text of the normalized rows. Raises what normalizing raises, and std::runtime_error for a
 // text of more than 24576 bytes.
 [[nodiscard]] std::string SerializeSourceInventory(const SourceInventory& rows);
 
-// Takes a text of at most 24576 bytes. On success `inventory` holds the normalized rows; on failure
+// Refuses a text of more than 24576 bytes. On success `inventory` holds the normalized rows; on failure
 // it is as it was, and `error`, if given, says why. Raises nothing of the standard hierarchy.
 [[nodiscard]] bool ParseSourceInventory(std::string_view text, SourceInventory& inventory,
                                         std::string* error);

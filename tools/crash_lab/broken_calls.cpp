@@ -91,8 +91,8 @@ struct Case {
 };
 
 std::string Case::Text() const {
-  if (exhausted_at) return "--exhausted-at " + std::to_string(*exhausted_at);
-  std::string text = "--fault " + std::string(CallName(fault.call)) + ":" +
+  if (exhausted_at) return "memory:" + std::to_string(*exhausted_at);
+  std::string text = "fault:" + std::string(CallName(fault.call)) + ":" +
                      std::to_string(fault.first) + ":" + std::to_string(fault.code);
   if (fault.partial) text += ":short";
   if (fault.times != 1) text += ":for-ever";
@@ -145,7 +145,7 @@ void Try(Machine& machine, const PlannedRun& planned, const Case& tried) {
   const auto judge = [&](std::uint64_t, const Disks& disks) {
     machine.judge().AtMoment(ImageOf(disks), std::nullopt, run.disturbance, figures);
   };
-  const std::string replay = tried.Text();
+  const std::string replay = "--case " + tried.Text();
   const EndedRun ended = machine.JudgedRun(machine.start(), run, replay, judge, exhaust);
   machine.Attribute(first, replay);
   if (run.disturbance != Disturbance::kLie) machine.Converge(ended.disks, replay);
@@ -154,7 +154,7 @@ void Try(Machine& machine, const PlannedRun& planned, const Case& tried) {
 }  // namespace
 
 Figures BreakCalls(const Scenario& scenario, const CampaignBounds& bounds) {
-  Machine machine(scenario);
+  Machine machine(scenario, bounds.story);
   const PlannedRun& run = scenario.runs.front();
   for (const Case& tried : Chosen(AllCases(machine, run), bounds, machine.figures())) {
     Try(machine, run, tried);

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "crash_lab/report.h"
@@ -17,12 +18,17 @@ namespace tolvarine::updater::crash_lab {
 struct CampaignBounds {
   std::uint64_t cases = ~std::uint64_t{0};  // Cases tried, of all that there are.
   std::uint64_t seed = 1;
+  std::string only{};            // The text of the one case to replay; empty for all of them.
+  std::string* story = nullptr;  // Takes what a replay met, in words.
 };
 
 // As many of the cases as the bound allows, by the seed; the others are counted as skipped.
 template <typename Case>
 [[nodiscard]] std::vector<Case> Chosen(std::vector<Case> cases, const CampaignBounds& bounds,
                                        Figures& figures) {
+  if (!bounds.only.empty()) {
+    std::erase_if(cases, [&](const Case& one) { return one.Text() != bounds.only; });
+  }
   if (cases.size() <= bounds.cases) return cases;
   figures.skipped += cases.size() - bounds.cases;
   std::mt19937_64 random(bounds.seed);

@@ -23,6 +23,9 @@ struct Blow {
   bool converges = true;
   std::vector<std::u16string> exempt{};  // What it leaves in no known state.
   std::function<void(World&)> strike;
+  std::uint64_t state = 0;  // Of the disks in the scenario's first run, from 1.
+
+  [[nodiscard]] std::string Text() const { return "damage:" + std::to_string(state) + ":" + name; }
 };
 
 Path SlotPath(const SimulatedUpdate& update, int slot) {
@@ -109,23 +112,24 @@ void AddBlowsToTarget(const SimulatedUpdate& update, std::vector<Blow>& blows) {
   }
 }
 
-std::vector<Blow> BlowsTo(const SimulatedUpdate& update) {
+std::vector<Blow> BlowsTo(const SimulatedUpdate& update, std::uint64_t state) {
   std::vector<Blow> blows;
   AddBlowsToSlot(update, 0, blows);
   AddBlowsToSlot(update, 1, blows);
   AddBlowsToBothSlots(update, blows);
   AddBlowsToBackup(update, blows);
   AddBlowsToTarget(update, blows);
+  for (Blow& blow : blows) blow.state = state;
   return blows;
 }
 
-void Try(Machine& machine, const Disks& disks, const Blow& blow, std::uint64_t state) {
+void Try(Machine& machine, const Disks& disks, const Blow& blow) {
   World& world = machine.world();
   world.Boot(disks);
   blow.strike(world);
   world.Settle();
   machine.judge().ExemptOnly(blow.exempt);
-  const std::string replay = "--state " + std::to_string(state) + " with " + blow.name;
+  const std::string replay = "--case '" + blow.Text() + "'";
   const std::size_t first = machine.figures().violations.size();
   const Disks struck = world.volumes();
   // What the blow itself has damaged is no fault of the run's; but what it left must stay.
@@ -145,7 +149,7 @@ void Try(Machine& machine, const Disks& disks, const Blow& blow, std::uint64_t s
 }  // namespace
 
 Figures Damage(const Scenario& scenario, const CampaignBounds& bounds) {
-  Machine machine(scenario);
+  Machine machine(scenario, bounds.story);
   std::vector<Disks> states;
   machine.Run(machine.start(), scenario.runs.front(),
               [&](std::uint64_t, const Disks& disks) { states.push_back(disks); });
@@ -156,8 +160,8 @@ Figures Damage(const Scenario& scenario, const CampaignBounds& bounds) {
     if (machine.judge().MarkerMoved(ImageOf(states[state]))) break;
     machine.world().Boot(states[state]);
     ++each.seed;
-    for (const Blow& blow : Chosen(BlowsTo(machine.update()), each, machine.figures())) {
-      Try(machine, states[state], blow, state + 1);
+    for (const Blow& blow : Chosen(BlowsTo(machine.update(), state + 1), each, machine.figures())) {
+      Try(machine, states[state], blow);
       ++machine.figures().cases;
     }
   }

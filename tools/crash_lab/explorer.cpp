@@ -35,8 +35,13 @@ std::string ReplayOf(const Trail& trail) { return "--case " + trail.Text(); }
 
 }  // namespace
 
-Explorer::Explorer(const Scenario& scenario, const Bounds& bounds, std::uint64_t seed, bool weak)
-    : scenario_(scenario), bounds_(bounds), machine_(scenario), random_(seed) {
+Explorer::Explorer(const Scenario& scenario, const Bounds& bounds, std::uint64_t seed, bool weak,
+                   std::string* story)
+    : scenario_(scenario),
+      bounds_(bounds),
+      story_(story),
+      machine_(scenario, story),
+      random_(seed) {
   machine_.world().write_through_holds = !weak;
 }
 
@@ -143,55 +148,37 @@ void Explorer::RecoverWithRandomCut(const Leftover& leftover) {
 
 // --- Replay --------------------------------------------------------------------------------------
 
-namespace {
-
-std::string CallsOf(const simulated::World& world) {
-  std::string text;
-  for (const simulated::CallRecord& call : world.trace) {
-    text.append("  ").append(std::to_string(call.index)).append(" ");
-    text.append(simulated::CallName(call.call)).append(" ").append(Shown(call.path)).append("\n");
-  }
-  return text;
-}
-
-}  // namespace
-
-std::string Explorer::ReplayCut(const Trail& trail, std::size_t cut, Disks& disks) {
-  std::string text =
-      "--- run " + std::to_string(cut + 1) + " starts on\n" + Describe(ImageOf(disks));
+void Explorer::ReplayCut(const Trail& trail, std::size_t cut, Disks& disks) {
   const PlannedRun run = cut == 0 ? scenario_.runs[trail.run] : Again(trail);
   Disks left;
+  story_->append("--- a run starts on\n").append(Describe(ImageOf(disks)));
   machine_.Run(disks, run, [&](std::uint64_t state, const Disks& now) {
     if (state != trail.cuts[cut].state) return;
-    text += "--- its calls up to the cut\n" + CallsOf(machine_.world());
+    story_->append("--- its calls up to the cut\n").append(CallsOf(machine_.world()));
     left = AfterCut(now, LossSpace(now).At(trail.cuts[cut].loss));
-    const std::size_t first = machine_.figures().violations.size();
     Judge& judge = machine_.judge();
     judge.AtMoment(ImageOf(left), judge.JournalOf(ImageOf(now)).generation, run.disturbance,
                    machine_.figures());
-    machine_.Attribute(first, ReplayOf(trail));
   });
   disks = std::move(left);
-  return text;
 }
 
-std::string Explorer::Replay(const Trail& trail, Figures& figures) {
-  machine_.world().keep_trace = true;
-  std::string text;
+Figures Explorer::Replay(const Trail& trail) {
+  if (trail.run >= scenario_.runs.size()) return {};
   Disks disks = machine_.start();
   for (std::size_t run = 0; run < trail.run; ++run) {
     disks = machine_.Run(disks, scenario_.runs[run]).disks;
   }
-  for (std::size_t cut = 0; cut < trail.cuts.size(); ++cut) text += ReplayCut(trail, cut, disks);
-  text += "--- the disk after the last cut\n" + Describe(ImageOf(disks));
-  const EndedRun ended = machine_.JudgedRun(disks, Again(trail), ReplayOf(trail));
-  text += "--- the calls of the recovery\n" + CallsOf(machine_.world());
-  text +=
-      "--- the disk after the recovery, exit code " + std::to_string(ended.end.exit_code) + "\n";
-  text += Describe(ImageOf(ended.disks));
-  machine_.Converge(ended.disks, ReplayOf(trail));
-  figures = machine_.figures();
-  return text;
+  for (std::size_t cut = 0; cut < trail.cuts.size(); ++cut) {
+    ReplayCut(trail, cut, disks);
+    if (!disks.empty()) continue;
+    story_->clear();  // The run has no such state.
+    return {};
+  }
+  const EndedRun ended = machine_.JudgedRun(disks, Again(trail), {});
+  machine_.Converge(ended.disks, {});
+  machine_.Attribute(0, ReplayOf(trail));
+  return machine_.figures();
 }
 
 // --- Trails --------------------------------------------------------------------------------------

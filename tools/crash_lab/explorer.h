@@ -52,14 +52,16 @@ struct Bounds {
 class Explorer {
  public:
   // `weak` explores the weaker model: a write-through rename returns before it is on the medium.
-  Explorer(const Scenario& scenario, const Bounds& bounds, std::uint64_t seed, bool weak);
+  // A `story` takes what a replay met.
+  Explorer(const Scenario& scenario, const Bounds& bounds, std::uint64_t seed, bool weak,
+           std::string* story = nullptr);
 
   // Explores until the bounds are reached.
   Figures Explore();
 
-  // Follows one trail and returns what was met, in words: the calls of each run up to its cut, the
-  // disk before and after. The figures hold the violations on the way.
-  std::string Replay(const Trail& trail, Figures& figures);
+  // Follows one trail and tells it in the story: the calls of each run up to its cut, the disk
+  // before and after.
+  Figures Replay(const Trail& trail);
 
  private:
   // A disk that a cut left, and the way to it.
@@ -77,10 +79,11 @@ class Explorer {
   void RecoverWithRandomCut(const Leftover& leftover);
   void Recover(const Leftover& leftover);
   [[nodiscard]] PlannedRun Again(const Trail& trail) const;
-  std::string ReplayCut(const Trail& trail, std::size_t cut, Disks& disks);
+  void ReplayCut(const Trail& trail, std::size_t cut, Disks& disks);
 
   const Scenario& scenario_;
   Bounds bounds_;
+  std::string* const story_;
   Machine machine_;
   std::mt19937_64 random_;
   std::set<std::uint64_t> seen_;  // Disks that the updater was, or will be, started on.

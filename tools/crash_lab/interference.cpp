@@ -124,6 +124,10 @@ const std::vector<Act>& AllActs() {
 struct Case {
   const Act* act = nullptr;
   std::uint64_t before_call = 0;
+
+  [[nodiscard]] std::string Text() const {
+    return "act:" + std::to_string(before_call) + ":" + act->name;
+  }
 };
 
 // Everything as it was staged, but for what the updater did to the target and its state.
@@ -140,7 +144,7 @@ void Heal(SimulatedUpdate& update) {
 
 class Adversary {
  public:
-  explicit Adversary(const Scenario& scenario) : machine_(scenario) {
+  Adversary(const Scenario& scenario, std::string* story) : machine_(scenario, story) {
     World& world = machine_.world();
     world.Boot(machine_.start());
     world.WriteFile(Path(kOutside) + u"\\lib\\core.dll", kPreciousBytes);
@@ -179,8 +183,7 @@ void Adversary::Try(const Case& tried) {
   if (act.leads_astray) exempt.push_back(update.TargetPath(u"lib"));
   machine_.judge().ExemptOnly(std::move(exempt));
   const PlannedRun run{.disturbance = act.disturbance};
-  const std::string replay =
-      "--act '" + std::string(act.name) + "' before call " + std::to_string(tried.before_call);
+  const std::string replay = "--case '" + tried.Text() + "'";
   std::string previous;
   std::string between;
   proved_since_ = false;
@@ -230,7 +233,7 @@ void Adversary::JudgeOutside(const Case& tried, const std::string& between, cons
 }  // namespace
 
 Figures Interfere(const Scenario& scenario, const CampaignBounds& bounds) {
-  Adversary adversary(scenario);
+  Adversary adversary(scenario, bounds.story);
   for (const Case& tried : Chosen(adversary.AllCases(), bounds, adversary.figures())) {
     adversary.Try(tried);
     ++adversary.figures().cases;

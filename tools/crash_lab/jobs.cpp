@@ -93,7 +93,8 @@ Figures Finish(const RunningJob& running, int status) {
       Read(running.results, figures) && WIFEXITED(status) && WEXITSTATUS(status) == 0;
   std::fclose(running.results);
   if (!whole) {
-    figures.violations.push_back({Invariant::kEndsByTheTable, "the job died", running.job->name});
+    figures.violations.push_back(
+        {Invariant::kEndsByTheTable, "the job died: " + running.job->name, {}});
   }
   const std::chrono::duration<double> time = Clock::now() - running.started;
   std::fputs(TableRow(running.job->name, figures, time.count()).c_str(), stdout);

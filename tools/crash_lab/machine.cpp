@@ -20,8 +20,18 @@ bool IsInstalledExit(const RunEnd& end) { return end.exit_code == 0 || end.exit_
 
 }  // namespace
 
-Machine::Machine(const Scenario& scenario)
-    : scenario_(scenario), update_(scenario.plan), judge_(update_) {
+std::string CallsOf(const World& world) {
+  std::string text;
+  for (const simulated::CallRecord& call : world.trace) {
+    text.append("  ").append(std::to_string(call.index)).append(" ");
+    text.append(simulated::CallName(call.call)).append(" ").append(Shown(call.path)).append("\n");
+  }
+  return text;
+}
+
+Machine::Machine(const Scenario& scenario, std::string* story)
+    : scenario_(scenario), story_(story), update_(scenario.plan), judge_(update_) {
+  update_.world.keep_trace = story != nullptr;
   if (scenario_.prepare) scenario_.prepare(update_);
   update_.world.Settle();
   start_ = update_.world.volumes();
@@ -79,10 +89,20 @@ EndedRun Machine::Run(const Disks& disks, const PlannedRun& run, const StateVisi
 EndedRun Machine::JudgedRun(const Disks& disks, const PlannedRun& run, const std::string& replay,
                             const StateVisitor& visit_state, const CallVisitor& visit_call) {
   EndedRun ended = Run(disks, run, visit_state, visit_call);
+  if (story_ != nullptr) Tell(disks, ended);
   const std::size_t first = figures_.violations.size();
   if (!ended.end.abnormal) judge_.AtEnd(ended.end, ImageOf(ended.disks), figures_);
   Attribute(first, replay);
   return ended;
+}
+
+void Machine::Tell(const Disks& before, const EndedRun& ended) {
+  story_->append("--- a run starts on\n").append(Describe(ImageOf(before)));
+  story_->append("--- its calls\n").append(CallsOf(update_.world));
+  story_->append("--- it ends ");
+  story_->append(ended.end.abnormal ? "abnormally"
+                                    : "with exit code " + std::to_string(ended.end.exit_code));
+  story_->append(", and leaves\n").append(Describe(ImageOf(ended.disks)));
 }
 
 void Machine::Converge(Disks disks, const std::string& replay) {

@@ -29,9 +29,13 @@ struct EndedRun {
   Disks disks;
 };
 
+// The calls that the world has kept, a line for each.
+[[nodiscard]] std::string CallsOf(const simulated::World& world);
+
 class Machine {
  public:
-  explicit Machine(const Scenario& scenario);
+  // Tells its judged runs in `story`, if there is one: their calls, the disk before and after.
+  explicit Machine(const Scenario& scenario, std::string* story = nullptr);
   Machine(const Machine&) = delete;
   Machine& operator=(const Machine&) = delete;
 
@@ -63,8 +67,10 @@ class Machine {
 
  private:
   void Enter(const PlannedRun& run, RunEnd& end);
+  void Tell(const Disks& before, const EndedRun& ended);
 
   const Scenario& scenario_;
+  std::string* const story_;
   simulated::SimulatedUpdate update_;
   Judge judge_;
   Figures figures_;

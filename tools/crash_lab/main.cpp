@@ -3,7 +3,7 @@
 //   crash_lab                            the bounded run that the tests make
 //   crash_lab --seconds S --seed N       explores with other seeds and wider bounds for S seconds
 //   crash_lab --scenario NAME            one scenario alone
-//   crash_lab --scenario NAME --case T   follows one trail, and writes what it met to --out FILE
+//   crash_lab --scenario NAME --case T   replays one case, and writes what it met to --out FILE
 //   crash_lab --first                    the bounded run, no further than the first violation
 //   crash_lab --list                     the names of the scenarios
 //
@@ -32,7 +32,7 @@ struct CommandLine {
   std::uint64_t seed = 1;
   std::uint64_t seconds = 0;  // 0 for the bounded run.
   std::string scenario;
-  std::string trail;
+  std::string replayed;
   std::string out;
   bool first = false;
   bool list = false;
@@ -57,7 +57,7 @@ CommandLine Parse(int count, char** arguments) {
     } else if (name == "--scenario") {
       line.scenario = value;
     } else if (name == "--case") {
-      line.trail = value;
+      line.replayed = value;
     } else if (name == "--out") {
       line.out = value;
     } else {
@@ -165,9 +165,8 @@ int Tell(const Figures& figures, std::uint64_t seed) {
   std::fputs(Summary(figures).c_str(), stdout);
   for (std::size_t i = 0; i < std::min(kShown, figures.violations.size()); ++i) {
     const Violation& violation = figures.violations[i];
-    std::printf("BROKEN %s: %s\n  crash_lab --seed %llu %s\n",
-                std::string(NameOf(violation.invariant)).c_str(), violation.what.c_str(),
-                static_cast<unsigned long long>(seed), violation.replay.c_str());
+    std::printf("BROKEN %s: %s\n  crash_lab %s\n", std::string(NameOf(violation.invariant)).c_str(),
+                violation.what.c_str(), violation.replay.c_str());
   }
   std::printf("violations %zu, disks %llu, cuts %llu, seed %llu\n", figures.violations.size(),
               static_cast<unsigned long long>(figures.disks),
@@ -175,17 +174,28 @@ int Tell(const Figures& figures, std::uint64_t seed) {
   return figures.violations.empty() ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
+// The case's own text says which campaign it is of; a trail begins with a number.
+Figures ReplayCase(const Scenario& scenario, const CommandLine& line, std::string& story) {
+  CampaignBounds one;
+  one.only = line.replayed;
+  one.story = &story;
+  if (line.replayed.starts_with("act:")) return Interfere(scenario, one);
+  if (line.replayed.starts_with("damage:")) return Damage(scenario, one);
+  const std::optional<Trail> trail = Trail::Parse(line.replayed);
+  if (!trail) return BreakCalls(scenario, one);
+  return Explorer(scenario, Bounds(), line.seed, false, &story).Replay(*trail);
+}
+
 int Replay(const Scenario& scenario, const CommandLine& line) {
-  const std::optional<Trail> trail = Trail::Parse(line.trail);
-  if (!trail) {
-    std::fprintf(stderr, "no trail: %s\n", line.trail.c_str());
+  std::string story;
+  const Figures figures = ReplayCase(scenario, line, story);
+  if (story.empty()) {
+    std::fprintf(stderr, "no such case: %s\n", line.replayed.c_str());
     return EXIT_FAILURE;
   }
-  Figures figures;
-  const std::string met = Explorer(scenario, Bounds(), line.seed, false).Replay(*trail, figures);
   std::FILE* const file = line.out.empty() ? stdout : std::fopen(line.out.c_str(), "w");
   if (file == nullptr) return EXIT_FAILURE;
-  std::fputs(met.c_str(), file);
+  std::fputs(story.c_str(), file);
   if (file != stdout) std::fclose(file);
   return Tell(figures, line.seed);
 }
@@ -221,7 +231,7 @@ int Main(int count, char** arguments) {
     for (const Scenario& scenario : scenarios) std::printf("%s\n", scenario.name.c_str());
     return EXIT_SUCCESS;
   }
-  if (!line.trail.empty()) return Replay(scenarios.front(), line);
+  if (!line.replayed.empty()) return Replay(scenarios.front(), line);
   return Explore(line, scenarios);
 }
 

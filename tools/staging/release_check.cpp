@@ -6,7 +6,7 @@
 #include <map>
 #include <optional>
 
-#include "engine/target_temporary.h"
+#include "engine/entry_temporary.h"
 #include "files/failure.h"
 #include "files/file_operations.h"
 #include "files/locked_release_file.h"
