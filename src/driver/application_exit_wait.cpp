@@ -51,9 +51,7 @@ class ProcessGuard {
   ProcessGuard(ProcessWaitApi& api, platform::Handle process) : api_(api), process_(process) {}
   ProcessGuard(const ProcessGuard&) = delete;
   ProcessGuard& operator=(const ProcessGuard&) = delete;
-  ~ProcessGuard() {
-    if (process_ != platform::kNullHandle) api_.CloseProcessHandle(process_);
-  }
+  ~ProcessGuard() { api_.CloseProcessHandle(process_); }
 
  private:
   ProcessWaitApi& api_;

@@ -23,18 +23,20 @@ enum class LockAcquireResult : std::int32_t {
 
 class InstallationLock {
  public:
-  // Creates or opens the mutex; a failure shows in Acquire.
+  // Creates or opens the mutex. A key that is no installation identifier makes none; that shows in
+  // Acquire, as a failure does.
   explicit InstallationLock(std::u16string_view install_key);
   InstallationLock(const InstallationLock&) = delete;
   InstallationLock& operator=(const InstallationLock&) = delete;
   ~InstallationLock() { Release(); }
 
-  // One single wait, never an unbounded one: milliseconds, 0xFFFFFFFE at most; 0 polls. Failed
-  // where there is no mutex, where it is owned already, for a negative timeout and for a failed
+  // One single wait, never an unbounded one: milliseconds, 0xFFFFFFFE at most; 0 polls. A mutex
+  // whose owner died counts as acquired. Does not wait where it fails for another reason than the
   // wait.
   [[nodiscard]] LockAcquireResult Acquire(std::int64_t timeout);
 
-  // Gives the mutex up and closes it. Safe to call again; the lock is then spent.
+  // Gives the mutex up, if it is owned, and closes it; the lock is spent from then on. Whether
+  // either call failed is of no consequence: the end of the process does both. Safe to call again.
   void Release();
 
  private:

@@ -19,7 +19,7 @@ namespace tolvarine::updater {
 enum class ExitCode : std::int32_t {
   Done = 0,                // Installed and restarted; also: another updater holds the lock.
   InvalidArguments = 2,    // The command line was refused. Nothing changed.
-  InvalidRequest = 3,      // A path was refused, or the lock could not be made. Nothing changed.
+  InvalidRequest = 3,      // A path was refused, or the lock could not be had. Nothing changed.
   ApplicationRunning = 4,  // The application could not be shown to have ended. Nothing changed.
   UpdateFailed = 5,        // The transaction did not end installed.
   RestartFailed = 6,       // Installed, cleaned up or not, but the application was not started.

@@ -1,5 +1,5 @@
-// FNV-1a, 64 bits: the checksum of a journal and the fingerprint of an installed file. It detects
-// damage and change; it authenticates nothing.
+// FNV-1a, 64 bits: the checksum of a journal and the fingerprint of an installed file and of
+// its baseline copy. It detects damage and change; it authenticates nothing.
 
 #pragma once
 

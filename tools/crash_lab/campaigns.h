@@ -18,6 +18,8 @@ namespace tolvarine::updater::crash_lab {
 struct CampaignBounds {
   std::uint64_t cases = ~std::uint64_t{0};  // Cases tried, of all that there are.
   std::uint64_t seed = 1;
+  std::uint64_t slice = 0;  // With several slices: every so many-th case, whatever `cases` says.
+  std::uint64_t slices = 1;
   std::string only{};            // The text of the one case to replay; empty for all of them.
   std::string* story = nullptr;  // Takes what a replay met, in words.
 };
@@ -28,6 +30,13 @@ template <typename Case>
                                        Figures& figures) {
   if (!bounds.only.empty()) {
     std::erase_if(cases, [&](const Case& one) { return one.Text() != bounds.only; });
+  }
+  if (bounds.slices > 1) {
+    std::vector<Case> slice;
+    for (std::size_t i = bounds.slice; i < cases.size(); i += bounds.slices) {
+      slice.push_back(std::move(cases[i]));
+    }
+    return slice;
   }
   if (cases.size() <= bounds.cases) return cases;
   figures.skipped += cases.size() - bounds.cases;
@@ -52,7 +61,8 @@ template <typename Case>
 
 // Slots are flipped byte by byte, truncated, swapped, doubled, zeroed and exchanged for those of
 // another transaction; baseline copies are damaged; the target changes between two runs. The disks
-// are those between any two states of the scenario's first run.
+// are those of the states of the scenario's first run; a slice is one state and all that can befall
+// it.
 [[nodiscard]] Figures Damage(const Scenario& scenario, const CampaignBounds& bounds);
 
 }  // namespace tolvarine::updater::crash_lab

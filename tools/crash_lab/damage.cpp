@@ -53,7 +53,7 @@ void AddBlowsToSlot(const SimulatedUpdate& update, int slot, std::vector<Blow>& 
   const std::string of = " of slot " + std::to_string(slot);
   for (std::size_t i = 0; i < text->size(); ++i) {
     std::string flipped = *text;
-    flipped[i] = static_cast<char>(~flipped[i]);
+    flipped[i] = static_cast<char>(flipped[i] ^ 1);  // A digit stays one.
     AddSlotBlow(blows, path, "flip byte " + std::to_string(i) + of, std::move(flipped));
     AddSlotBlow(blows, path, "truncate at " + std::to_string(i) + of, text->substr(0, i));
   }
@@ -146,6 +146,19 @@ void Try(Machine& machine, const Disks& disks, const Blow& blow) {
   if (blow.converges) machine.Converge(ended.disks, replay);
 }
 
+// All that befalls one state in the middle of the slice; without slices, a sample for each state.
+CampaignBounds BoundsOfState(const CampaignBounds& bounds, std::uint64_t state,
+                             std::uint64_t states) {
+  CampaignBounds of_state{.only = bounds.only};
+  if (bounds.slices == 1) {
+    of_state.cases = std::max<std::uint64_t>(bounds.cases / states, 1);
+    of_state.seed = bounds.seed + state;
+  } else if (state != states * (2 * bounds.slice + 1) / (2 * bounds.slices)) {
+    of_state.cases = 0;
+  }
+  return of_state;
+}
+
 }  // namespace
 
 Figures Damage(const Scenario& scenario, const CampaignBounds& bounds) {
@@ -153,13 +166,12 @@ Figures Damage(const Scenario& scenario, const CampaignBounds& bounds) {
   std::vector<Disks> states;
   machine.Run(machine.start(), scenario.runs.front(),
               [&](std::uint64_t, const Disks& disks) { states.push_back(disks); });
-  CampaignBounds each = bounds;
-  each.cases = std::max<std::uint64_t>(bounds.cases / states.size(), 1);
+  // What is damaged while it is being removed has met with two accidents at once.
+  std::erase_if(states,
+                [&](const Disks& disks) { return machine.judge().MarkerMoved(ImageOf(disks)); });
   for (std::size_t state = 0; state < states.size(); ++state) {
-    // What is damaged while it is being removed has met with two accidents at once.
-    if (machine.judge().MarkerMoved(ImageOf(states[state]))) break;
+    const CampaignBounds each = BoundsOfState(bounds, state, states.size());
     machine.world().Boot(states[state]);
-    ++each.seed;
     for (const Blow& blow : Chosen(BlowsTo(machine.update(), state + 1), each, machine.figures())) {
       Try(machine, states[state], blow);
       ++machine.figures().cases;

@@ -51,10 +51,10 @@ void Collect(const Volume& volume, NodeId directory, const std::u16string& prefi
     const simulated::Node& node = volume.node(entry.node);
     const std::u16string path = prefix + folded;
     if (node.IsDirectory()) {
-      image[path + u"\\"] = {node.attributes, nullptr};
+      image.emplace_hint(image.end(), path + u"\\", ImageEntry{node.attributes, nullptr});
       Collect(volume, entry.node, path + u"\\", image);
     } else {
-      image[path] = {node.attributes, node.content};
+      image.emplace_hint(image.end(), path, ImageEntry{node.attributes, node.content});
     }
   }
 }

@@ -58,7 +58,7 @@ Figures Explorer::Explore() {
     Thin(later, bounds_.third_cuts, random_);
     for (const Leftover& leftover : later) RecoverWithRandomCut(leftover);
   }
-  machine_.Converge(disks, {});
+  machine_.Converge(disks, ReplayOf({.run = scenario_.runs.size() - 1, .cuts = {}}));
   machine_.figures().cuts = machine_.calls();
   return machine_.figures();
 }
@@ -91,12 +91,8 @@ void Explorer::LookAtState(const Disks& disks, std::uint64_t state, std::uint64_
   Trail here = trail;
   here.cuts.push_back({state, 0});
   const std::size_t first = figures.violations.size();
-  Image live = ImageOf(disks);
-  if (state > 1) machine_.judge().AtChange(before_, live, figures);
-  const std::optional<std::uint64_t> generation = machine_.judge().JournalOf(live).generation;
-  machine_.judge().AtMoment(live, generation, disturbance, figures);
+  const std::optional<std::uint64_t> generation = machine_.JudgeState(disks, state, disturbance);
   machine_.Attribute(first, ReplayOf(here));
-  before_ = std::move(live);
   const LossSpace space(disks);
   if (space.count() > losses) figures.skipped += space.count() - losses;
   for (const std::uint64_t loss : Sample(space.count(), losses, random_)) {
@@ -137,9 +133,11 @@ void Explorer::RecoverWithRandomCut(const Leftover& leftover) {
   Recover(leftover);
   std::vector<Leftover> left;
   machine_.Run(leftover.disks, Again(leftover.trail), [&](std::uint64_t state, const Disks& now) {
-    before_ = ImageOf(now);
     // Each state of a run of unknown length is as likely as any other.
-    if (random_() % state != 0) return;
+    if (random_() % state != 0) {
+      machine_.JudgeState(now, state, Disturbance::kNone);
+      return;
+    }
     left.clear();
     LookAtState(now, state, 1, Disturbance::kNone, leftover.trail, left);
   });
@@ -153,12 +151,11 @@ void Explorer::ReplayCut(const Trail& trail, std::size_t cut, Disks& disks) {
   Disks left;
   story_->append("--- a run starts on\n").append(Describe(ImageOf(disks)));
   machine_.Run(disks, run, [&](std::uint64_t state, const Disks& now) {
+    const auto generation = machine_.JudgeState(now, state, run.disturbance);
     if (state != trail.cuts[cut].state) return;
     story_->append("--- its calls up to the cut\n").append(CallsOf(machine_.world()));
     left = AfterCut(now, LossSpace(now).At(trail.cuts[cut].loss));
-    Judge& judge = machine_.judge();
-    judge.AtMoment(ImageOf(left), judge.JournalOf(ImageOf(now)).generation, run.disturbance,
-                   machine_.figures());
+    machine_.judge().AtMoment(ImageOf(left), generation, run.disturbance, machine_.figures());
   });
   disks = std::move(left);
 }
@@ -175,7 +172,8 @@ Figures Explorer::Replay(const Trail& trail) {
     story_->clear();  // The run has no such state.
     return {};
   }
-  const EndedRun ended = machine_.JudgedRun(disks, Again(trail), {});
+  const PlannedRun last = trail.cuts.empty() ? scenario_.runs[trail.run] : Again(trail);
+  const EndedRun ended = machine_.JudgedRun(disks, last, {});
   machine_.Converge(ended.disks, {});
   machine_.Attribute(0, ReplayOf(trail));
   return machine_.figures();

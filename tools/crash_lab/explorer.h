@@ -87,7 +87,6 @@ class Explorer {
   Machine machine_;
   std::mt19937_64 random_;
   std::set<std::uint64_t> seen_;  // Disks that the updater was, or will be, started on.
-  Image before_;                  // The state before, of the run that is being looked at.
 };
 
 }  // namespace tolvarine::updater::crash_lab

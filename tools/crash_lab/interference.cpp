@@ -12,6 +12,7 @@
 namespace tolvarine::updater::crash_lab {
 namespace {
 
+using simulated::Call;
 using simulated::FileSystem;
 using simulated::SimulatedUpdate;
 using simulated::World;
@@ -142,6 +143,13 @@ void Heal(SimulatedUpdate& update) {
   if (planted) world.Remove(Temporary(update));
 }
 
+// Calls that see nothing of the disk: an act before one of them is an act before the next call.
+bool SeesNoDisk(Call call) {
+  return call == Call::WideCharToMultiByte || call == Call::MultiByteToWideChar ||
+         call == Call::LCMapStringEx || call == Call::FormatMessageA ||
+         call == Call::GetLocaleInfoEx || CallName(call).starts_with("BCrypt");
+}
+
 class Adversary {
  public:
   Adversary(const Scenario& scenario, std::string* story) : machine_(scenario, story) {
@@ -156,6 +164,7 @@ class Adversary {
   std::vector<Case> AllCases() {
     std::vector<Case> cases;
     const auto collect = [&](const simulated::CallRecord& call) {
+      if (SeesNoDisk(call.call)) return;
       for (const Act& act : AllActs()) cases.push_back({&act, call.index});
     };
     machine_.Run(start_, {}, nullptr, collect);
@@ -199,8 +208,8 @@ void Adversary::Try(const Case& tried) {
     previous = CallName(call.call);
   };
   const std::size_t first = figures().violations.size();
-  const auto judge = [&](std::uint64_t, const Disks& disks) {
-    machine_.judge().AtMoment(ImageOf(disks), std::nullopt, act.disturbance, figures());
+  const auto judge = [&](std::uint64_t state, const Disks& disks) {
+    machine_.JudgeState(disks, state, act.disturbance);
   };
   const EndedRun ended = machine_.JudgedRun(start_, run, replay, judge, interfere);
   JudgeOutside(tried, between, ended.disks);

@@ -230,6 +230,10 @@ void Judge::AtChange(const Image& before, const Image& now, Figures& figures) {
     if (Holds(now, target_ + key, content == nullptr ? nullptr : content->get())) continue;
     Check(figures, Invariant::kAnnounced, journal.announced == key, key);
   }
+  if (MarkerMoved(now) && !MarkerMoved(before)) {
+    Check(figures, Invariant::kMarkersWhole, JournalOf(before).phase == TransactionPhase::Committed,
+          "the marker was moved before Committed was durable");
+  }
 }
 
 void Judge::CheckBystanders(const Image& image, Figures& figures) {

@@ -106,10 +106,10 @@ class Judge {
   std::u16string target_;       // Folded, with a separator at its end.
   std::u16string transaction_;  // Likewise.
   std::u16string pending_, completed_, manifest_, launched_, archive_;
-  std::map<std::u16string, FinalName> names_;  // By their folded path below the target.
-  Image bystanders_;                           // As they were and must stay.
-  std::set<std::u16string> own_;               // Paths that the updater makes or removes.
-  std::vector<std::u16string> exempt_;         // Folded.
+  std::map<std::u16string, FinalName, PathBefore> names_;  // By their folded path below the target.
+  Image bystanders_;                                       // As they were and must stay.
+  std::set<std::u16string, PathBefore> own_;  // Paths that the updater makes or removes.
+  std::vector<std::u16string> exempt_;        // Folded.
   std::map<std::uint64_t, std::optional<JournalView>> parsed_;  // By the text's fingerprint.
 };
 

@@ -96,6 +96,16 @@ EndedRun Machine::JudgedRun(const Disks& disks, const PlannedRun& run, const std
   return ended;
 }
 
+std::optional<std::uint64_t> Machine::JudgeState(const Disks& disks, std::uint64_t state,
+                                                 Disturbance disturbance) {
+  Image now = ImageOf(disks);
+  if (state > 1 && disturbance != Disturbance::kLie) judge_.AtChange(before_, now, figures_);
+  const std::optional<std::uint64_t> generation = judge_.JournalOf(now).generation;
+  judge_.AtMoment(now, generation, disturbance, figures_);
+  before_ = std::move(now);
+  return generation;
+}
+
 void Machine::Tell(const Disks& before, const EndedRun& ended) {
   story_->append("--- a run starts on\n").append(Describe(ImageOf(before)));
   story_->append("--- its calls\n").append(CallsOf(update_.world));

@@ -59,6 +59,11 @@ class Machine {
                      const StateVisitor& visit_state = nullptr,
                      const CallVisitor& visit_call = nullptr);
 
+  // Holds the invariants against a state of the run as the program sees it, and against the change
+  // from the state before, if that was judged too. Returns the generation that a load would find.
+  std::optional<std::uint64_t> JudgeState(const Disks& disks, std::uint64_t state,
+                                          Disturbance disturbance);
+
   // Makes undisturbed runs until there is nothing left to do, and judges where they lead.
   void Converge(Disks disks, const std::string& replay);
 
@@ -76,6 +81,7 @@ class Machine {
   Figures figures_;
   std::uint64_t calls_ = 0;
   Disks start_;
+  Image before_;                       // The state that was judged last.
   std::set<std::uint64_t> converged_;  // Disks from which undisturbed runs have been followed.
 };
 

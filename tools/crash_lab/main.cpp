@@ -102,20 +102,43 @@ Round WideRound(std::uint64_t seed) {
   return round;
 }
 
-void AddJobs(const Scenario& scenario, const Round& round, std::vector<Job>& jobs) {
-  jobs.push_back({scenario.name,
-                  [=] { return Explorer(scenario, round.bounds, round.seed, false).Explore(); }});
+// One of the things that befall a scenario beside power cuts.
+struct Campaign {
+  std::string name;
+  Figures (*carry_out)(const Scenario&, const CampaignBounds&);
+  CampaignBounds bounds;
+};
+
+std::vector<Campaign> CampaignsOf(const Scenario& scenario, const Round& round) {
   // Whether the state lies on a volume of its own changes nothing where nothing is lost.
   const bool apart = scenario.plan.state_drive != scenario.plan.target_drive;
   const bool forward = scenario.runs.front().entrance == Entrance::kMainSequence;
-  if (apart || !forward) return;
-  jobs.push_back(
-      {scenario.name + ": calls fail", [=] { return BreakCalls(scenario, round.broken); }});
-  if (!scenario.runs.front().faults.empty()) return;
-  jobs.push_back({scenario.name + ": damage", [=] { return Damage(scenario, round.blows); }});
-  if (scenario.prepare || scenario.plan.baseline.empty()) return;
-  jobs.push_back(
-      {scenario.name + ": an adversary", [=] { return Interfere(scenario, round.acts); }});
+  if (apart || !forward) return {};
+  std::vector<Campaign> campaigns = {{"calls fail", BreakCalls, round.broken}};
+  if (!scenario.runs.front().faults.empty()) return campaigns;
+  campaigns.push_back({"damage", Damage, round.blows});
+  if (scenario.prepare || scenario.plan.baseline.empty()) return campaigns;
+  campaigns.push_back({"an adversary", Interfere, round.acts});
+  return campaigns;
+}
+
+// A thorough scenario's campaigns go side by side in slices, so that whatever one of them finds is
+// found soon.
+void AddJobs(const Scenario& scenario, const Round& round, std::vector<Job>& jobs) {
+  constexpr std::uint64_t kSlices = 4;
+  const std::uint64_t slices = scenario.thorough ? kSlices : 1;
+  jobs.push_back({scenario.name,
+                  [=] { return Explorer(scenario, round.bounds, round.seed, false).Explore(); }});
+  for (std::uint64_t slice = 0; slice < slices; ++slice) {
+    for (Campaign& campaign : CampaignsOf(scenario, round)) {
+      std::string name = scenario.name + ": " + campaign.name;
+      if (slices > 1) name += ", " + std::to_string(slice + 1) + "/" + std::to_string(slices);
+      campaign.bounds.slice = slice;
+      campaign.bounds.slices = slices;
+      jobs.push_back(
+          {std::move(name), [=] { return campaign.carry_out(scenario, campaign.bounds); }});
+    }
+  }
 }
 
 std::vector<Job> JobsOf(const std::vector<Scenario>& scenarios, const Round& round) {

@@ -45,6 +45,7 @@ struct Scenario {
   std::function<void(simulated::SimulatedUpdate&)> prepare;
   std::vector<PlannedRun> runs;
   Destination destination = Destination::kInstalled;
+  bool thorough = false;  // All that can befall it is tried in every round, and not a sample.
 };
 
 // All of them, in the order of the report.

@@ -155,7 +155,7 @@ Scenario OnTwoVolumes(Scenario scenario) {
 std::vector<Scenario> ForwardScenarios() {
   return {
       {"first install", EmptyTargetPlan(), {}, {Plain()}},
-      {"change, add and delete", SmallPlan(), {}, {Plain()}},
+      {"change, add and delete", SmallPlan(), {}, {Plain()}, Destination::kInstalled, true},
       {"deletions of missing files", MissingDeletionsPlan(), {}, {Plain()}},
       {"executable in another case", OtherCasePlan(), {}, {Plain()}},
       {"finalization", SmallPlan(), UntilCommitted, {Plain()}},
