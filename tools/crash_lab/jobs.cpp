@@ -4,14 +4,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
 #include <map>
 
 namespace tolvarine::updater::crash_lab {
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 struct RunningJob {
   const Job* job = nullptr;
@@ -104,12 +101,13 @@ Figures Finish(const RunningJob& running, int status) {
 
 }  // namespace
 
-Figures RunJobs(const std::vector<Job>& jobs, unsigned parallel, bool stop_at_first) {
+Figures RunJobs(const std::vector<Job>& jobs, unsigned parallel, const Stop& stop) {
   Figures all;
   std::map<pid_t, RunningJob> running;
   std::size_t next = 0;
-  while (next < jobs.size() || !running.empty()) {
-    while (next < jobs.size() && running.size() < parallel) {
+  const auto may_start = [&] { return next < jobs.size() && Clock::now() < stop.at; };
+  while (may_start() || !running.empty()) {
+    while (may_start() && running.size() < parallel) {
       RunningJob started{&jobs[next++], std::tmpfile(), Clock::now()};
       running[Start(*started.job, started.results)] = started;
     }
@@ -119,7 +117,7 @@ Figures RunJobs(const std::vector<Job>& jobs, unsigned parallel, bool stop_at_fi
     if (job == running.end()) continue;
     all.Add(Finish(job->second, status));
     running.erase(job);
-    if (stop_at_first && !all.violations.empty()) break;
+    if (stop.at_first && !all.violations.empty()) break;
   }
   for (const auto& [process, job] : running) {
     kill(process, SIGKILL);

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
@@ -16,9 +17,16 @@ struct Job {
   std::function<Figures()> work;
 };
 
-// Runs the jobs, `parallel` at a time, and prints a row for each as it ends; with `stop_at_first`, no
-// further than the first that finds a violation. Returns the sum of their figures. A job that dies
-// counts as a violation.
-Figures RunJobs(const std::vector<Job>& jobs, unsigned parallel, bool stop_at_first = false);
+using Clock = std::chrono::steady_clock;
+
+// When no further job is to be started.
+struct Stop {
+  bool at_first = false;  // At the first that finds a violation; those that run are ended.
+  Clock::time_point at = Clock::time_point::max();
+};
+
+// Runs the jobs, `parallel` at a time, and prints a row for each as it ends. Returns the sum of
+// their figures. A job that dies counts as a violation.
+Figures RunJobs(const std::vector<Job>& jobs, unsigned parallel, const Stop& stop = {});
 
 }  // namespace tolvarine::updater::crash_lab

@@ -26,8 +26,6 @@
 namespace tolvarine::updater::crash_lab {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 struct CommandLine {
   std::uint64_t seed = 1;
   std::uint64_t seconds = 0;  // 0 for the bounded run.
@@ -109,11 +107,14 @@ struct Campaign {
   CampaignBounds bounds;
 };
 
+bool HasTwoVolumes(const Scenario& scenario) {
+  return scenario.plan.state_drive != scenario.plan.target_drive;
+}
+
 std::vector<Campaign> CampaignsOf(const Scenario& scenario, const Round& round) {
   // Whether the state lies on a volume of its own changes nothing where nothing is lost.
-  const bool apart = scenario.plan.state_drive != scenario.plan.target_drive;
   const bool forward = scenario.runs.front().entrance == Entrance::kMainSequence;
-  if (apart || !forward) return {};
+  if (HasTwoVolumes(scenario) || !forward) return {};
   std::vector<Campaign> campaigns = {{"calls fail", BreakCalls, round.broken}};
   if (!scenario.runs.front().faults.empty()) return campaigns;
   campaigns.push_back({"damage", Damage, round.blows});
@@ -124,11 +125,9 @@ std::vector<Campaign> CampaignsOf(const Scenario& scenario, const Round& round) 
 
 // A thorough scenario's campaigns go side by side in slices, so that whatever one of them finds is
 // found soon.
-void AddJobs(const Scenario& scenario, const Round& round, std::vector<Job>& jobs) {
+void AddCampaigns(const Scenario& scenario, const Round& round, std::vector<Job>& jobs) {
   constexpr std::uint64_t kSlices = 4;
   const std::uint64_t slices = scenario.thorough ? kSlices : 1;
-  jobs.push_back({scenario.name,
-                  [=] { return Explorer(scenario, round.bounds, round.seed, false).Explore(); }});
   for (std::uint64_t slice = 0; slice < slices; ++slice) {
     for (Campaign& campaign : CampaignsOf(scenario, round)) {
       std::string name = scenario.name + ": " + campaign.name;
@@ -141,9 +140,21 @@ void AddJobs(const Scenario& scenario, const Round& round, std::vector<Job>& job
   }
 }
 
+void AddExplorations(const std::vector<Scenario>& scenarios, bool two_volumes, bool weak,
+                     const Round& round, std::vector<Job>& jobs) {
+  for (const Scenario& scenario : scenarios) {
+    if (HasTwoVolumes(scenario) != two_volumes) continue;
+    jobs.push_back({scenario.name,
+                    [=] { return Explorer(scenario, round.bounds, round.seed, weak).Explore(); }});
+  }
+}
+
+// What finds most comes first.
 std::vector<Job> JobsOf(const std::vector<Scenario>& scenarios, const Round& round) {
   std::vector<Job> jobs;
-  for (const Scenario& scenario : scenarios) AddJobs(scenario, round, jobs);
+  AddExplorations(scenarios, false, false, round, jobs);
+  for (const Scenario& scenario : scenarios) AddCampaigns(scenario, round, jobs);
+  AddExplorations(scenarios, true, false, round, jobs);
   return jobs;
 }
 
@@ -169,12 +180,7 @@ void ExploreWeakerModel(const std::vector<Scenario>& scenarios, const Round& rou
   std::printf("\nweaker model: a write-through rename returns before it is on the medium\n");
   for (const bool apart : {false, true}) {
     std::vector<Job> jobs;
-    for (const Scenario& scenario : scenarios) {
-      if ((scenario.plan.state_drive != scenario.plan.target_drive) != apart) continue;
-      jobs.push_back({scenario.name, [=] {
-                        return Explorer(scenario, round.bounds, round.seed, true).Explore();
-                      }});
-    }
+    AddExplorations(scenarios, apart, true, round, jobs);
     if (jobs.empty()) continue;
     const Figures figures = RunJobs(jobs, Processors());
     TellWhatHolds(apart ? "on two volumes" : "on one volume", figures);
@@ -229,13 +235,11 @@ int Explore(const CommandLine& line, const std::vector<Scenario>& scenarios) {
   Figures all;
   if (line.seconds == 0) {
     const Round round = BoundedRound(line.seed);
-    all = RunJobs(JobsOf(scenarios, round), Processors(), line.first);
+    all = RunJobs(JobsOf(scenarios, round), Processors(), {.at_first = line.first});
     if (!line.first) ExploreWeakerModel(scenarios, round);
   }
   for (std::uint64_t seed = line.seed; line.seconds != 0 && Clock::now() < end; ++seed) {
-    for (const Job& job : JobsOf(scenarios, WideRound(seed))) {
-      if (Clock::now() < end) all.Add(RunJobs({job}, 1));
-    }
+    all.Add(RunJobs(JobsOf(scenarios, WideRound(seed)), Processors(), {.at = end}));
   }
   return Tell(all, line.seed);
 }
