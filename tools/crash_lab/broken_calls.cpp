@@ -158,10 +158,8 @@ void Try(Machine& machine, const PlannedRun& planned, const Case& tried) {
 Figures BreakCalls(const Scenario& scenario, const CampaignBounds& bounds) {
   Machine machine(scenario, bounds.story);
   const PlannedRun& run = scenario.runs.front();
-  for (const Case& tried : Chosen(AllCases(machine, run), bounds, machine.figures())) {
-    Try(machine, run, tried);
-    ++machine.figures().cases;
-  }
+  TryEach(Chosen(AllCases(machine, run), bounds, machine.figures()), bounds, machine.figures(),
+          [&](const Case& tried) { Try(machine, run, tried); });
   return machine.figures();
 }
 

@@ -20,6 +20,7 @@ struct CampaignBounds {
   std::uint64_t seed = 1;
   std::uint64_t slice = 0;  // With several slices: every so many-th case, whatever `cases` says.
   std::uint64_t slices = 1;
+  bool first = false;            // No further than the first violation.
   std::string only{};            // The text of the one case to replay; empty for all of them.
   std::string* story = nullptr;  // Takes what a replay met, in words.
 };
@@ -44,6 +45,17 @@ template <typename Case>
   std::shuffle(cases.begin(), cases.end(), random);
   cases.resize(bounds.cases);
   return cases;
+}
+
+// Tries the cases one after another.
+template <typename Case, typename Act>
+void TryEach(const std::vector<Case>& cases, const CampaignBounds& bounds, Figures& figures,
+             Act act) {
+  for (const Case& tried : cases) {
+    if (bounds.first && !figures.violations.empty()) return;
+    act(tried);
+    ++figures.cases;
+  }
 }
 
 // Every call of the scenario's first run fails at each of its occurrences, with each code that is

@@ -172,10 +172,8 @@ Figures Damage(const Scenario& scenario, const CampaignBounds& bounds) {
   for (std::size_t state = 0; state < states.size(); ++state) {
     const CampaignBounds each = BoundsOfState(bounds, state, states.size());
     machine.world().Boot(states[state]);
-    for (const Blow& blow : Chosen(BlowsTo(machine.update(), state + 1), each, machine.figures())) {
-      Try(machine, states[state], blow);
-      ++machine.figures().cases;
-    }
+    TryEach(Chosen(BlowsTo(machine.update(), state + 1), each, machine.figures()), bounds,
+            machine.figures(), [&](const Blow& blow) { Try(machine, states[state], blow); });
   }
   return machine.figures();
 }

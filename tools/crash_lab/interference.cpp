@@ -243,10 +243,8 @@ void Adversary::JudgeOutside(const Case& tried, const std::string& between, cons
 
 Figures Interfere(const Scenario& scenario, const CampaignBounds& bounds) {
   Adversary adversary(scenario, bounds.story);
-  for (const Case& tried : Chosen(adversary.AllCases(), bounds, adversary.figures())) {
-    adversary.Try(tried);
-    ++adversary.figures().cases;
-  }
+  TryEach(Chosen(adversary.AllCases(), bounds, adversary.figures()), bounds, adversary.figures(),
+          [&](const Case& tried) { adversary.Try(tried); });
   return adversary.figures();
 }
 

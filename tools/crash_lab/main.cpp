@@ -84,12 +84,13 @@ struct Round {
   std::uint64_t seed = 1;
 };
 
-Round BoundedRound(std::uint64_t seed) {
+Round BoundedRound(std::uint64_t seed, bool first = false) {
   Round round;
   round.seed = seed;
   round.broken = {.cases = 700, .seed = seed};
   round.acts = {.cases = 500, .seed = seed};
   round.blows = {.cases = 700, .seed = seed};
+  round.broken.first = round.acts.first = round.blows.first = first;
   return round;
 }
 
@@ -117,9 +118,10 @@ std::vector<Campaign> CampaignsOf(const Scenario& scenario, const Round& round) 
   if (HasTwoVolumes(scenario) || !forward) return {};
   std::vector<Campaign> campaigns = {{"calls fail", BreakCalls, round.broken}};
   if (!scenario.runs.front().faults.empty()) return campaigns;
+  if (!scenario.prepare && !scenario.plan.baseline.empty()) {
+    campaigns.push_back({"an adversary", Interfere, round.acts});
+  }
   campaigns.push_back({"damage", Damage, round.blows});
-  if (scenario.prepare || scenario.plan.baseline.empty()) return campaigns;
-  campaigns.push_back({"an adversary", Interfere, round.acts});
   return campaigns;
 }
 
@@ -234,7 +236,7 @@ int Explore(const CommandLine& line, const std::vector<Scenario>& scenarios) {
   std::fputs(TableHead().c_str(), stdout);
   Figures all;
   if (line.seconds == 0) {
-    const Round round = BoundedRound(line.seed);
+    const Round round = BoundedRound(line.seed, line.first);
     all = RunJobs(JobsOf(scenarios, round), Processors(), {.at_first = line.first});
     if (!line.first) ExploreWeakerModel(scenarios, round);
   }
