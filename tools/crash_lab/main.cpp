@@ -155,8 +155,8 @@ void AddExplorations(const std::vector<Scenario>& scenarios, bool two_volumes, b
 std::vector<Job> JobsOf(const std::vector<Scenario>& scenarios, const Round& round) {
   std::vector<Job> jobs;
   AddExplorations(scenarios, false, false, round, jobs);
-  for (const Scenario& scenario : scenarios) AddCampaigns(scenario, round, jobs);
   AddExplorations(scenarios, true, false, round, jobs);
+  for (const Scenario& scenario : scenarios) AddCampaigns(scenario, round, jobs);
   return jobs;
 }
 
