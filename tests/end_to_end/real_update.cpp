@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
 
 #include "engine/transaction_run.h"
@@ -23,11 +22,6 @@ namespace fs = std::filesystem;
 constexpr std::size_t kShortContent = 100;
 constexpr char16_t kUpdateId[] =
     u"00112233445566778899aabbccddeeff0123456789abcdef0123456789abcdef";
-
-std::string NameOf(const fs::path& path) {
-  const std::u8string name = path.generic_u8string();
-  return {name.begin(), name.end()};
-}
 
 std::string Summary(const std::string& content) {
   if (content.size() <= kShortContent) return content;
@@ -106,6 +100,11 @@ bool IsTimeBetween(std::string_view prefix, std::string_view from, std::string_v
 
 }  // namespace
 
+std::string NameOf(const fs::path& path) {
+  const std::u8string name = path.generic_u8string();
+  return {name.begin(), name.end()};
+}
+
 std::string Application(std::string_view version) {
   static const std::string program = ReadBytes(ProgramPath("end_to_end_stand_in.exe"));
   return program + "\n" + std::string(version);
@@ -114,7 +113,10 @@ std::string Application(std::string_view version) {
 std::string ReadBytes(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   if (!file) throw std::runtime_error("cannot read " + NameOf(path));
-  return {std::istreambuf_iterator<char>(file), {}};
+  std::string bytes(fs::file_size(path), '\0');
+  file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  bytes.resize(static_cast<std::size_t>(file.gcount()));
+  return bytes;
 }
 
 void WriteBytes(const fs::path& path, std::string_view bytes) {
@@ -124,8 +126,13 @@ void WriteBytes(const fs::path& path, std::string_view bytes) {
 }
 
 const fs::path& ScratchRoot() {
-  static const fs::path root = fs::canonical(fs::temp_directory_path()) /
-                               ("tolvarine-" + std::to_string(GetCurrentProcessId()));
+  static const fs::path root = [] {
+    fs::path path = fs::canonical(fs::temp_directory_path()) /
+                    ("tolvarine-" + std::to_string(GetCurrentProcessId()));
+    // What an interrupted run with our id has left.
+    static_cast<void>(RemoveTree(path.u16string()));
+    return path;
+  }();
   fs::create_directories(root);
   return root;
 }
@@ -210,6 +217,7 @@ void RealUpdate::RunEngine(const TransactionHook& hook) const {
 
 TransactionPhase RealUpdate::SavedPhase() const {
   const JournalLoadResult loaded = LoadJournal(layout.transaction);
+  if (loaded.state == JournalLoadState::Corrupt) return TransactionPhase::Corrupt;
   return loaded.journal ? loaded.journal->phase : TransactionPhase::None;
 }
 

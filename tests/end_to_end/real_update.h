@@ -26,6 +26,9 @@ using Files = std::map<std::string, std::string>;
 
 using Changes = std::set<std::string>;
 
+// A path as such a name.
+[[nodiscard]] std::string NameOf(const std::filesystem::path& path);
+
 // The application's executable. Its version is the last line of the file.
 [[nodiscard]] std::string Application(std::string_view version);
 
@@ -69,7 +72,7 @@ class RealUpdate {
 
   // A run of the engine in this process, which ends as the hook says.
   void RunEngine(const TransactionHook& hook) const;
-  [[nodiscard]] TransactionPhase SavedPhase() const;
+  [[nodiscard]] TransactionPhase SavedPhase() const;  // None or Corrupt where there is no record.
 
   // The installation but for its log: as it is, as it was, as it is to be.
   [[nodiscard]] Files Target() const;
