@@ -60,26 +60,26 @@ Handle CreateFile2(const char16_t* path, std::uint32_t access, std::uint32_t sha
                    std::uint32_t disposition, std::uint32_t flags);
 
 // Reads on from the handle's position. Success with `*read` 0 is the end of the file.
-bool ReadFile(Handle file, void* buffer, std::uint32_t size, std::uint32_t* read);
+bool ReadFile(Handle handle, void* buffer, std::uint32_t size, std::uint32_t* read);
 
 // Writes at the handle's position, or at the end for append access. May succeed with `*written`
 // below `size`.
-bool WriteFile(Handle file, const void* buffer, std::uint32_t size, std::uint32_t* written);
+bool WriteFile(Handle handle, const void* buffer, std::uint32_t size, std::uint32_t* written);
 
 inline constexpr std::uint32_t kFileBegin = 0;
 
-bool SetFilePointerEx(Handle file, std::int64_t distance, std::uint32_t method);
-bool GetFileSizeEx(Handle file, std::int64_t* size);
+bool SetFilePointerEx(Handle handle, std::int64_t distance, std::uint32_t method);
+bool GetFileSizeEx(Handle handle, std::int64_t* size);
 
 // The file's content and metadata are on stable storage when it returns true.
-bool FlushFileBuffers(Handle file);
+bool FlushFileBuffers(Handle handle);
 
 // Of BY_HANDLE_FILE_INFORMATION the program reads the link count alone.
 struct ByHandleFileInformation {
   std::uint32_t number_of_links = 0;
 };
 
-bool GetFileInformationByHandle(Handle file, ByHandleFileInformation* information);
+bool GetFileInformationByHandle(Handle handle, ByHandleFileInformation* information);
 
 // The classes of GetFileInformationByHandleEx that the program reads, each by its structure.
 struct FileBasicInfo {  // Class 0.
@@ -99,9 +99,9 @@ struct FileAttributeTagInfo {  // Class 9.
   std::uint32_t reparse_tag = 0;
 };
 
-bool GetFileInformationByHandleEx(Handle file, FileBasicInfo* information);
-bool GetFileInformationByHandleEx(Handle file, FileStandardInfo* information);
-bool GetFileInformationByHandleEx(Handle file, FileAttributeTagInfo* information);
+bool GetFileInformationByHandleEx(Handle handle, FileBasicInfo* information);
+bool GetFileInformationByHandleEx(Handle handle, FileStandardInfo* information);
+bool GetFileInformationByHandleEx(Handle handle, FileAttributeTagInfo* information);
 
 // The classes of SetFileInformationByHandle that the program sets, each by its structure.
 struct FileDispositionInfo {  // Class 4.
@@ -116,9 +116,9 @@ struct FileDispositionInfoEx {  // Class 21; older volumes and systems answer 1,
   std::uint32_t flags = 0;
 };
 
-bool SetFileInformationByHandle(Handle file, const FileBasicInfo& information);
-bool SetFileInformationByHandle(Handle file, const FileDispositionInfo& information);
-bool SetFileInformationByHandle(Handle file, const FileDispositionInfoEx& information);
+bool SetFileInformationByHandle(Handle handle, const FileBasicInfo& information);
+bool SetFileInformationByHandle(Handle handle, const FileDispositionInfo& information);
+bool SetFileInformationByHandle(Handle handle, const FileDispositionInfoEx& information);
 
 // The first form asks for the normalized name as well, whose flag is 0, and fails with
 // ERROR_PATH_NOT_FOUND for a volume without a drive letter.
@@ -127,7 +127,7 @@ inline constexpr std::uint32_t kVolumeNameNt = 2;
 
 // The resolved path of an open file, in the spelling on the disk. Returns its length in units; a
 // number of at least `size` is the room that it needs, its zero unit included; 0 is failure.
-std::uint32_t GetFinalPathNameByHandleW(Handle file, char16_t* buffer, std::uint32_t size,
+std::uint32_t GetFinalPathNameByHandleW(Handle handle, char16_t* buffer, std::uint32_t size,
                                         std::uint32_t flags);
 
 // The attributes of the entry itself; kInvalidFileAttributes on failure.

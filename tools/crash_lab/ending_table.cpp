@@ -56,34 +56,37 @@ bool LogTells(const RunEnd& end) {
 
 }  // namespace
 
+std::string Judge::FaultOfFailure(const RunEnd& end, const Image& after) const {
+  const auto one_box = [&](std::u16string_view text) {
+    return end.boxes.size() == 1 && IsBox(end.boxes[0], kErrorTitle, kErrorIcon, text);
+  };
+  if (!end.starts.empty()) return "exit 5 and a restart";
+  // The same words are for a run that failed before it took the journal up.
+  if (one_box(kRestored)) {
+    const bool sound = IsNearlyBaseline(after) || !end.changed_names;
+    return sound ? "" : "said to be restored, and is not";
+  }
+  return one_box(kIncomplete) || one_box(kCorrupt) ? "" : "exit 5 with another box";
+}
+
 std::string Judge::TableFault(const RunEnd& end, const Image& after) const {
   if (end.entrance != Entrance::kMainSequence) return {};
   const bool disturbed = end.disturbance != Disturbance::kNone;
   if (!disturbed && !LogTells(end)) return "the log does not tell what the boxes said";
-  const auto one_box = [&](std::u16string_view text) {
-    return end.boxes.size() == 1 && IsBox(end.boxes[0], kErrorTitle, kErrorIcon, text);
-  };
+  const bool installs = end.exit_code == 0 || end.exit_code == 6 || end.exit_code == 7;
+  if (installs && !IsNearlyInstalled(after)) return "exit 0, 6 or 7 and not installed";
   switch (end.exit_code) {
     case 0:
-      if (!IsNearlyInstalled(after)) return "exit 0 and not installed";
       if (!end.boxes.empty() || end.starts.size() != 1) return "exit 0 with a box or no restart";
       if (!MarkerMoved(after)) return "exit 0 and the markers are not moved";
       if (Find(after, archive_) != nullptr && !disturbed) return "exit 0 and the archive stays";
       return {};
     case 5:
-      if (!end.starts.empty()) return "exit 5 and a restart";
-      // The same words are for a run that failed before it took the journal up.
-      if (one_box(kRestored)) {
-        const bool sound = IsNearlyBaseline(after) || !end.changed_names;
-        return sound ? "" : "said to be restored, and is not";
-      }
-      return one_box(kIncomplete) || one_box(kCorrupt) ? "" : "exit 5 with another box";
+      return FaultOfFailure(end, after);
     case 6:
-      if (!IsNearlyInstalled(after)) return "exit 6 and not installed";
       return IsBox(end.boxes.back(), kErrorTitle, kErrorIcon, kNotRestarted) ? ""
                                                                              : "exit 6, other box";
     case 7:
-      if (!IsNearlyInstalled(after)) return "exit 7 and not installed";
       if (end.boxes.size() != 1 || end.starts.size() != 1) return "exit 7 without box or restart";
       return IsBox(end.boxes[0], kWarningTitle, kWarningIcon, kDeferred) ? "" : "exit 7, other box";
     case 2:

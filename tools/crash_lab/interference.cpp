@@ -176,7 +176,7 @@ class Adversary {
 
  private:
   void JudgeOutside(const Case& tried, const std::string& between, const Disks& disks);
-  [[nodiscard]] bool OutsideUntouched(const Disks& disks) const;
+  [[nodiscard]] static bool OutsideUntouched(const Disks& disks);
 
   Machine machine_;
   Disks start_;
@@ -219,7 +219,7 @@ void Adversary::Try(const Case& tried) {
   machine_.Converge(machine_.world().volumes(), replay);
 }
 
-bool Adversary::OutsideUntouched(const Disks& disks) const {
+bool Adversary::OutsideUntouched(const Disks& disks) {
   const Image image = ImageOf(disks);
   return std::ranges::all_of(std::array{u"CORE.DLL", u"OLD.DLL"}, [&](const char16_t* name) {
     const auto entry = image.find(std::u16string(u"C:\\OUTSIDE\\LIB\\") + name);

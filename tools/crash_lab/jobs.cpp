@@ -1,9 +1,9 @@
 #include "crash_lab/jobs.h"
 
-#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <map>

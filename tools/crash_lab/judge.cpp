@@ -57,11 +57,12 @@ Judge::Judge(const simulated::SimulatedUpdate& staged)
       launched_(Key(staged.layout.launched_marker)),
       archive_(Key(staged.layout.archive)) {
   for (const auto& [path, content] : plan_.baseline) {
+    const std::u16string key = Key(path);
     const bool released = std::ranges::any_of(
-        plan_.release, [&](const auto& file) { return Key(file.first) == Key(path); });
+        plan_.release, [&key](const auto& file) { return Key(file.first) == key; });
     const bool deleted = std::ranges::any_of(
-        plan_.deletions, [&](const std::u16string& other) { return Key(other) == Key(path); });
-    if (released || deleted) names_[Key(path)].old_content = &content;
+        plan_.deletions, [&key](const std::u16string& other) { return Key(other) == key; });
+    if (released || deleted) names_[key].old_content = &content;
   }
   for (const std::u16string& path : plan_.deletions) names_.try_emplace(Key(path));
   for (const auto& [path, content] : plan_.release) names_[Key(path)].new_content = &content;
@@ -76,12 +77,12 @@ Judge::Judge(const simulated::SimulatedUpdate& staged)
 
 // --- Reading an image ----------------------------------------------------------------------------
 
-const simulated::Bytes* Judge::Find(const Image& image, const std::u16string& key) const {
+const simulated::Bytes* Judge::Find(const Image& image, const std::u16string& key) {
   const auto entry = image.find(key);
   return entry == image.end() || !entry->second.content ? nullptr : &entry->second.content;
 }
 
-bool Judge::Holds(const Image& image, const std::u16string& key, const std::string* content) const {
+bool Judge::Holds(const Image& image, const std::u16string& key, const std::string* content) {
   const simulated::Bytes* const found = Find(image, key);
   if (found == nullptr || content == nullptr) return found == nullptr && content == nullptr;
   return **found == *content;

@@ -85,9 +85,9 @@ class Judge {
     const std::string* new_content = nullptr;
   };
 
-  [[nodiscard]] const simulated::Bytes* Find(const Image& image, const std::u16string& key) const;
-  [[nodiscard]] bool Holds(const Image& image, const std::u16string& key,
-                           const std::string* content) const;
+  [[nodiscard]] static const simulated::Bytes* Find(const Image& image, const std::u16string& key);
+  [[nodiscard]] static bool Holds(const Image& image, const std::u16string& key,
+                                  const std::string* content);
   [[nodiscard]] bool HasTemporary(const Image& image) const;
   void CheckFinalNames(const Image& image, Disturbance disturbance, Figures& figures);
   void CheckBystanders(const Image& image, Figures& figures);
@@ -97,7 +97,9 @@ class Judge {
   void CheckExecutable(const Image& image, Figures& figures);
   void CheckMarkers(const Image& image, bool committed, Figures& figures);
   void CheckTable(const RunEnd& end, const Image& after, Figures& figures);
+  // What of the table of endings a run breaks, in words; empty for nothing.
   [[nodiscard]] std::string TableFault(const RunEnd& end, const Image& after) const;
+  [[nodiscard]] std::string FaultOfFailure(const RunEnd& end, const Image& after) const;
   [[nodiscard]] bool IsOfNoConcern(const std::u16string& key) const;
   [[nodiscard]] bool IsExempt(const std::u16string& key) const;
 

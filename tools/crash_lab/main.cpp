@@ -45,10 +45,8 @@ CommandLine Parse(int count, char** arguments) {
       (name == "--list" ? line.list : line.first) = true;
       continue;
     }
-    const char* const value = i + 1 < count ? arguments[++i] : nullptr;
-    if (value == nullptr) {
-      line.sound = false;
-    } else if (name == "--seed") {
+    const char* const value = i + 1 < count ? arguments[++i] : "";
+    if (name == "--seed") {
       line.seed = std::strtoull(value, nullptr, 10);
     } else if (name == "--seconds") {
       line.seconds = std::strtoull(value, nullptr, 10);
@@ -61,6 +59,7 @@ CommandLine Parse(int count, char** arguments) {
     } else {
       line.sound = false;
     }
+    if (*value == '\0') line.sound = false;
   }
   return line;
 }

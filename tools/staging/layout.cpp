@@ -10,9 +10,7 @@
 namespace tolvarine::updater::staging {
 namespace {
 
-std::u16string WidenAscii(std::string_view text) {
-  return std::u16string(text.begin(), text.end());
-}
+std::u16string WidenAscii(std::string_view text) { return {text.begin(), text.end()}; }
 
 std::u16string Decimal(std::uint64_t number) {
   std::string text;

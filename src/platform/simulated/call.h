@@ -31,7 +31,7 @@ enum class Call {
 #undef TOLVARINE_ENUMERATOR
 };
 
-#define TOLVARINE_COUNT(name) +1
+#define TOLVARINE_COUNT(name) +1  // NOLINT(bugprone-macro-parentheses): a term of a sum.
 inline constexpr std::size_t kCallCount = TOLVARINE_SIMULATED_CALLS(TOLVARINE_COUNT);
 #undef TOLVARINE_COUNT
 

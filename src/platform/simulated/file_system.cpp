@@ -369,7 +369,7 @@ FileSystem::Listing FileSystem::List(std::u16string_view pattern) const {
   if (found.code != 0) return {.code = found.code};
   if (name != u"*") {
     // Of the patterns that could match more than one name, only the one for all is in use.
-    const bool is_pattern = name.find_first_of(kWildcards) != name.npos;
+    const bool is_pattern = name.find_first_of(kWildcards) != std::u16string::npos;
     if (is_pattern) return {.code = platform::kErrorFileNotFound};
     // An entry that is being removed is still found.
     const Resolved one = Resolve(world_, pattern, LastLink::kKeep);

@@ -162,7 +162,7 @@ std::uint32_t GetFinalPathNameByHandleW(Handle handle, char16_t* buffer, std::ui
   const OpenFile* const file = EnterOn(Call::GetFinalPathNameByHandleW, handle);
   if (file == nullptr) return 0;
   const auto path = Files().FinalPath(*file, flags == kVolumeNameNt);
-  if (!path) return Fail(kErrorPathNotFound, 0u);
+  if (!path) return Fail(kErrorPathNotFound, 0U);
   const auto length = static_cast<std::uint32_t>(path->size());
   if (length >= size) return length + 1;
   std::ranges::copy(*path, buffer);

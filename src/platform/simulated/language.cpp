@@ -87,17 +87,17 @@ std::uint32_t FormatMessageA(std::uint32_t flags, std::uint32_t code, std::uint3
   constexpr std::string_view kLineEnd = "\r\n";
   const World& world = World::Current();
   if (const Fault* fault = World::Current().Enter(Call::FormatMessageA)) {
-    return Fail(fault->code, 0u);
+    return Fail(fault->code, 0U);
   }
-  if (flags != kAllFlags || text == nullptr) return Fail(kErrorInvalidParameter, 0u);
+  if (flags != kAllFlags || text == nullptr) return Fail(kErrorInvalidParameter, 0U);
   if (language != 0 && language != kEnglish && language != world.system_language) {
-    return Fail(simulated::kErrorLanguageNotFound, 0u);
+    return Fail(simulated::kErrorLanguageNotFound, 0U);
   }
   const simulated::MessageText* const message = FindMessage(code);
-  if (message == nullptr) return Fail(simulated::kErrorMessageNotFound, 0u);
+  if (message == nullptr) return Fail(simulated::kErrorMessageNotFound, 0U);
   const std::string line = std::string(message->text).append(kLineEnd);
   *text = static_cast<char*>(std::malloc(line.size() + 1));
-  if (*text == nullptr) return Fail(simulated::kErrorNotEnoughMemory, 0u);
+  if (*text == nullptr) return Fail(simulated::kErrorNotEnoughMemory, 0U);
   std::memcpy(*text, line.c_str(), line.size() + 1);
   return static_cast<std::uint32_t>(line.size());
 }

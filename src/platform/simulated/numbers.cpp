@@ -4,6 +4,7 @@
 // alone and behind one, with wcstoul and _wcstoui64 of its msvcrt. Unlike the C library of most
 // other systems the Windows runtime takes the decimal digits of other scripts, mixed as they come.
 
+#include <algorithm>
 #include <cerrno>
 #include <limits>
 #include <optional>
@@ -29,10 +30,9 @@ constexpr char16_t kZeros[] = {0x0030, 0x0660, 0x06F0, 0x0966, 0x09E6, 0x0A66,
                                0x0ED0, 0x0F20, 0x1040, 0x17E0, 0x1810, 0xFF10};
 
 bool IsWhiteSpace(char16_t unit) {
-  for (const UnitRange& range : kWhiteSpace) {
-    if (unit >= range.first && unit <= range.last) return true;
-  }
-  return false;
+  return std::ranges::any_of(kWhiteSpace, [unit](const UnitRange& range) {
+    return unit >= range.first && unit <= range.last;
+  });
 }
 
 std::optional<unsigned> DigitValue(char16_t unit) {

@@ -144,7 +144,7 @@ bool KernelObjects::PassUntil(std::optional<std::uint64_t> moment, std::uint32_t
     return true;
   }
   if (for_ever) {
-    std::fputs("simulated Windows: an infinite wait for what never happens\n", stderr);
+    (void)std::fputs("simulated Windows: an infinite wait for what never happens\n", stderr);
     std::abort();
   }
   world_.elapsed_ms = now + milliseconds;

@@ -146,8 +146,8 @@ Route RouteTo(const World& world, std::u16string_view path) {
     const std::u16string_view verbatim = path.substr(kExtendedPrefix.size());
     route = ByExtended(world, verbatim);
     // Nothing is normalized here: what would have been is no name.
-    const bool slash = verbatim.find(u'/') != verbatim.npos;
-    if (slash || verbatim.find(u"\\\\") != verbatim.npos) {
+    const bool slash = verbatim.find(u'/') != std::u16string_view::npos;
+    if (slash || verbatim.find(u"\\\\") != std::u16string_view::npos) {
       return {.code = platform::kErrorInvalidName};
     }
   } else if (LimitedLength(world, path) > kMaxPath) {

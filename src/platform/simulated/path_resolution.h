@@ -19,7 +19,7 @@ struct NodeRef {
   std::size_t volume = 0;
   NodeId id = kNoNode;
 
-  auto operator<=>(const NodeRef&) const = default;
+  auto operator<=>(const NodeRef&) const = default;  // NOLINT(modernize-use-nullptr)
 };
 
 // A name in a directory, in the folded form.
@@ -27,7 +27,7 @@ struct EntryName {
   NodeRef directory;
   std::u16string folded;
 
-  auto operator<=>(const EntryName&) const = default;
+  auto operator<=>(const EntryName&) const = default;  // NOLINT(modernize-use-nullptr)
 };
 
 struct Resolved {

@@ -56,7 +56,7 @@ class CommandLineSplitter {
     const bool quoted = line_.front() == u'"';
     const std::size_t start = quoted ? 1 : 0;
     const std::size_t end = line_.find_first_of(quoted ? u"\"" : u" \t", start);
-    at_ = end == line_.npos ? line_.size() : end + start;
+    at_ = end == std::u16string_view::npos ? line_.size() : end + start;
     return std::u16string(line_.substr(start, end - start));
   }
 

@@ -126,7 +126,7 @@ std::optional<char32_t> TakeUtf8(std::string_view narrow, std::size_t* at) {
   if (first < 0x80) return first;
   const std::optional<Utf8Lead> lead = LeadOf(first);
   if (!lead) return std::nullopt;
-  char32_t character = first & (0x3Fu >> lead->following);
+  char32_t character = first & (0x3FU >> lead->following);
   for (std::size_t i = 0; i < lead->following; ++i, ++*at) {
     const unsigned from = i == 0 ? lead->second_from : 0x80;
     const unsigned to = i == 0 ? lead->second_to : 0xBF;

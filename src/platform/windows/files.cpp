@@ -80,47 +80,47 @@ Handle CreateFile2(const char16_t* path, std::uint32_t access, std::uint32_t sha
   return FromNative(::CreateFile2(Wide(path), access, sharing, disposition, &parameters));
 }
 
-bool ReadFile(Handle file, void* buffer, std::uint32_t size, std::uint32_t* read) {
+bool ReadFile(Handle handle, void* buffer, std::uint32_t size, std::uint32_t* read) {
   DWORD count = 0;
-  const BOOL done = ::ReadFile(Native(file), buffer, size, &count, /*lpOverlapped=*/nullptr);
+  const BOOL done = ::ReadFile(Native(handle), buffer, size, &count, /*lpOverlapped=*/nullptr);
   *read = count;
   return done != FALSE;
 }
 
-bool WriteFile(Handle file, const void* buffer, std::uint32_t size, std::uint32_t* written) {
+bool WriteFile(Handle handle, const void* buffer, std::uint32_t size, std::uint32_t* written) {
   DWORD count = 0;
-  const BOOL done = ::WriteFile(Native(file), buffer, size, &count, /*lpOverlapped=*/nullptr);
+  const BOOL done = ::WriteFile(Native(handle), buffer, size, &count, /*lpOverlapped=*/nullptr);
   *written = count;
   return done != FALSE;
 }
 
-bool SetFilePointerEx(Handle file, std::int64_t distance, std::uint32_t method) {
+bool SetFilePointerEx(Handle handle, std::int64_t distance, std::uint32_t method) {
   LARGE_INTEGER native_distance = {};
   native_distance.QuadPart = distance;
-  return ::SetFilePointerEx(Native(file), native_distance, /*lpNewFilePointer=*/nullptr, method) !=
-         FALSE;
+  return ::SetFilePointerEx(Native(handle), native_distance, /*lpNewFilePointer=*/nullptr,
+                            method) != FALSE;
 }
 
-bool GetFileSizeEx(Handle file, std::int64_t* size) {
+bool GetFileSizeEx(Handle handle, std::int64_t* size) {
   LARGE_INTEGER native_size = {};
-  const BOOL done = ::GetFileSizeEx(Native(file), &native_size);
+  const BOOL done = ::GetFileSizeEx(Native(handle), &native_size);
   *size = native_size.QuadPart;
   return done != FALSE;
 }
 
-bool FlushFileBuffers(Handle file) { return ::FlushFileBuffers(Native(file)) != FALSE; }
+bool FlushFileBuffers(Handle handle) { return ::FlushFileBuffers(Native(handle)) != FALSE; }
 
-bool GetFileInformationByHandle(Handle file, ByHandleFileInformation* information) {
+bool GetFileInformationByHandle(Handle handle, ByHandleFileInformation* information) {
   BY_HANDLE_FILE_INFORMATION native = {};
-  const BOOL done = ::GetFileInformationByHandle(Native(file), &native);
+  const BOOL done = ::GetFileInformationByHandle(Native(handle), &native);
   information->number_of_links = native.nNumberOfLinks;
   return done != FALSE;
 }
 
-bool GetFileInformationByHandleEx(Handle file, FileBasicInfo* information) {
+bool GetFileInformationByHandleEx(Handle handle, FileBasicInfo* information) {
   FILE_BASIC_INFO native = {};
   const BOOL done =
-      ::GetFileInformationByHandleEx(Native(file), ::FileBasicInfo, &native, sizeof native);
+      ::GetFileInformationByHandleEx(Native(handle), ::FileBasicInfo, &native, sizeof native);
   information->creation_time = native.CreationTime.QuadPart;
   information->last_access_time = native.LastAccessTime.QuadPart;
   information->last_write_time = native.LastWriteTime.QuadPart;
@@ -129,50 +129,50 @@ bool GetFileInformationByHandleEx(Handle file, FileBasicInfo* information) {
   return done != FALSE;
 }
 
-bool GetFileInformationByHandleEx(Handle file, FileStandardInfo* information) {
+bool GetFileInformationByHandleEx(Handle handle, FileStandardInfo* information) {
   FILE_STANDARD_INFO native = {};
   const BOOL done =
-      ::GetFileInformationByHandleEx(Native(file), ::FileStandardInfo, &native, sizeof native);
+      ::GetFileInformationByHandleEx(Native(handle), ::FileStandardInfo, &native, sizeof native);
   information->end_of_file = native.EndOfFile.QuadPart;
   return done != FALSE;
 }
 
-bool GetFileInformationByHandleEx(Handle file, FileAttributeTagInfo* information) {
+bool GetFileInformationByHandleEx(Handle handle, FileAttributeTagInfo* information) {
   FILE_ATTRIBUTE_TAG_INFO native = {};
-  const BOOL done =
-      ::GetFileInformationByHandleEx(Native(file), ::FileAttributeTagInfo, &native, sizeof native);
+  const BOOL done = ::GetFileInformationByHandleEx(Native(handle), ::FileAttributeTagInfo, &native,
+                                                   sizeof native);
   information->attributes = native.FileAttributes;
   information->reparse_tag = native.ReparseTag;
   return done != FALSE;
 }
 
-bool SetFileInformationByHandle(Handle file, const FileBasicInfo& information) {
+bool SetFileInformationByHandle(Handle handle, const FileBasicInfo& information) {
   FILE_BASIC_INFO native = {};
   native.CreationTime.QuadPart = information.creation_time;
   native.LastAccessTime.QuadPart = information.last_access_time;
   native.LastWriteTime.QuadPart = information.last_write_time;
   native.ChangeTime.QuadPart = information.change_time;
   native.FileAttributes = information.attributes;
-  return ::SetFileInformationByHandle(Native(file), ::FileBasicInfo, &native, sizeof native) !=
+  return ::SetFileInformationByHandle(Native(handle), ::FileBasicInfo, &native, sizeof native) !=
          FALSE;
 }
 
-bool SetFileInformationByHandle(Handle file, const FileDispositionInfo& information) {
+bool SetFileInformationByHandle(Handle handle, const FileDispositionInfo& information) {
   FILE_DISPOSITION_INFO native = {};
   native.DeleteFile = information.delete_file ? TRUE : FALSE;
-  return ::SetFileInformationByHandle(Native(file), ::FileDispositionInfo, &native,
+  return ::SetFileInformationByHandle(Native(handle), ::FileDispositionInfo, &native,
                                       sizeof native) != FALSE;
 }
 
-bool SetFileInformationByHandle(Handle file, const FileDispositionInfoEx& information) {
+bool SetFileInformationByHandle(Handle handle, const FileDispositionInfoEx& information) {
   DispositionFlags native = {information.flags};
-  return ::SetFileInformationByHandle(Native(file), kDispositionInfoExClass, &native,
+  return ::SetFileInformationByHandle(Native(handle), kDispositionInfoExClass, &native,
                                       sizeof native) != FALSE;
 }
 
-std::uint32_t GetFinalPathNameByHandleW(Handle file, char16_t* buffer, std::uint32_t size,
+std::uint32_t GetFinalPathNameByHandleW(Handle handle, char16_t* buffer, std::uint32_t size,
                                         std::uint32_t flags) {
-  return ::GetFinalPathNameByHandleW(Native(file), Wide(buffer), size, flags);
+  return ::GetFinalPathNameByHandleW(Native(handle), Wide(buffer), size, flags);
 }
 
 std::uint32_t GetFileAttributesW(const char16_t* path) { return ::GetFileAttributesW(Wide(path)); }
