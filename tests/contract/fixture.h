@@ -1,5 +1,5 @@
 // What the contract tests have beyond the calls of the seam: a directory for each test, and
-// somebody else on the machine who links files, runs, and holds mutexes and names.
+// somebody else on the machine who links files, runs, and holds mutexes.
 //
 // The tests are one source for two platforms. Natively they ask the simulated Windows, as a Windows
 // program the real calls. Where the two differ, the simulation is wrong, or the difference is a gap
@@ -54,9 +54,6 @@ OtherProcess StartProcess();
 // returns when they have.
 enum class Leaving { kReleasing, kDying };
 std::function<void(Leaving)> HoldElsewhere(const std::u16string& name);
-
-// An event takes the name, as long as the result lives.
-std::shared_ptr<void> TakeNameByEvent(const std::u16string& name);
 
 // --- Vocabulary ----------------------------------------------------------------------------------
 

@@ -45,11 +45,4 @@ std::function<void(Leaving)> HoldElsewhere(const std::u16string& name) {
   };
 }
 
-std::shared_ptr<void> TakeNameByEvent(const std::u16string& name) {
-  constexpr std::uint32_t kErrorInvalidHandle = 6;
-  auto& errors = World::Current().mutex_create_errors;
-  errors[name] = kErrorInvalidHandle;
-  return {nullptr, [&errors, name](void*) { errors.erase(name); }};
-}
-
 }  // namespace tolvarine::updater::contract

@@ -103,8 +103,4 @@ std::function<void(Leaving)> HoldElsewhere(const std::u16string& name) {
   };
 }
 
-std::shared_ptr<void> TakeNameByEvent(const std::u16string& name) {
-  return {::CreateEventW(nullptr, FALSE, FALSE, Wide(name.c_str())), ::CloseHandle};
-}
-
 }  // namespace tolvarine::updater::contract

@@ -42,14 +42,6 @@ TEST_F(NamesTest, ARenameReplacesWhatStoodThereUnderTheNameAsSpelled) {
   EXPECT_BUT_ON_WINE(Listed(root()).back(), u"OLD", u"old", kGap);
 }
 
-TEST_F(NamesTest, ARefusedRenameLeavesBothFiles) {
-  for (const auto* name : {u"new", u"held"}) Put(At(name), "old");
-  const File held(At(u"held"), kGenericRead, kShareReadAndWrite);
-  EXPECT_EQ(kErrorAccessDenied, Rename(At(u"new"), At(u"held")));
-  EXPECT_EQ(kErrorSharingViolation, Rename(At(u"held"), At(u"new")));
-  for (const auto* name : {u"new", u"held"}) EXPECT_EQ("old", Content(At(name)));
-}
-
 TEST_F(NamesTest, AMarkedFileGoesWithItsLastHandle) {
   Put(At(u"file"), "content");
   File reader(At(u"file"), kGenericRead);

@@ -1,9 +1,8 @@
-// What an open file keeps others from, and what can be done with it; the C runtime's streams.
+// What an open file keeps others from, and what can be done with it.
 
 #include <vector>
 
 #include "contract/fixture.h"
-#include "platform/streams.h"
 
 namespace tolvarine::updater::contract {
 namespace {
@@ -65,32 +64,6 @@ TEST_F(OpenFilesTest, ALockTellsOfTheFileAndHoldsForAllItsNames) {
   EXPECT_EQ(kErrorInvalidHandle, Code(CloseHandle(closed)));
 }
 
-TEST_F(OpenFilesTest, AnOpenTellsWhetherTheFileWasThere) {
-  const struct {
-    std::uint32_t disposition, last_error, last_error_where_missing;
-    std::string_view content;
-  } rows[] = {
-      {kCreateNew, 80, 0, "content"},
-      {kCreateAlways, kErrorAlreadyExists, 0, ""},
-      {kOpenExisting, 0, kErrorFileNotFound, "content"},
-      {kOpenAlways, kErrorAlreadyExists, 0, "content"},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.disposition);
-    Put(At(u"file"), "content");
-    SetLastError(999);
-    File(At(u"file"), kGenericWrite, 0, row.disposition).Close();
-    EXPECT_EQ(row.last_error, GetLastError());
-    EXPECT_EQ(row.content, Content(At(u"file")));
-    SetLastError(999);
-    File(At(u"missing"), kGenericWrite, 0, row.disposition).Close();
-    EXPECT_EQ(row.last_error_where_missing, GetLastError());
-    EXPECT_EQ(row.last_error_where_missing == 0,
-              Attributes(At(u"missing")) == kFileAttributeArchive);
-    DeleteFileW(At(u"missing").c_str());
-  }
-}
-
 TEST_F(OpenFilesTest, EveryUseNeedsItsRight) {
   Put(At(u"file"), "content");
   const struct {
@@ -113,14 +86,6 @@ TEST_F(OpenFilesTest, EveryUseNeedsItsRight) {
         row.set_attributes, 0u, "it sets attributes through any handle");
     EXPECT_EQ(row.mark, Code(SetFileInformationByHandle(file.handle, FileDispositionInfo{false})));
   }
-}
-
-TEST_F(OpenFilesTest, ReadingEndsWithNothingAndBeginsAnew) {
-  Put(At(u"file"), "0123456789");
-  const File file(At(u"file"), kGenericRead);
-  for (const char* part : {"0123", "4567", "89", "", ""}) EXPECT_EQ(part, Read(file.handle, 4));
-  EXPECT_TRUE(SetFilePointerEx(file.handle, 0, kFileBegin));
-  EXPECT_EQ("0123456789", Read(file.handle, 100));
 }
 
 TEST_F(OpenFilesTest, AppendingGoesToTheEndWhoeverElseWrites) {
@@ -155,35 +120,6 @@ TEST_F(OpenFilesTest, AFinalPathIsSpelledAsOnTheDisk) {
   const Path by_device = final_path(root(), kVolumeNameNt);
   EXPECT_TRUE(by_device.starts_with(u"\\Device\\")) << Shown(by_device);
   EXPECT_TRUE(by_device.ends_with(root().substr(2))) << Shown(by_device);
-}
-
-TEST_F(OpenFilesTest, AStreamsBytesAreSeenAfterTheFlush) {
-  const Path path = At(u"file");
-  Put(path, "a longer text");
-  Stream* const stream = _wfsopen(path.c_str(), u"wb", kShDenyNo);
-  EXPECT_EQ(5u, fwrite("a\nb\r\n", 5, stream));
-  EXPECT_EQ("", Content(path));
-  EXPECT_EQ(0, fflush(stream));
-  EXPECT_EQ("a\nb\r\n", Content(path));
-  EXPECT_EQ(4u, fwrite("more", 4, stream));
-  EXPECT_EQ(0, ferror(stream));
-  EXPECT_EQ(0, fclose(stream));
-  EXPECT_EQ("a\nb\r\nmore", Content(path));
-}
-
-TEST_F(OpenFilesTest, AStreamReadsToTheEndWhileOthersReadAndWriteButNotDelete) {
-  const std::string content("\r\n\x1A text\0", 9);
-  Put(At(u"file"), content);
-  Stream* const stream = _wfsopen(At(u"file").c_str(), u"rb", kShDenyNo);
-  EXPECT_EQ(0u, File(At(u"file"), kReadAndWrite).code);
-  EXPECT_EQ(kErrorSharingViolation, File(OpenForRemoval(At(u"file"))).code);
-  char text[20] = {};
-  EXPECT_EQ(4u, fread(text, 4, stream));
-  EXPECT_EQ(5u, fread(text + 4, 16, stream));
-  EXPECT_EQ(0u, fread(text + 9, 1, stream));
-  EXPECT_EQ(content, std::string(text, 9));
-  EXPECT_EQ(0, ferror(stream));
-  EXPECT_EQ(0, fclose(stream));
 }
 
 }  // namespace

@@ -1,18 +1,15 @@
-// Other processes, mutexes, the clock.
+// Other processes and mutexes.
 
 #include "platform/processes.h"
 
 #include <chrono>
-#include <cstdlib>
 
 #include "contract/fixture.h"
-#include "platform/time.h"
 
 namespace tolvarine::updater::contract {
 namespace {
 
 constexpr std::uint32_t kErrorNotOwner = 288;
-constexpr std::uint32_t kErrorInvalidHandle = 6;
 
 constexpr std::uint32_t kAccess = kProcessQueryLimitedInformation | kSynchronize;
 
@@ -73,40 +70,6 @@ TEST_F(MutexesTest, AnAbandonedMutexIsOwnedByWhoIsTold) {
   EXPECT_EQ(kWaitAbandoned, WaitForSingleObject(mutex_, kInfinite));
   EXPECT_TRUE(ReleaseMutex(mutex_));
   EXPECT_EQ(kErrorNotOwner, Code(ReleaseMutex(mutex_)));
-}
-
-TEST_F(MutexesTest, AnOwnerReleasesAsOftenAsItTook) {
-  const Handle again = CreateMutexW(true, name_.c_str());
-  EXPECT_EQ(kErrorAlreadyExists, GetLastError());
-  EXPECT_EQ(kErrorNotOwner, Code(ReleaseMutex(again))) << "what exists is not owned by creation";
-  EXPECT_EQ(kWaitObject0, WaitForSingleObject(mutex_, 0));
-  EXPECT_EQ(kWaitObject0, WaitForSingleObject(again, 0));
-  EXPECT_TRUE(ReleaseMutex(mutex_) && ReleaseMutex(mutex_));
-  EXPECT_EQ(kErrorNotOwner, Code(ReleaseMutex(mutex_)));
-  EXPECT_TRUE(CloseHandle(again));
-}
-
-TEST_F(MutexesTest, NamesHaveCaseAndOneKindOfObject) {
-  const auto leave = HoldElsewhere(name_);
-  const Handle other = CreateMutexW(true, u"Local\\TolvarineUpdater-Contract-MUTEX");
-  EXPECT_EQ(0u, GetLastError());
-  EXPECT_TRUE(ReleaseMutex(other) && CloseHandle(other));
-  leave(Leaving::kReleasing);
-  const std::u16string taken = u"Local\\TolvarineUpdater-Contract-Event";
-  const auto event = TakeNameByEvent(taken);
-  EXPECT_EQ(kErrorInvalidHandle, Code(CreateMutexW(false, taken.c_str()) != kNullHandle));
-}
-
-TEST_F(ProcessesTest, TheLocalTimeAndItsZoneArePossible) {
-  SystemTime now;
-  GetLocalTime(&now);
-  EXPECT_GE(now.year, 2024u);
-  EXPECT_TRUE(now.month - 1 < 12 && now.day - 1 < 31 && now.hour < 24 && now.minute < 60 &&
-              now.second < 60 && now.milliseconds < 1000);
-  TimeZoneInformation zone;
-  EXPECT_LE(GetTimeZoneInformation(&zone), kTimeZoneIdDaylight);
-  EXPECT_LE(std::abs(zone.bias), 14 * 60);
-  EXPECT_LE(std::abs(zone.daylight_bias), 60);
 }
 
 }  // namespace

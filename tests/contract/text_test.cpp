@@ -164,7 +164,6 @@ TEST_F(TextTest, CommandLinesAreSplitByTheShellsRules) {
   } rows[] = {
       {u"\"C:\\a b\\c.exe\"  \"one two\"\tthree ", {u"C:\\a b\\c.exe", u"one two", u"three"}},
       {u"\"a\\\" \\\"b", {u"a\\", u"\"b"}},
-      {u"a\"b c\" d", {u"a\"b", u"c d"}},
       {u"a \"\" b \"\"", {u"a", u"", u"b", u""}},
       {u"a \"line\none\r\n\ttwo\" x\ny", {u"a", u"line\none\r\n\ttwo", u"x\ny"}},
       {u"a b\\c\\ \\\\d", {u"a", u"b\\c\\", u"\\\\d"}},

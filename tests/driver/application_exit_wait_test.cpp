@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/simulated/objects.h"
 #include "support/update_scenes.h"
 
 namespace tolvarine::updater {
@@ -63,28 +62,6 @@ TEST(ApplicationExitWaitTest, AnswersOfThePlatformDecide) {
     EXPECT_EQ(WaitForApplicationExit(api, kId, kCreated, 60000), row.result);
     EXPECT_EQ(api.closed, std::vector<platform::Handle>(row.handle == 0 ? 0 : 1, row.handle));
     EXPECT_EQ(IsProcessWaitSafe(row.result), row.safe);
-  });
-}
-
-TEST(ApplicationExitWaitTest, ProcessIsWaitedForByIdAndCreationTime) {
-  struct Row {
-    simulated::Process process;
-    ProcessWaitResult result;
-    std::uint64_t elapsed;
-  };
-  const Row rows[] = {{{.creation_time = kCreated, .exits_after_ms = 0}, Exited, 0},
-                      {{.creation_time = kCreated, .exits_after_ms = 59999}, Exited, 59999},
-                      {{.creation_time = kCreated}, TimedOut, 60000},
-                      {{.creation_time = kCreated + 1}, IdentityChanged, 0},
-                      {{.creation_time = kCreated, .open_error = 5}, OpenFailed, 0},
-                      {{.creation_time = kCreated, .gone = true}, NotRunning, 0}};
-  ForEachRow(rows, [](const Row& row) {
-    World world;
-    world.MakeCurrent();
-    world.processes[kId] = row.process;
-    EXPECT_EQ(WaitForApplicationExit(kId, kCreated, 60000), row.result);
-    EXPECT_EQ(world.elapsed_ms, row.elapsed);
-    EXPECT_EQ(world.objects().open_handles(), 0u);
   });
 }
 

@@ -105,20 +105,16 @@ TEST(CommandLineTest, ValuesAreTakenStrictly) {
   }
 }
 
-TEST(CommandLineTest, ListsHaveTheirLimit) {
-  // A row is 67 units, twice the path, and the digits of the size.
-  const auto row = [](std::size_t length, char16_t letter, const std::u16string& size) {
-    std::u16string hex;
-    for (std::size_t i = 0; i < length; ++i) (hex += u'6') += letter;
-    return hex + u':' + size + u':' + kId + u'\n';
-  };
-  std::u16string rows = u"I1\n";
-  for (const char16_t letter : std::u16string_view(u"123456789ab")) rows += row(1000, letter, u"1");
-  const std::u16string longest = rows + row(831, u'c', u"10") + kRow;
-  const std::u16string longer = rows + row(831, u'c', u"100") + kRow;
-  ASSERT_EQ(longest.size(), 24576u);
-  EXPECT_TRUE(Accepts(With({{u"source-inventory", longest.c_str()}})));
-  EXPECT_FALSE(Accepts(With({{u"source-inventory", longer.c_str()}})));
+TEST(CommandLineTest, AListOf24576UnitsIsTaken) {
+  simulated::World world;
+  world.MakeCurrent();
+  ManagedDeletionList paths;
+  for (char16_t name = u'a'; name < u'm'; ++name) paths.emplace_back(1023, name);
+  paths.push_back(u"four");
+  const std::string list = SerializeManagedDeletionList(paths);
+  ASSERT_EQ(list.size(), 24576u);
+  const std::u16string value(list.begin(), list.end());
+  EXPECT_TRUE(Accepts(With({{u"managed-deletions", value.c_str()}})));
 }
 
 TEST(CommandLineTest, ProcessAndItsCreationTimeGoTogether) {

@@ -123,7 +123,6 @@ std::vector<Ending> Endings() {
   return {
       {Fail(Call::CommandLineToArgvW, u""), 2, arguments, false, true},
       {[](U& u) { u.world.command_line = u"updater.exe"; }, 2, arguments, false, true},
-      {[](U& u) { u.world.command_line += u" --x"; }, 2, arguments, false, true},
       {[](U& u) { u.world.command_line += u" --managed-deletions " + Path(32000, u'6'); }, 2,
        arguments, false, true},
       {[](U& u) { u.arguments.target = u.source, u.RefreshCommandLine(); }, 3,
@@ -282,22 +281,6 @@ TEST(MainSequenceTest, ExceptionsOutsideTheTransactionLeaveTheProcess) {
     EXPECT_THROW(update.Run(), std::bad_alloc);
     ExpectNothingLeftOpen(update.world);
   });
-}
-
-TEST(MainSequenceTest, RollbackWaitsForAHeldFileAndTheUpdateIsThenRepeated) {
-  SimulatedUpdate update;
-  const platform::Handle held = update.world.Hold(update.TargetPath(u"Tolvarine.exe"),
-                                                  platform::kGenericRead, platform::kFileShareRead);
-  for (int run = 0; run < 2; ++run) {
-    EXPECT_EQ(update.Run(), 5);
-    EXPECT_TRUE(BoxesOf(update).back().starts_with(kIncomplete));
-  }
-  update.world.Release(held);
-  EXPECT_EQ(RunProcess(update), 5);
-  EXPECT_EQ(BoxesOf(update), Texts{kRestored});  // Without details.
-  EXPECT_EQ(update.Target(), update.plan.baseline);
-  EXPECT_EQ(RunProcess(update), 0);
-  EXPECT_EQ(update.Target(), update.Installed());
 }
 
 }  // namespace

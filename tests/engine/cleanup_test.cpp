@@ -35,9 +35,6 @@ TEST(CleanupTest, CleanupStopsWithoutRemovingMore) {
   constexpr char kNotRolledBack[] = "Cleanup requires a completed rollback";
   const std::pair<Act, const char*> rows[] = {
       {Nothing, kNotRolledBack},
-      {LeftIn(Backup), kNotRolledBack},
-      {LeftIn(Apply), kNotRolledBack},
-      {LeftIn(Rollback), kNotRolledBack},
       {LeftIn(Committed), kNotRolledBack},
       {Both(LeftIn(RolledBack), corrupt), kCorrupt},
       {Both(LeftIn(RolledBack), way_out), "target temporary path escapes its root"}};
@@ -84,7 +81,6 @@ TEST(CleanupTest, MarkerMovesOnceAndOnlyForAnInstalledUpdate) {
       {Committed, Fail(kQuery, u"transaction"), kFinalizeFailed, kCorrupt, true},
       {None, Nothing, kFinalizeFailed, kNotInstalled, false},
       {Apply, Nothing, kFinalizeFailed, kNotInstalled, true},
-      {RolledBack, Nothing, kFinalizeFailed, kNotInstalled, true},
       {Committed, Remove(u"W\\pending.json"), kFinalizeFailed, kNoMarker, true},
       {Committed, Directory(u"W\\pending.json"), kFinalizeFailed, kNoMarker, true},
       {Committed, Fail(Call::CreateDirectoryW, Path(simulated::kUpdateId), 1, kAlways),

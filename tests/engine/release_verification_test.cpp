@@ -7,10 +7,6 @@
 namespace tolvarine::updater {
 namespace {
 
-void Verify(const SimulatedUpdate& update, const Path& root) {
-  VerifyReleaseTree(root, NormalizeSourceInventory(update.arguments.source_inventory));
-}
-
 TEST(ReleaseVerificationTest, TreeIsExactlyTheInventory) {
   constexpr char kMismatch[] = "Release source tree does not exactly match authenticated inventory";
   constexpr char kReparsePoint[] = "Release source contains a reparse point";
@@ -20,9 +16,6 @@ TEST(ReleaseVerificationTest, TreeIsExactlyTheInventory) {
   const std::pair<Act, const char*> rows[] = {
       {Directory(u"S\\empty\\too"), ""},
       {Write(u"S\\more\\file.txt"), kMismatch},
-      {Remove(u"S\\empty.dat"), kMismatch},
-      {[](U& u) { u.world.Rename(u.SourcePath(u"empty.dat"), u.SourcePath(u"void.dat")); },
-       kMismatch},
       {[](U& u) { u.world.Rename(u.SourcePath(u"empty.dat"), u.SourcePath(u"Empty.dat")); },
        kMismatch},
       {Write(u"S\\empty.dat", "x"), kMismatch},
@@ -31,6 +24,8 @@ TEST(ReleaseVerificationTest, TreeIsExactlyTheInventory) {
       {Link(u"S\\link", u"readme.txt"), kReparsePoint},
       {Both(Junction(u"S\\lib\\j", u"C:\\State"), Fail(Call::FindFirstFileExW, u"j\\*")),
        kReparsePoint},  // It is not entered.
+      {Both(Junction(u"C:\\link", u"S"), [](U& u) { u.source = u"C:\\link"; }),
+       "Release source root is a reparse point"},
       {[](U& u) { u.world.MakeReparsePoint(u.SourcePath(u"tag"), 0x80000017, false); },
        kReparsePoint},
       {[](U& u) { u.world.MakeSymbolicLink(u"\\\\?\\" + u.source + u"\\stop.", u"x", false); },
@@ -54,15 +49,10 @@ TEST(ReleaseVerificationTest, TreeIsExactlyTheInventory) {
   ForEachRow(rows, [](const auto& row) {
     SimulatedUpdate update;
     row.first(update);
-    EXPECT_EQ(FailureOf([&] { Verify(update, update.source); }), Text(update, row.second));
+    const SourceInventory inventory = NormalizeSourceInventory(update.arguments.source_inventory);
+    EXPECT_EQ(FailureOf([&] { VerifyReleaseTree(update.source, inventory); }),
+              Text(update, row.second));
   });
-}
-
-TEST(ReleaseVerificationTest, LinkIsNoRoot) {
-  SimulatedUpdate update;
-  update.world.MakeJunction(u"C:\\link", update.source);
-  EXPECT_EQ(FailureOf([&] { Verify(update, u"C:\\link"); }),
-            "Release source root is a reparse point");
 }
 
 TEST(ReleaseVerificationTest, VolumeWithoutALetterCanHoldTheRelease) {
@@ -89,10 +79,8 @@ TEST(ReleaseVerificationTest, JournalMustComeFromTheseLists) {
       {[](J& j) { j.entries[3].baseline_size = 9; }, ""},
       {[](J& j) { j.entries.pop_back(); }, kInventory},
       {[](J& j) { j.entries.erase(j.entries.begin()); }, kDeletions},
-      {[](J& j) { j.entries.erase(j.entries.begin()), j.entries.pop_back(); }, kInventory},
       {[](J& j) { j.entries[0].kind = JournalEntryKind::Install; }, kInventory},
       {[](J& j) { j.entries[1].path = u"never/here.txt"; }, kDeletions},
-      {[](J& j) { std::swap(j.entries[0], j.entries[1]); }, kDeletions},
       {[](J& j) { j.entries[5].path = u"Readme.txt"; }, kInventory},
       {[](J& j) { ++j.entries[5].size; }, kInventory},
       {[](J& j) { j.entries[5].sha256[63] ^= 1; }, kInventory}};

@@ -21,7 +21,6 @@ TEST(RollbackTest, ObstacleStopsTheRollbackAtItsEntryUntilItIsGone) {
   const Obstacle rows[] = {
       {kReadme, Write(u"B\\readme.txt", "bad"),
        "Baseline backup failed verification: |B\\readme.txt|"},
-      {kReadme, Remove(u"B\\readme.txt"), "Baseline backup failed verification: |B\\readme.txt|"},
       {kReadme, Before(Call::MoveFileExW, temporary, spoil),
        "Restored file failed verification: |T\\readme.txt|"},
       {kReadme, Fail(Call::CopyFileW, u"readme.txt", 1, kAlways),

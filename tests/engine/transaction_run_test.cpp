@@ -6,10 +6,8 @@
 #include <map>
 #include <new>
 
-#include "journal/journal_text.h"
 #include "lists/release_path.h"
 #include "support/engine_runs.h"
-#include "text/fnv1a.h"
 
 namespace tolvarine::updater {
 namespace {
@@ -137,51 +135,26 @@ TEST(TransactionRunTest, SuccessMakesItsEffectsDurableInOrder) {
   UpdatePlan plan = TypicalPlan();
   plan.target_drive = u'D';
   SimulatedUpdate update(plan);
-  // The path of each rename and removal, and what a save is about to put in place. It is read later:
-  // reading makes calls, too.
-  std::vector<std::pair<Path, std::string>> seen;
+  // Each rename and removal: a save, a copy that is in place, one installed, one deleted.
+  std::string effects;
   char16_t renamed_on = 0;
   update.world.before_call = [&](const CallRecord& call) {
     const bool forced = renamed_on == 0 || update.world.volume(renamed_on).unforced().empty();
-    EXPECT_TRUE(forced) << "not written through: " << Shown(seen.back().first);
+    EXPECT_TRUE(forced) << "not written through: " << effects;
     renamed_on = call.call == Call::MoveFileExW ? call.path[kExtendedLengthPrefix.size()] : 0;
-    if (call.call != Call::SetFileInformationByHandle && renamed_on == 0) return;
-    const bool saves = call.path.ends_with(u".new");
-    seen.emplace_back(call.path, saves ? *update.world.ReadFile(call.path) : std::string());
+    const bool removes = call.call == Call::SetFileInformationByHandle;
+    if (!removes && renamed_on == 0) return;
+    const char renamed = call.path.ends_with(u".new") ? 's' : renamed_on == u'D' ? 'i' : 'c';
+    effects.push_back(removes ? 'd' : renamed);
     for (const auto& volume : update.world.volumes()) {
       EXPECT_TRUE(volume.UnflushedFiles().empty()) << "not flushed: " << Shown(call.path);
     }
   };
   EXPECT_EQ(RunEngine(update).status, Committed);
-  update.world.before_call = nullptr;
-  std::vector<std::string> effects;
-  for (const auto& [path, record] : seen) {
-    effects.push_back(record.empty() ? NarrowPathText(path) : WhereIs(*ParseJournal(record)));
-  }
-
-  const std::vector<JournalEntry> entries = SavedRecord(update).entries;
-  const auto path = [&](const char16_t* root, const JournalEntry& entry) {
-    return NarrowPathText(LexicallyNormal(Place(update, root) + entry.path));
-  };
-  const auto renamed = [&](const char16_t* root, const JournalEntry& entry) {
-    return "\\\\?\\" + path(root, entry) + ".tolvarine-update-new";
-  };
-  std::vector<std::string> expected = {Where(Backup, 0, 0)};
-  for (std::uint64_t i = 0; i < kEntries; ++i) {
-    expected.push_back(Where(Backup, i, 0, 0, i));
-    if (entries[i].baseline_exists) expected.push_back(renamed(u"B\\", entries[i]));
-    expected.push_back(Where(Backup, i + 1, 0));
-  }
-  expected.push_back(Where(Apply, kEntries, 0));
-  for (std::uint64_t i = 0; i < kEntries; ++i) {
-    expected.push_back(Where(Apply, kEntries, i, 0, i));
-    if (i == 0) expected.push_back(path(u"T\\", entries[i]));
-    if (i > 1) expected.push_back(renamed(u"T\\", entries[i]));
-    expected.push_back(Where(Apply, kEntries, i + 1));
-  }
-  expected.push_back(Where(Committed, kEntries, kEntries));
+  // The plan and the copies, the way forward, and the end. Each entry is announced and counted.
+  std::string expected = "s scs ss ss scs ss scs scs  s sds ss sis sis sis sis sis  s";
+  std::erase(expected, ' ');
   EXPECT_EQ(effects, expected);
-  EXPECT_EQ(entries.back().path, u"Tolvarine.exe");
   EXPECT_EQ(SavedRecord(update).generation, kForwardSaves);
 }
 
@@ -357,8 +330,6 @@ TEST(TransactionRunTest, FailureBeforeARecordIsAdoptedLeavesTheTarget) {
        "Authenticated managed deletion list overlaps the release inventory"},
       {Both(LeftIn(Apply), [](U& u) { u.arguments.managed_deletions.pop_back(); }), None,
        kOtherDeletions},
-      {Write(u"S\\extra.txt"), None, kMismatch},
-      {Directory(u"T\\readme.txt"), None, "Update target entry is not a regular file"},
   });
 }
 
@@ -387,32 +358,6 @@ TEST(TransactionRunTest, RolledBackTransactionGoesForwardOnlyFromASoundBaseline)
   ExpectTrouble(
       {{cancel, RolledBack, kCancelled},  // No copy was made.
        {Both(LeftIn(RolledBack), Write(u"B\\lib\\core.dll", "bad")), RolledBack, kPlanned}});
-}
-
-// The record as the older format has it: no kinds, and another magic.
-std::string InOlderFormat(const TransactionJournal& record) {
-  std::string body = FormatJournalBody(record);
-  body.replace(0, kJournalMagic.size(), kJournalMagicVersion1);
-  for (std::size_t at = 0; (at = body.find("\nentry ", at)) != body.npos; ++at) {
-    body.erase(body.find('\n', at + 1) - 2, 2);
-  }
-  return body + "checksum " + std::to_string(Fnv1a64(body)) + "\n";
-}
-
-TEST(TransactionRunTest, OlderJournalIsContinuedWithoutDeletionsAndRewritten) {
-  UpdatePlan plan = TypicalPlan();
-  plan.deletions.clear();
-  SimulatedUpdate update(plan);
-  EXPECT_THROW(RunEngine(update, At({ApplyEntryDone, 2}, Crash)), SimulatedCrash);
-  const std::string older = InOlderFormat(SavedRecord(update));
-  Both(Write(u"X\\journal.0", older), Write(u"X\\journal.1", older))(update);
-  update.arguments.managed_deletions = {u"lib/old.dll"};
-  EXPECT_EQ(RunEngine(update).error, kOtherDeletions);
-  EXPECT_EQ(update.Transaction()[u"journal.0"], older);
-  update.arguments.managed_deletions.clear();
-  EXPECT_EQ(RunEngine(update).status, Committed);
-  EXPECT_EQ(update.Target(), update.Installed());
-  EXPECT_TRUE(update.Transaction()[u"journal.0"].starts_with(kJournalMagic));
 }
 
 }  // namespace

@@ -82,15 +82,6 @@ in peace: symlink
   EXPECT_EQ(InWords(QueryStatus(u"C:/d/file")), "not_found 64");
 }
 
-TEST_F(FileOperations, SevenCodesMeanThatNothingIsThere) {
-  std::vector<std::uint32_t> found;
-  for (std::uint32_t code = 0; code < 20'000; ++code) {
-    if (IsNotFoundError(code)) found.push_back(code);
-    EXPECT_EQ(IsNoSuchFileOrDirectory(code), IsNotFoundError(code) && code != 267);
-  }
-  EXPECT_EQ(found, (std::vector<std::uint32_t>{2, 3, 53, 64, 123, 161, 267}));
-}
-
 // --- Directories ---------------------------------------------------------------------------------
 
 TEST_F(FileOperations, OneCodeIsLeftOfTheWayToADirectory) {

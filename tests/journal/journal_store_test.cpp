@@ -177,38 +177,5 @@ TEST_F(JournalStore, AFullDiskAndABadPathLeaveTheSlots) {
   EXPECT_EQ(Save(journal), "system 1113: *, 5");
 }
 
-TEST_F(JournalStore, APowerCutAtAnyCallLeavesTheOldOrTheNewRecord) {
-  for (const std::uint64_t last : {0u, 4u}) {
-    bool cut = true;
-    for (std::uint64_t at = 1; cut; ++at) {
-      FurnishAfter(last);
-      const std::uint64_t start = world.calls();
-      world.before_call = [&](const simulated::CallRecord& record) {
-        if (record.index - start == at) world.CutPower();
-      };
-      TransactionJournal journal = Record(last);
-      try {
-        SaveJournal(kDirectory, journal);
-      } catch (const simulated::PowerCut&) {
-      }
-      world.before_call = nullptr;
-      cut = world.dead();
-      const simulated::Volume crashed = world.volume(u'C');
-      for (std::size_t changes = 0; changes <= crashed.unforced().size(); ++changes) {
-        for (const std::vector<bool>& sectors : {std::vector{true}, {false}, {true, false}}) {
-          simulated::Volume& disk = world.volume(u'C') = crashed;
-          std::map<simulated::NodeId, simulated::ContentSurvival> survival;
-          for (const simulated::NodeId file : disk.UnflushedFiles()) survival[file] = {sectors};
-          disk.CutPower(changes, survival);
-          world.Restart();
-          SCOPED_TRACE("cut at call " + std::to_string(at) + ", changes " +
-                       std::to_string(changes));
-          ExpectLoad(last, !cut);
-        }
-      }
-    }
-  }
-}
-
 }  // namespace
 }  // namespace tolvarine::updater

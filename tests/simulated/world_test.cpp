@@ -67,33 +67,5 @@ TEST_F(WorldTest, CallsAfterThePowerCutThrowOrChangeNothing) {
   EXPECT_TRUE(Move(u"C:\\b", 0)) << "a handle outlived the power cut";
 }
 
-TEST_F(WorldTest, PlannedFailureComesAtItsOccurrences) {
-  world.Plan(
-      {.call = Call::DeleteFileW, .first = 2, .times = 2, .code = 32, .path_suffix = u"\\X"});
-  const auto code_of_delete = [&](const char16_t* path) {
-    return platform::DeleteFileW(path) ? 0 : world.last_error;
-  };
-  EXPECT_EQ(code_of_delete(u"C:\\x"), 2u);
-  EXPECT_EQ(code_of_delete(u"C:\\y"), 2u);  // Does not count.
-  EXPECT_EQ(code_of_delete(u"C:\\x"), 32u);
-  EXPECT_EQ(code_of_delete(u"C:\\x"), 32u);
-  EXPECT_EQ(code_of_delete(u"C:\\x"), 2u);
-}
-
-TEST_F(WorldTest, PartialFailuresMoveAsMuchAsPlanned) {
-  world.Plan({.call = Call::CopyFileW, .code = 23, .partial = 3});
-  EXPECT_FALSE(platform::CopyFileW(u"C:\\a", u"C:\\copy", true));
-  EXPECT_EQ(world.last_error, 23u);
-  EXPECT_EQ(world.ReadFile(u"C:\\copy"), "con");
-  world.Plan({.call = Call::WriteFile, .partial = 2});
-  const platform::Handle file =
-      platform::CreateFileW(u"C:\\w", platform::kGenericWrite, 0, platform::kCreateNew, 0);
-  std::uint32_t written = 0;
-  EXPECT_TRUE(platform::WriteFile(file, "abcd", 4, &written));
-  EXPECT_EQ(written, 2u);
-  platform::CloseHandle(file);
-  EXPECT_EQ(world.ReadFile(u"C:\\w"), "ab");
-}
-
 }  // namespace
 }  // namespace tolvarine::updater::simulated

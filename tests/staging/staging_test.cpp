@@ -65,16 +65,6 @@ Furnishing File(std::u16string_view name) {
   return [=](World& at) { at.WriteFile(Path(u"\\\\?\\") + JoinPath(kRelease, name), "y"); };
 }
 
-Furnishing HardLink() {
-  return [](World& at) { at.MakeHardLink(JoinPath(kRelease, u"Tolvarine.exe"), u"C:\\second"); };
-}
-
-Furnishing Writer() {
-  return [](World& at) {
-    at.Hold(JoinPath(kRelease, u"Tolvarine.exe"), platform::kGenericWrite, platform::kFileShareAll);
-  };
-}
-
 // What is done to a release that is fit, and what is then said about it.
 const std::pair<Furnishing, Problems> kTreeCases[] = {
     {[](World&) {}, {}},
@@ -95,8 +85,12 @@ const std::pair<Furnishing, Problems> kTreeCases[] = {
      {"\"lib\" is a link or another reparse point."}},
     {[](World& at) { at.MakeReparsePoint(JoinPath(kRelease, u"cloud"), 0x9000001A, false); },
      {"\"cloud\" is a link or another reparse point."}},
-    {HardLink(), {"\"Tolvarine.exe\" has 2 names (hard links), a release file must have one."}},
-    {Writer(),
+    {[](World& at) { at.MakeHardLink(JoinPath(kRelease, u"Tolvarine.exe"), u"C:\\second"); },
+     {"\"Tolvarine.exe\" has 2 names (hard links), a release file must have one."}},
+    {[](World& at) {
+       at.Hold(JoinPath(kRelease, u"Tolvarine.exe"), platform::kGenericWrite,
+               platform::kFileShareAll);
+     },
      {"\"Tolvarine.exe\" cannot be locked and read: Could not lock release source: The process "
       "cannot access the file because it is being used by another process."}},
     // A volume folds unit by unit, the updater character by character: two files, one key.
@@ -155,32 +149,11 @@ TEST_F(Staging, AllProblemsAreToldAtOnce) {
   EXPECT_EQ(problems[2], "There are 1002 files, 2 more than the 1000 that an update may have.");
 }
 
-// A release, or deletions, whose text has exactly this many bytes.
-FileSet FilesWithText(std::size_t bytes) {
-  constexpr std::size_t kHeader = 3;
-  constexpr std::size_t kRow = 68;  // Colons, newline, digest and a size of one digit.
-  constexpr std::size_t kName = 80;
-  FileSet files;
-  bytes -= kHeader + kRow + 2 * std::string_view("Tolvarine.exe").size();
-  char16_t number = 0x4E00;  // Three bytes each, and no case.
-  const auto add = [&](std::size_t length, std::size_t size) {
-    files[std::u16string(1, number++) + std::u16string(length - 3, u'n')] = std::string(size, 's');
-  };
-  for (; bytes > 2 * (kRow + 2 * kName); bytes -= kRow + 2 * kName) add(kName, 1);
-  const std::size_t odd = bytes % 2;  // Made up for by a size of two digits.
-  add((bytes - kRow - odd) / 2, odd == 0 ? 1 : 10);
+// One hundred files whose list is as long as it may be, if the size of the last one has two digits.
+FileSet FullestList(std::size_t last_size) {
+  FileSet files = {{Path(127, u'n'), std::string(last_size, 's')}};
+  for (char16_t i = 0; i < 99; ++i) files[Path(1, 0x4E00 + i) + Path(85, u'n')] = "s";
   return files;
-}
-
-TEST_F(Staging, ListTextOf24576BytesIsFitAndOneMoreIsNot) {
-  FurnishRelease(FilesWithText(kListTextByteLimit));
-  EXPECT_EQ(Check(), Problems{});
-  EXPECT_EQ(SerializeSourceInventory(InventoryOf(Path(kRelease))).size(), kListTextByteLimit);
-
-  world.Remove(kRelease);
-  FurnishRelease(FilesWithText(kListTextByteLimit + 1));
-  EXPECT_EQ(Check(), Problems{"The list of the release's files takes 24577 bytes, 1 more than the "
-                              "24576 that fit on the command line."});
 }
 
 // Each takes a row of 2 * length + 1 bytes.
@@ -192,16 +165,19 @@ ManagedDeletionList Deletions(char16_t count, std::size_t length) {
   return deletions;
 }
 
-TEST_F(Staging, DeletionTextOf24576BytesIsFitAndOneMoreIsNot) {
-  FurnishRelease();
+TEST_F(Staging, AListOf24576BytesIsFitAndOneMoreIsNot) {
+  const std::string too_long =
+      " takes 24577 bytes, 1 more than the 24576 that fit on the command line.";
   ManagedDeletionList deletions = Deletions(12, 1023);
   deletions.push_back(u"1234");  // 3 + 12 * 2047 + 9 = 24576.
-  EXPECT_EQ(SerializeManagedDeletionList(deletions).size(), kListTextByteLimit);
+  FurnishRelease(FullestList(10));
   EXPECT_EQ(Check(deletions), Problems{});
+  EXPECT_EQ(SerializeSourceInventory(InventoryOf(Path(kRelease))).size(), kListTextByteLimit);
   deletions.back() = u"12";  // Two rows of 5 for the one of 9.
   deletions.push_back(u"34");
-  EXPECT_EQ(Check(deletions), Problems{"The list of deletions takes 24577 bytes, 1 more than the "
-                                       "24576 that fit on the command line."});
+  FurnishRelease(FullestList(100));
+  EXPECT_EQ(Check(deletions), (Problems{"The list of the release's files" + too_long,
+                                        "The list of deletions" + too_long}));
 }
 
 // --- Places and the command line -----------------------------------------------------------------
@@ -234,7 +210,7 @@ TEST_F(Staging, CommandLineOfMoreThan32767UnitsIsTold) {
   EXPECT_EQ(CheckCommandLine(Path(32767, u'x')).size(), 1u);
 
   // Each list is within its own limit, and both together are not.
-  FurnishRelease(FilesWithText(kListTextByteLimit));
+  FurnishRelease(FullestList(10));
   request.deletions = Deletions(10, 150);
   EXPECT_EQ(PlanUpdate(request).problems, Problems{});
   request.deletions = Deletions(30, 150);
@@ -245,18 +221,13 @@ TEST_F(Staging, CommandLineOfMoreThan32767UnitsIsTold) {
 }
 
 TEST_F(Staging, QuotedArgumentsComeBackAsTheyWere) {
-  SeededRandom random;
-  for (int i = 0; i < 2000; ++i) {
-    std::u16string argument;
-    for (std::size_t length = random.Below(12); length > 0; --length) {
-      argument.push_back(random.OneOf(std::u16string_view(u"\\\\\\\"\" \t\na\x00E9\xD83D")));
-    }
-    const std::u16string line =
-        u"program " + QuoteArgument(argument) + u" " + QuoteArgument(u"end");
+  for (const Path argument : {u"", u"a b", u"\t\n", u"\"", u"a\\", u"\\\\a\\ b\\\\", u"\\\"",
+                              u"\\\\\" \"\\", u"\u00E9\xD83D\"\""}) {
+    const Path line = u"program " + QuoteArgument(argument) + u" " + QuoteArgument(u"end");
     std::int32_t count = 0;
     char16_t** const arguments = platform::CommandLineToArgvW(line.c_str(), &count);
     ASSERT_EQ(count, 3) << Shown(line);
-    EXPECT_EQ(std::u16string(arguments[1]), argument) << Shown(line);
+    EXPECT_EQ(Path(arguments[1]), argument) << Shown(line);
     platform::LocalFree(arguments);
   }
 }
@@ -327,22 +298,14 @@ TEST_F(Staging, WhateverFailsTheStageIsWholeOrAbsentAndStagingGoesOnLater) {
 
 TEST_F(Staging, DirectoriesThatOverlapAreToldBeforeAnythingIsMade) {
   FurnishUpdate();
-  StagingRequest bad = request;
-  bad.update_id[0] = u'F';
-  EXPECT_EQ(StageUpdate(bad).problems.size(), 1u);
-  bad = request;
-  bad.state_root = JoinPath(kRelease, u"state");
-  EXPECT_EQ(StageUpdate(bad).problems.size(), 1u);
-  bad.state_root = JoinPath(kTarget, u"state");
-  EXPECT_EQ(StageUpdate(bad).problems,
-            Problems{Quoted(JoinPath(bad.state_root, request.install_key)) +
-                     " lies inside the installation."});
-  bad = request;
-  bad.target = layout.workspace;
-  EXPECT_EQ(StageUpdate(bad).problems.size(), 1u);
-  EXPECT_FALSE(world.Exists(layout.state));
-  EXPECT_FALSE(world.Exists(bad.state_root));
-  EXPECT_FALSE(world.Exists(JoinPath(kTarget, u"state")));
+  const auto before = world.Tree(u"C:\\");
+  StagingRequest bad[] = {request, request, request, request};
+  bad[0].update_id[0] = u'F';
+  bad[1].state_root = JoinPath(kRelease, u"state");
+  bad[2].state_root = JoinPath(kTarget, u"state");
+  bad[3].target = layout.workspace;
+  for (const StagingRequest& each : bad) EXPECT_EQ(StageUpdate(each).problems.size(), 1u);
+  EXPECT_EQ(world.Tree(u"C:\\"), before);
 }
 
 TEST_F(Staging, DeletionsAreWhatAnEarlierReleaseHadAlone) {

@@ -1,12 +1,9 @@
-// What the tests of the lower floors stand on: a simulated machine for the length of one test,
-// random numbers for properties, and tables of paths.
+// What the tests of the lower floors stand on: a simulated machine for the length of one test, and
+// tables of paths.
 
 #pragma once
 
 #include <algorithm>
-#include <cstdint>
-#include <cstdlib>
-#include <random>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -33,27 +30,6 @@ class Machine : public testing::Test {
   }
 
   simulated::World world;
-};
-
-// The same numbers in every run unless TOLVARINE_SEED says otherwise; a failure shows the seed.
-class SeededRandom {
- public:
-  std::size_t Below(std::size_t bound) { return engine_() % bound; }
-
-  template <typename Items>
-  auto OneOf(const Items& items) {
-    return items[Below(std::size(items))];
-  }
-
- private:
-  static std::uint64_t Seed() {
-    const char* const told = std::getenv("TOLVARINE_SEED");
-    return told == nullptr ? 20260301 : std::strtoull(told, nullptr, 10);
-  }
-
-  std::uint64_t seed_ = Seed();
-  std::mt19937_64 engine_{seed_};
-  testing::ScopedTrace trace_{__FILE__, __LINE__, "TOLVARINE_SEED=" + std::to_string(seed_)};
 };
 
 // What stands between separators, without the blanks and line ends around it.

@@ -58,13 +58,20 @@ TEST(PathAlgebra, JoinTakesTheRightSideAsSeenFromTheLeft) {
       \\s\x + /a = \\s/a;     C:\x + C:\a = C:\a;      C:\x + \\s\a = \\s\a;  x\y + \a = \a;)");
 }
 
-TEST(PathAlgebra, NormalFormsAreKnown) {
-  ExpectEach(LexicallyNormal,
+TEST(PathAlgebra, NormalFormsAreKnownAndStayAsTheyAre) {
+  const auto normal = [](PathView path) {
+    const Path once = LexicallyNormal(path);
+    EXPECT_EQ(LexicallyNormal(once), once);
+    return once;
+  };
+  ExpectEach(normal,
              uR"(
       ~ = ~;          . = .;          ./ = .;         a\.. = .;       a\b\.. = a\;    a\. = a\;
       a//b/ = a\b\;   ..\a = ..\a;    ..\ = ..;       C:/..//a = C:\a;                C:a\.. = C:;
       a\..\..\b\..\.. = ..\..;        C:\a\..\.. = C:\;               C:../a = C:..\a;
-      //s/./a/../b = \\s\b;           //?/C:/a/../b = \\?\C:\b;       ...\a.\.b = ...\a.\.b;)");
+      //s/./a/../b = \\s\b;           //?/C:/a/../b = \\?\C:\b;       ...\a.\.b = ...\a.\.b;
+      a\.\.\..\b\ = b\;               ..\.. = ..\..;    ..\a\.. = ..;                a\..\ = .;
+      a\b\..\..\c\.. = .;              \..\a\.\ = \a\;   .\..\. = ..;                 \. = \;)");
 }
 
 TEST(PathAlgebra, RelativeFormsAreKnown) {
@@ -86,100 +93,6 @@ TEST(PathAlgebra, ExtendedFormIsForAbsolutePaths) {
       C:/a/b = \\?\C:\a\b;    //srv/share/x = \\?\UNC\srv\share\x;    C:\a\..\b = \\?\C:\a\..\b;
       \\?\C:\x = \\?\C:\x;    //?/C:/x = \\?\C:\x;                    a/b = a\b;
       C:a = C:a;              /a = \a;                                ~ = ~;)");
-}
-
-// --- The slow way: the rules one by one, on the text itself --------------------------------------
-
-std::size_t SlowRootNameLength(const Path& path) {
-  const auto slash = [&](std::size_t i) { return i < path.size() && IsSeparator(path[i]); };
-  if (path.size() < 2) return 0;
-  if (PathView(u"abC").find(path[0]) != PathView::npos && path[1] == u':') return 2;
-  if (!slash(0)) return 0;
-  const bool fourth_alone = slash(3) && !slash(4);
-  if (fourth_alone && slash(1) && (path[2] == u'?' || path[2] == u'.')) return 3;
-  if (fourth_alone && path[1] == u'?' && path[2] == u'?') return 3;
-  if (slash(1) && path.size() > 2 && !slash(2)) {
-    return std::min(path.find_first_of(u"\\/", 2), path.size());
-  }
-  return 0;
-}
-
-// Where a component begins that `matches`, as (start, length); npos where none does.
-template <typename Matches>
-std::pair<std::size_t, std::size_t> FindComponent(const Path& text, Matches matches) {
-  for (std::size_t start = 0; start < text.size();) {
-    const std::size_t end = std::min(text.find(u'\\', start), text.size());
-    if (matches(text.substr(start, end - start), text.substr(end))) return {start, end - start};
-    start = end + 1;
-  }
-  return {Path::npos, 0};
-}
-
-Path SlowNormal(const Path& path) {
-  if (path.empty()) return path;
-  const std::size_t name = SlowRootNameLength(path);
-  const std::size_t relative = std::min(path.find_first_not_of(u"\\/", name), path.size());
-  Path root = path.substr(0, name);
-  Path text = path.substr(relative);
-  for (Path* part : {&root, &text}) std::ranges::replace(*part, u'/', u'\\');
-  if (relative > name) root.push_back(u'\\');
-  for (std::size_t at; (at = text.find(u"\\\\")) != Path::npos;) text.erase(at, 1);
-
-  const auto dot = [](const Path& component, const Path&) { return component == u"."; };
-  for (std::size_t at; (at = FindComponent(text, dot).first) != Path::npos;) text.erase(at, 2);
-  const auto undone = [](const Path& component, const Path& rest) {
-    return component != u".." && (rest == u"\\.." || rest.starts_with(u"\\..\\"));
-  };
-  for (;;) {
-    const auto [at, length] = FindComponent(text, undone);
-    if (at == Path::npos) break;
-    text.erase(at, length + 4);
-  }
-  while (relative > name && (text == u".." || text.starts_with(u"..\\"))) text.erase(0, 3);
-  if (text == u"..\\" || text.ends_with(u"\\..\\")) text.pop_back();
-  return root.empty() && text.empty() ? u"." : root + text;
-}
-
-Path RandomPath(SeededRandom& random) {
-  Path path;
-  for (std::size_t length = random.Below(14); length > 0; --length) {
-    path.push_back(random.OneOf(PathView(u"\\\\//....abC:?")));
-  }
-  return path;
-}
-
-TEST(PathAlgebra, NormalFormsAreThoseOfTheSlowWayAndStayAsTheyAre) {
-  SeededRandom random;
-  for (int i = 0; i < 100'000; ++i) {
-    const Path path = RandomPath(random);
-    const Path normal = LexicallyNormal(path);
-    ASSERT_EQ(normal, SlowNormal(path)) << Shown(path);
-    ASSERT_EQ(DividePath(path).root_name.size(), SlowRootNameLength(path)) << Shown(path);
-    // Text alone can make a root of what was none: ".\C:." is "C:.", which is a drive and a dot.
-    if (SlowRootNameLength(normal) == SlowRootNameLength(path)) {
-      ASSERT_EQ(LexicallyNormal(normal), normal) << Shown(path);
-    }
-  }
-}
-
-TEST(PathAlgebra, JoiningARelativeFormLeadsBack) {
-  SeededRandom random;
-  const PathView roots[] = {uR"(C:\)", uR"(\\s\)", uR"(\\?\C:\)"};
-  const PathView names[] = {u"a", u"b", u"..."};
-  for (int i = 0; i < 20'000; ++i) {
-    const PathView root = random.OneOf(roots);
-    const auto below_root = [&] {
-      Path path(root);
-      for (std::size_t n = random.Below(5); n > 0; --n) path = JoinPath(path, random.OneOf(names));
-      return random.Below(4) == 0 ? JoinPath(path, u"") : path;
-    };
-    const Path path = below_root();
-    const Path base = below_root();
-    // A separator at the end is the one thing that is lost or gained on the way.
-    const Path back = LexicallyNormal(JoinPath(base, LexicallyRelative(path, base)));
-    ASSERT_EQ(LexicallyNormal(JoinPath(back, u"")), LexicallyNormal(JoinPath(path, u"")))
-        << Shown(path) << " from " << Shown(base);
-  }
 }
 
 }  // namespace
