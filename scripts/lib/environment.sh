@@ -73,6 +73,13 @@ build_host() {
   build_preset host "$@"
 }
 
+# build_release [TARGET...]: the native build at full speed, with the benchmarks, in
+# build/host-release.
+build_release() {
+  need_packages g++ cmake ninja-build googletest libgtest-dev libbenchmark-dev || return
+  build_preset host-release "$@"
+}
+
 # build_windows [TARGET...]: the Windows program with its tests, in build/windows.
 build_windows() {
   need_packages g++-mingw-w64-x86-64-posix cmake ninja-build googletest || return
