@@ -107,12 +107,23 @@ TEST(CleanupTest, MarkerMovesOnceAndOnlyForAnInstalledUpdate) {
   });
 }
 
+// Committed in the slot that an enumeration gives first, and an older phase in the other.
+void CommittedInTheFirstSlot(SimulatedUpdate& update) {
+  LeftIn(Committed)(update);
+  TransactionJournal record = SavedRecord(update);
+  for (const TransactionPhase phase : {Apply, Apply, Committed}) {
+    record.phase = phase;
+    SaveJournal(update.layout.transaction, record);
+  }
+  ASSERT_EQ(record.generation % 2, 0u);
+}
+
 // A removal that is cut short anywhere leads no later run back to a backup that is gone.
 TEST(CleanupTest, SlotThatSaysCommittedGoesLast) {
   TransactionPhase phase = Committed;
   for (std::uint64_t removals = 0; phase == Committed; ++removals) {
     SimulatedUpdate update;
-    LeftIn(Committed)(update);
+    CommittedInTheFirstSlot(update);
     Fail(Call::SetFileInformationByHandle, u"", removals + 1, kAlways)(update);
     EXPECT_EQ(FinalizeUpdateMarkers(Markers(update), nullptr), kMarkerMoved);
     const JournalLoadResult loaded = LoadJournal(update.layout.transaction);
