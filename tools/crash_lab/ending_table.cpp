@@ -56,6 +56,13 @@ bool LogTells(const RunEnd& end) {
 
 }  // namespace
 
+std::string Judge::FaultOfSuccess(const RunEnd& end, const Image& after) const {
+  if (!end.boxes.empty() || end.starts.size() != 1) return "exit 0 with a box or no restart";
+  if (!MarkerMoved(after)) return "exit 0 and the markers are not moved";
+  const bool disturbed = end.disturbance != Disturbance::kNone;
+  return Find(after, archive_) != nullptr && !disturbed ? "exit 0 and the archive stays" : "";
+}
+
 std::string Judge::FaultOfFailure(const RunEnd& end, const Image& after) const {
   const auto one_box = [&](std::u16string_view text) {
     return end.boxes.size() == 1 && IsBox(end.boxes[0], kErrorTitle, kErrorIcon, text);
@@ -77,10 +84,7 @@ std::string Judge::TableFault(const RunEnd& end, const Image& after) const {
   if (installs && !IsNearlyInstalled(after)) return "exit 0, 6 or 7 and not installed";
   switch (end.exit_code) {
     case 0:
-      if (!end.boxes.empty() || end.starts.size() != 1) return "exit 0 with a box or no restart";
-      if (!MarkerMoved(after)) return "exit 0 and the markers are not moved";
-      if (Find(after, archive_) != nullptr && !disturbed) return "exit 0 and the archive stays";
-      return {};
+      return FaultOfSuccess(end, after);
     case 5:
       return FaultOfFailure(end, after);
     case 6:

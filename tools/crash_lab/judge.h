@@ -99,6 +99,7 @@ class Judge {
   void CheckTable(const RunEnd& end, const Image& after, Figures& figures);
   // What of the table of endings a run breaks, in words; empty for nothing.
   [[nodiscard]] std::string TableFault(const RunEnd& end, const Image& after) const;
+  [[nodiscard]] std::string FaultOfSuccess(const RunEnd& end, const Image& after) const;
   [[nodiscard]] std::string FaultOfFailure(const RunEnd& end, const Image& after) const;
   [[nodiscard]] bool IsOfNoConcern(const std::u16string& key) const;
   [[nodiscard]] bool IsExempt(const std::u16string& key) const;
