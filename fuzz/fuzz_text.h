@@ -131,8 +131,8 @@ std::string Shown(const std::vector<std::basic_string<Unit>>& lines) {
 }
 inline std::string Shown(bool value) { return value ? "yes" : "no"; }
 
-// Ends the run where a law does not hold for the inputs. What is expected may be of another type than
-// what was got.
+// Ends the run where a law does not hold for the inputs. What is expected may be of another type
+// than what was got.
 template <typename Expected, typename Got, typename... Inputs>
 void ExpectSame(const char* law, const Expected& expected, const Got& got,
                 const Inputs&... inputs) {

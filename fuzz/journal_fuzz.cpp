@@ -1,5 +1,6 @@
-// The journal reader. An input is a journal's body, with or without a checksum line; it is tried as
-// it is, and under the checksum that it should have, without which nothing would be read.
+// The journal's text. An input that begins as a journal does is tried as one: as it is, and under
+// the checksum that it should have, without which nothing would be read. Of any other input a record
+// is made, and written.
 
 #include <algorithm>
 #include <set>
@@ -88,11 +89,16 @@ void ExpectSound(const TransactionJournal& journal, const std::string& text) {
   }
 }
 
-void ExpectDamageIsSeen(std::string text) {
-  const std::uint64_t chance = Fnv1a64(text);
-  const std::size_t at = chance % text.size();
-  text[at] = static_cast<char>(text[at] ^ static_cast<char>(1 + (chance >> 32U) % 255));
-  Expect("a damaged byte is seen", !Read(text), text);
+// A digit that became another one is what a reader would least see by itself.
+void ExpectDamageIsSeen(const std::string& text) {
+  const std::size_t chance = Fnv1a64(text) % text.size();
+  std::size_t digit = text.find_first_of("0123456789", chance);
+  for (int i = 0; i < 4 && digit != std::string::npos; ++i) {
+    std::string damaged = text;
+    damaged[digit] = damaged[digit] == '1' ? '2' : '1';
+    Expect("a damaged byte is seen", !Read(damaged), damaged);
+    digit = text.find_first_of("0123456789", digit + 1);
+  }
 }
 
 void ExpectLaws(const std::string& text) {
@@ -138,8 +144,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   using namespace tolvarine::updater::fuzz;
   Machine();
   const std::string_view bytes = Bytes(data, size);
-  ExpectWrittenIsRead(bytes);
-  ExpectLaws(std::string(bytes));
-  ExpectLaws(Sealed(bytes.substr(0, bytes.rfind("checksum "))));
+  if (bytes.starts_with("TOLVARINE")) {
+    ExpectLaws(std::string(bytes));
+    ExpectLaws(Sealed(bytes.substr(0, bytes.rfind("checksum "))));
+  } else {
+    ExpectWrittenIsRead(bytes);
+  }
   return 0;
 }

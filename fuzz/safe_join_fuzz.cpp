@@ -1,5 +1,5 @@
-// The gate through which relative paths go. The first line of an input chooses a root, the second is
-// the relative path. What passes is judged by what happens when a file is made there: on a disk
+// The gate through which relative paths go. The first line of an input chooses a root, the second
+// is the relative path. What passes is judged by what happens when a file is made there: on a disk
 // with links that lead out, nothing outside of the root may change.
 
 #include <algorithm>
