@@ -1,6 +1,6 @@
 // The journal's text. An input that begins as a journal does is tried as one: as it is, and under
-// the checksum that it should have, without which nothing would be read. Of any other input a record
-// is made, and written.
+// the checksum that it should have, without which nothing would be read. Of any other input a
+// record is made, and written.
 
 #include <algorithm>
 #include <set>
