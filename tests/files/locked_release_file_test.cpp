@@ -90,7 +90,9 @@ TEST_F(LockedRelease, TheWholeFileIsHashedAndCanBeReadAgain) {
       {65536, "bf718b6f653bebc184e1479f1935b8da974d701b893afcf49e701f3e2f9f9c5a"},
       {65537, "008ffc88d3c96a9f307524eb361e47c5222a887fc45fa0c1fb8d429c5c23b430"},
   };
-  for (const auto& [size, digest] : table) {
+  for (const auto& row : table) {
+    const auto& size = row.first;
+    const auto& digest = row.second;
     world.WriteFile(kFile, std::string(size, 'a'));
     const LockedReleaseFile file(kFile);
     world.ClearFaults();

@@ -115,22 +115,22 @@ std::vector<Campaign> CampaignsOf(const Scenario& scenario, const Round& round) 
   // Whether the state lies on a volume of its own changes nothing where nothing is lost.
   const bool forward = scenario.runs.front().entrance == Entrance::kMainSequence;
   if (HasTwoVolumes(scenario) || !forward) return {};
-  std::vector<Campaign> campaigns = {{"calls fail", BreakCalls, round.broken}};
-  if (!scenario.runs.front().faults.empty()) return campaigns;
-  if (!scenario.prepare && !scenario.plan.baseline.empty()) {
+  std::vector<Campaign> campaigns;
+  const bool undisturbed = scenario.runs.front().faults.empty();
+  if (undisturbed && !scenario.prepare && !scenario.plan.baseline.empty()) {
     campaigns.push_back({"an adversary", Interfere, round.acts});
   }
-  campaigns.push_back({"damage", Damage, round.blows});
+  campaigns.push_back({"calls fail", BreakCalls, round.broken});
+  if (undisturbed) campaigns.push_back({"damage", Damage, round.blows});
   return campaigns;
 }
 
-// A thorough scenario's campaigns go side by side in slices, so that whatever one of them finds is
-// found soon.
+// A thorough scenario's campaigns go in slices, so that all processors have a share of each.
 void AddCampaigns(const Scenario& scenario, const Round& round, std::vector<Job>& jobs) {
   constexpr std::uint64_t kSlices = 4;
   const std::uint64_t slices = scenario.thorough ? kSlices : 1;
-  for (std::uint64_t slice = 0; slice < slices; ++slice) {
-    for (Campaign& campaign : CampaignsOf(scenario, round)) {
+  for (Campaign& campaign : CampaignsOf(scenario, round)) {
+    for (std::uint64_t slice = 0; slice < slices; ++slice) {
       std::string name = scenario.name + ": " + campaign.name;
       if (slices > 1) name += ", " + std::to_string(slice + 1) + "/" + std::to_string(slices);
       campaign.bounds.slice = slice;
@@ -141,21 +141,23 @@ void AddCampaigns(const Scenario& scenario, const Round& round, std::vector<Job>
   }
 }
 
-void AddExplorations(const std::vector<Scenario>& scenarios, bool two_volumes, bool weak,
-                     const Round& round, std::vector<Job>& jobs) {
-  for (const Scenario& scenario : scenarios) {
-    if (HasTwoVolumes(scenario) != two_volumes) continue;
-    jobs.push_back({scenario.name,
-                    [=] { return Explorer(scenario, round.bounds, round.seed, weak).Explore(); }});
-  }
+Job Exploration(const Scenario& scenario, bool weak, const Round& round) {
+  return {scenario.name,
+          [=] { return Explorer(scenario, round.bounds, round.seed, weak).Explore(); }};
 }
 
-// What finds most comes first.
+// What finds most comes first: the cuts on one volume, then all of the thorough scenario.
 std::vector<Job> JobsOf(const std::vector<Scenario>& scenarios, const Round& round) {
   std::vector<Job> jobs;
-  AddExplorations(scenarios, false, false, round, jobs);
-  AddExplorations(scenarios, true, false, round, jobs);
-  for (const Scenario& scenario : scenarios) AddCampaigns(scenario, round, jobs);
+  std::vector<Job> later;
+  for (const Scenario& scenario : scenarios) {
+    const bool early = scenario.thorough || !HasTwoVolumes(scenario);
+    (early ? jobs : later).push_back(Exploration(scenario, false, round));
+  }
+  for (const Scenario& scenario : scenarios) {
+    AddCampaigns(scenario, round, scenario.thorough ? jobs : later);
+  }
+  jobs.insert(jobs.end(), later.begin(), later.end());
   return jobs;
 }
 
@@ -181,7 +183,9 @@ void ExploreWeakerModel(const std::vector<Scenario>& scenarios, const Round& rou
   std::printf("\nweaker model: a write-through rename returns before it is on the medium\n");
   for (const bool apart : {false, true}) {
     std::vector<Job> jobs;
-    AddExplorations(scenarios, apart, true, round, jobs);
+    for (const Scenario& scenario : scenarios) {
+      if (HasTwoVolumes(scenario) == apart) jobs.push_back(Exploration(scenario, true, round));
+    }
     if (jobs.empty()) continue;
     const Figures figures = RunJobs(jobs, Processors());
     TellWhatHolds(apart ? "on two volumes" : "on one volume", figures);
