@@ -96,6 +96,7 @@ TEST_F(CanonicalPath, InsideMeansTheSameFormTheSameSpellingAndWholeComponents) {
       C:\a\... + C:\a = yes;          \\s\x\y + \\s\x = yes;          \\?\C:\a\b + \\?\C:\a = yes;
       C:\ab + C:\a = no;              C:\a + C:\a\b = no;             C:\a\b + C:\A = no;
       D:\a + C:\a = no;               C:\a + \\?\C:\a = no;           \\?\C:\a + \\?\D:\a = no;
+      \\s\x + \\s = yes;              \\s\??\a + \\s = no;
       \\s\y + \\s\x = no;             C:\a\D:x + C:\a = no;           a + C:\ = no;   ~ + C:\ = no;)");
 }
 

@@ -37,6 +37,8 @@ TEST_F(Failures, AFilesystemErrorAlwaysHasItsPathAndTheRightCode) {
     *page = 65001;
     EXPECT_EQ(Status(u"\u0141\xd800"), "filesystem 5: status: *: \"\xc5\x81\xef\xbf\xbd\"");
   }
+  Fail(Call::WideCharToMultiByte, 8, {}, 1, kForever);
+  EXPECT_EQ(Status(u"a"), "filesystem 5: status: *: \"\"");
   Fail(Call::FormatMessageA, 8);  // It disturbs the last error.
   world.last_error = 32;
   EXPECT_EQ(Raised([] { RaiseLastError("Could not lock it"); }), "system 32: Could not lock it: *");

@@ -103,7 +103,7 @@ TEST_F(FileOperations, OneCodeIsLeftOfTheWayToADirectory) {
       \\?\C:\p\q = \\?\C:\p, \\?\C:\p\q, 0;
       \\s\share\a = \\s\share, \\s\share\a, 0;
       C:/d/junction/a = C:/d, C:/d/junction, C:/d/junction/a, 0;
-      C:/d/dangling = C:/d, C:/d/dangling, 3;
+      C:/d/dangling = C:/d, C:/d/dangling, 3;     C:\D:x = C:\D:x, 123;
       C:/d/file/a/b = C:/d, C:/d/file, C:/d/file/a, C:/d/file/a/b, 183;
       C:/d/file = C:/d, C:/d/file, 183;)");
   // Forgotten where the deepest is there in the end; else the last one that is no absence.

@@ -133,7 +133,11 @@ TEST_F(JournalText, ASoundChecksumDoesNotMakeAJournal) {
       {"backup 2", {"backup 3"}},
       {"apply 1", {"apply 3"}},
       {"rollback 0", {"rollback 3"}},
-      {"intent 2 1", {"intent 4 0", "intent 2 2", "intent 2", "intent 2x1", "intent 2 1 0"}},
+      {"intent 2 1",
+       {"intent 4 0", "intent 2 2", "intent 2", "intent 2x1",
+        "intent 2\x01"
+        "1",
+        "intent 2 1 0"}},
       {"tent 2 1", {"tent 4294967296 1", "tent 0 18446744073709551616"}},
       {"error ", {"error", "error 6", "error 6x"}},
       {"entries 2", {"entries 1", "entries 3", "entries 100001"}},

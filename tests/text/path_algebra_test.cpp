@@ -38,6 +38,7 @@ TEST(PathAlgebra, ElementsAreTheRootsAndTheComponents) {
   ExpectEach(elements,
              uR"(
       C:\a//b\ = <C:><\><a><b><>.;  \\s\x = <\\s><\><x>x.;  a = <a>a.;
+      \?a\x = <\><?a><x>x.;
       //a\ = <//a><\>.;             C:a = <C:><a>a.;        ~ = .;)");
 }
 
@@ -84,6 +85,7 @@ TEST(PathAlgebra, RelativeFormsAreKnown) {
       a + \a = ~;                 a + .. = ~;                     a + a\.. = ~;
       a\b + a\..\c = b;           C:\a\D:x + C:\a = ~;            C:\a + C:\D:x = ~;
       \\s\x\a + \\s\x = a;        \\s\x + \\s = \x;               \\?\C:\a\b + \\?\C:\a = b;
+      \a + a = \a;                //s/x/a + \\s\x = a;         C:\a\ + C:\a\b = ..\;
       \\?\C:\a + \\?\D:\a = ~;    \\?\C:\a + C:\a = ~;            C:\\a\b + C:/a = b;)");
 }
 
