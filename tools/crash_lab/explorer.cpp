@@ -41,7 +41,8 @@ Explorer::Explorer(const Scenario& scenario, const Bounds& bounds, std::uint64_t
       bounds_(bounds),
       story_(story),
       machine_(scenario, story),
-      random_(seed) {
+      random_(seed),
+      strict_(!weak) {
   machine_.world().write_through_holds = !weak;
 }
 
@@ -126,7 +127,22 @@ void Explorer::Recover(const Leftover& leftover) {
   if (leftover.trail.cuts.size() > 1) ++machine_.figures().second_order;
   const std::string replay = ReplayOf(leftover.trail);
   const EndedRun ended = machine_.JudgedRun(leftover.disks, Again(leftover.trail), replay);
+  const std::size_t first = machine_.figures().violations.size();
+  JudgeRecovery(leftover, ended.end);
+  machine_.Attribute(first, replay);
   machine_.Converge(ended.disks, replay);
+}
+
+// A way forward that was cut off is gone to its end by the next run. On two volumes what came back
+// may stand in its way.
+void Explorer::JudgeRecovery(const Leftover& leftover, const RunEnd& end) {
+  const simulated::UpdatePlan& plan = scenario_.plan;
+  if (!strict_ || plan.state_drive != plan.target_drive) return;
+  if (end.entrance != Entrance::kMainSequence) return;
+  const JournalView found = machine_.judge().JournalOf(ImageOf(leftover.disks));
+  if (found.phase == TransactionPhase::Rollback || found.IsCorrupt()) return;
+  Check(machine_.figures(), Invariant::kConverges, end.exit_code == 0 || end.exit_code == 7,
+        "a recovery that nothing disturbs fails");
 }
 
 void Explorer::RecoverWithRandomCut(const Leftover& leftover) {
@@ -174,6 +190,7 @@ Figures Explorer::Replay(const Trail& trail) {
   }
   const PlannedRun last = trail.cuts.empty() ? scenario_.runs[trail.run] : Again(trail);
   const EndedRun ended = machine_.JudgedRun(disks, last, {});
+  if (!trail.cuts.empty()) JudgeRecovery({disks, trail}, ended.end);
   machine_.Converge(ended.disks, {});
   machine_.Attribute(0, ReplayOf(trail));
   return machine_.figures();

@@ -78,6 +78,7 @@ class Explorer {
   std::vector<Leftover> CutRecovery(const Leftover& leftover);
   void RecoverWithRandomCut(const Leftover& leftover);
   void Recover(const Leftover& leftover);
+  void JudgeRecovery(const Leftover& leftover, const RunEnd& end);
   [[nodiscard]] PlannedRun Again(const Trail& trail) const;
   void ReplayCut(const Trail& trail, std::size_t cut, Disks& disks);
 
@@ -87,6 +88,7 @@ class Explorer {
   Machine machine_;
   std::mt19937_64 random_;
   std::set<std::uint64_t> seen_;  // Disks that the updater was, or will be, started on.
+  bool strict_;                   // The medium keeps its word.
 };
 
 }  // namespace tolvarine::updater::crash_lab
