@@ -45,7 +45,9 @@ struct Scenario {
   std::function<void(simulated::SimulatedUpdate&)> prepare;
   std::vector<PlannedRun> runs;
   Destination destination = Destination::kInstalled;
-  bool thorough = false;  // All that can befall it is tried in every round, and not a sample.
+  // Every failure and every act is tried in every round, and all damage at a few states; otherwise a
+  // sample.
+  bool thorough = false;
 };
 
 // All of them, in the order of the report.
