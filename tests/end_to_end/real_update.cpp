@@ -181,6 +181,7 @@ RealUpdate::RealUpdate(UpdateContents update)
 
 // A program that was restarted may take a moment to end.
 RealUpdate::~RealUpdate() {
+  processes_.Kill();
   static_cast<void>(Eventually([&] { return RemoveTree(root.u16string()).error == 0; }));
   std::error_code error;
   fs::remove(ScratchRoot(), error);  // Once it is empty.
@@ -197,7 +198,7 @@ std::u16string RealUpdate::CommandLine() const {
 }
 
 std::unique_ptr<RealProcess> RealUpdate::Start() const {
-  return std::make_unique<RealProcess>(CommandLine());
+  return std::make_unique<RealProcess>(CommandLine(), RealProcess::Options{.group = &processes_});
 }
 
 void RealUpdate::RunEngine(const TransactionHook& hook) const {
