@@ -41,7 +41,7 @@ std::vector<Source> SourcesBelow(const std::string& folder) {
 
 std::vector<Source> AllSources() {
   std::vector<Source> sources;
-  for (const char* folder : {"src", "tools", "tests", "bench"}) {
+  for (const char* folder : {"src", "tools", "tests", "bench", "fuzz"}) {
     for (Source& source : SourcesBelow(folder)) sources.push_back(std::move(source));
   }
   return sources;

@@ -129,38 +129,30 @@ bool Judge::MarkerMoved(const Image& image) const {
   return Find(image, completed_) != nullptr && Find(image, pending_) == nullptr;
 }
 
-bool Judge::IsInstalled(const Image& image) const {
-  return std::ranges::all_of(names_, [&](const auto& name) {
-    return IsExempt(target_ + name.first) ||
-           Holds(image, target_ + name.first, name.second.new_content);
+bool Judge::AllHold(const Image& image, Content content, Content left_over) const {
+  return std::ranges::all_of(names_, [&](const auto& item) {
+    const std::u16string key = target_ + item.first;
+    const FinalName& name = item.second;
+    const bool came_back =
+        left_over != nullptr && name.*content == nullptr && Holds(image, key, name.*left_over);
+    return came_back || IsExempt(key) || Holds(image, key, name.*content);
   });
+}
+
+bool Judge::IsInstalled(const Image& image) const {
+  return AllHold(image, &FinalName::new_content, nullptr);
 }
 
 bool Judge::IsBaseline(const Image& image) const {
-  return std::ranges::all_of(names_, [&](const auto& name) {
-    return IsExempt(target_ + name.first) ||
-           Holds(image, target_ + name.first, name.second.old_content);
-  });
+  return AllHold(image, &FinalName::old_content, nullptr);
 }
 
 bool Judge::IsNearlyInstalled(const Image& image) const {
-  return std::ranges::all_of(names_, [&](const auto& item) {
-    const FinalName& name = item.second;
-    const bool came_back = two_volumes_ && name.new_content == nullptr &&
-                           Holds(image, target_ + item.first, name.old_content);
-    return came_back || IsExempt(target_ + item.first) ||
-           Holds(image, target_ + item.first, name.new_content);
-  });
+  return AllHold(image, &FinalName::new_content, two_volumes_ ? &FinalName::old_content : nullptr);
 }
 
 bool Judge::IsNearlyBaseline(const Image& image) const {
-  return std::ranges::all_of(names_, [&](const auto& item) {
-    const FinalName& name = item.second;
-    const bool came_back = two_volumes_ && name.old_content == nullptr &&
-                           Holds(image, target_ + item.first, name.new_content);
-    return came_back || IsExempt(target_ + item.first) ||
-           Holds(image, target_ + item.first, name.old_content);
-  });
+  return AllHold(image, &FinalName::old_content, two_volumes_ ? &FinalName::new_content : nullptr);
 }
 
 JournalView Judge::JournalOf(const Image& image) {

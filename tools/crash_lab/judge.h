@@ -84,7 +84,11 @@ class Judge {
     const std::string* old_content = nullptr;
     const std::string* new_content = nullptr;
   };
+  using Content = const std::string* FinalName::*;
 
+  // True where every final name holds this content. Where that is none, it may hold `left_over`
+  // instead, unless that is null.
+  [[nodiscard]] bool AllHold(const Image& image, Content content, Content left_over) const;
   [[nodiscard]] static const simulated::Bytes* Find(const Image& image, const std::u16string& key);
   [[nodiscard]] static bool Holds(const Image& image, const std::u16string& key,
                                   const std::string* content);
