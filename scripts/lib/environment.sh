@@ -86,10 +86,18 @@ build_windows() {
   build_preset windows "$@"
 }
 
-# Ends every Windows program in our prefix. The server fails when there is nothing to end.
+# Ends every Windows program in our prefix. The server fails when there is nothing to end. A program
+# that was killed while it started another leaves a process that the server has never known.
 end_wine_programs() {
+  local process
   wineserver -k >/dev/null 2>&1 || true
   wineserver -w >/dev/null 2>&1 || true
+  for process in $(find /proc -maxdepth 2 -name exe -lname '*/wine64*' 2>/dev/null); do
+    process=${process%/exe}
+    if grep -qzxF "WINEPREFIX=$wine_prefix" "$process/environ" 2>/dev/null; then
+      kill -KILL "${process#/proc/}" 2>/dev/null || true
+    fi
+  done
 }
 
 # A server that stays: without one, each program that is started waits seconds for a new one. It

@@ -109,12 +109,14 @@ void Scene::LetGo() {
   hindrance = Hindrance::None;
 }
 
+bool IsRestarting(const RealUpdate& update) { return !fs::exists(update.layout.archive); }
+
 // It has only to restart the application, or to have its box dismissed.
 bool IsAtItsEnd(const RealUpdate& update) {
-  return !fs::exists(update.layout.archive) || fs::exists(update.target / "log.txt");
+  return IsRestarting(update) || fs::exists(update.target / "log.txt");
 }
 
-// Of a run that nobody disturbs: the median of three.
+// Until it is at its end, of a run that nobody disturbs: the median of three.
 Seconds LengthOfARun() {
   std::array<Seconds, 3> lengths;
   for (Seconds& length : lengths) {
@@ -123,6 +125,7 @@ Seconds LengthOfARun() {
     const auto updater = scene.update.Start();
     EXPECT_TRUE(Eventually([&] { return IsAtItsEnd(scene.update); }));
     length = Clock::now() - start;
+    EXPECT_EQ(updater->Finish(), Exit(0));
   }
   std::ranges::sort(lengths);
   return lengths[1];
@@ -152,7 +155,8 @@ Moment DrawMoment(std::mt19937_64& random, Seconds length, const Scene& scene) {
   return {length * part * part / 2, signs[random() % 4]};
 }
 
-// Returns the index of what the kill has found.
+// Returns the index of what the kill has found. When it comes too late the updater is left to
+// restart the application: a process that is made by one that is killed may never begin to run.
 std::size_t KillAt(const Moment& moment, const RealUpdate& update) {
   constexpr Seconds kLateness(0.02);  // Of a sleep; the rest of the time is spun away.
   const auto updater = update.Start();
@@ -160,6 +164,10 @@ std::size_t KillAt(const Moment& moment, const RealUpdate& update) {
   const Clock::time_point start = Clock::now();
   while (Clock::now() - start < moment.delay) {
     if (Clock::now() - start < moment.delay - kLateness) Sleep(1);
+  }
+  if (IsRestarting(update)) {
+    EXPECT_EQ(updater->Finish(), Exit(0));
+    return kAtItsEnd;
   }
   updater->Kill();
   if (IsAtItsEnd(update)) return kAtItsEnd;

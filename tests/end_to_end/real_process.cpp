@@ -1,6 +1,5 @@
 #include "end_to_end/real_process.h"
 
-#include <cstdio>
 #include <stdexcept>
 #include <vector>
 
@@ -13,7 +12,6 @@ namespace {
 using platform::Wide;
 
 constexpr DWORD kPollInterval = 10;  // Milliseconds.
-constexpr int kStartLimit = 5;       // Seconds.
 constexpr int kProcessLimit = 100;   // Seconds; above the updater's own wait of a minute.
 constexpr int kLikeness = 95;        // Per cent of the pixels.
 
@@ -112,13 +110,11 @@ std::string Describe(HWND box) {
 }
 
 // Wine takes two seconds for every box that closes, waiting for a window manager that a bare
-// display does not have: this tells it that the updater's windows have none. And its desktop is a
-// process that the first one to need it starts: were that an updater, it would end with its group.
-bool PrepareDesktop() {
+// display does not have. This tells it that the updater's windows have none.
+bool LetBoxesCloseAtOnce() {
   if (GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") == nullptr) return false;
   constexpr wchar_t kNo[] = L"N";
-  return GetDesktopWindow() != nullptr &&
-         RegSetKeyValueW(HKEY_CURRENT_USER,
+  return RegSetKeyValueW(HKEY_CURRENT_USER,
                          L"Software\\Wine\\AppDefaults\\TolvarineUpdater.exe\\X11 Driver",
                          L"Managed", REG_SZ, kNo, sizeof(kNo)) == ERROR_SUCCESS;
 }
@@ -152,39 +148,14 @@ std::filesystem::path ProgramPath(std::string_view name) {
   return std::filesystem::path(self).replace_filename(name);
 }
 
-ProcessGroup::ProcessGroup() : job_(CreateJobObjectW(nullptr, nullptr)) {
-  if (job_ == nullptr) throw std::runtime_error("cannot make a job");
-}
-
-ProcessGroup::~ProcessGroup() {
-  Kill();
-  CloseHandle(job_);
-}
-
-void ProcessGroup::Kill() const { TerminateJobObject(job_, 99); }
-
-RealProcess::RealProcess(std::u16string command_line, const Options& options) {
-  [[maybe_unused]] static const bool prepared = PrepareDesktop();
+RealProcess::RealProcess(std::u16string command_line, SECURITY_ATTRIBUTES* security) {
+  [[maybe_unused]] static const bool prepared = LetBoxesCloseAtOnce();
   STARTUPINFOW startup = {};
   startup.cb = sizeof(startup);
-  const std::string name = Utf8(command_line.substr(0, 300));
-  // Wine has been seen to refuse a start, once in a thousand, that it grants a moment later.
-  const auto started = [&] {
-    if (CreateProcessW(nullptr, Wide(command_line.data()), options.security, nullptr, FALSE,
-                       CREATE_SUSPENDED, nullptr, nullptr, &startup, &process_)) {
-      return true;
-    }
-    std::printf("error %lu at the start of %s\n", GetLastError(), name.c_str());
-    return false;
-  };
-  if (!Eventually(started, kStartLimit)) throw std::runtime_error("cannot start " + name);
-  // It is to be in the group before it can start another.
-  if (options.group != nullptr &&
-      !AssignProcessToJobObject(options.group->job_, process_.hProcess)) {
-    Kill();
-    throw std::runtime_error("cannot put into a group: " + name);
+  if (!CreateProcessW(nullptr, Wide(command_line.data()), security, nullptr, FALSE, 0, nullptr,
+                      nullptr, &startup, &process_)) {
+    throw std::runtime_error("cannot start " + Utf8(command_line.substr(0, 300)));
   }
-  ResumeThread(process_.hThread);
 }
 
 RealProcess::~RealProcess() {
@@ -276,6 +247,6 @@ RunningApplication::RunningApplication(const std::filesystem::path& program,
       event_(CreateEventA(nullptr, TRUE, FALSE, event_name_.c_str())),
       process_(staging::QuoteArgument(program.u16string()) + u" --until " +
                    std::u16string(event_name_.begin(), event_name_.end()),
-               {.security = security}) {}
+               security) {}
 
 }  // namespace tolvarine::updater::end_to_end

@@ -10,7 +10,6 @@
 #include <functional>
 #include <string>
 #include <string_view>
-#include <utility>
 
 namespace tolvarine::updater::end_to_end {
 
@@ -22,35 +21,11 @@ namespace tolvarine::updater::end_to_end {
 // The updater or a program of this suite: they lie where this very program does.
 [[nodiscard]] std::filesystem::path ProgramPath(std::string_view name);
 
-// Processes that end by force, all of them, before what they use goes: those that were started in
-// it and those that they have started. An updater that is killed while it restarts the application
-// leaves a process that has never begun to run, and would never end.
-class ProcessGroup {
- public:
-  ProcessGroup();  // Raises std::runtime_error.
-  ProcessGroup(const ProcessGroup&) = delete;
-  ProcessGroup& operator=(const ProcessGroup&) = delete;
-  ~ProcessGroup();
-
-  void Kill() const;
-
- private:
-  friend class RealProcess;
-
-  HANDLE job_;
-};
-
 // A process, ended by force if it still runs when its owner goes.
 class RealProcess {
  public:
-  struct Options {
-    const ProcessGroup* group = nullptr;
-    SECURITY_ATTRIBUTES* security = nullptr;  // May deny others the access to the process.
-  };
-
-  // Raises std::runtime_error.
-  explicit RealProcess(std::u16string command_line, const Options& options);
-  explicit RealProcess(std::u16string command_line) : RealProcess(std::move(command_line), {}) {}
+  // `security` may deny others the access to the process. Raises std::runtime_error.
+  explicit RealProcess(std::u16string command_line, SECURITY_ATTRIBUTES* security = nullptr);
   RealProcess(const RealProcess&) = delete;
   RealProcess& operator=(const RealProcess&) = delete;
   ~RealProcess();

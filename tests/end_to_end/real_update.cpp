@@ -181,7 +181,6 @@ RealUpdate::RealUpdate(UpdateContents update)
 
 // A program that was restarted may take a moment to end.
 RealUpdate::~RealUpdate() {
-  processes_.Kill();
   static_cast<void>(Eventually([&] { return RemoveTree(root.u16string()).error == 0; }));
   std::error_code error;
   fs::remove(ScratchRoot(), error);  // Once it is empty.
@@ -198,7 +197,7 @@ std::u16string RealUpdate::CommandLine() const {
 }
 
 std::unique_ptr<RealProcess> RealUpdate::Start() const {
-  return std::make_unique<RealProcess>(CommandLine(), RealProcess::Options{.group = &processes_});
+  return std::make_unique<RealProcess>(CommandLine());
 }
 
 void RealUpdate::RunEngine(const TransactionHook& hook) const {

@@ -67,8 +67,6 @@ class RealUpdate {
   void WaitFor(const RealProcess& process);
 
   [[nodiscard]] std::u16string CommandLine() const;
-
-  // What it starts and still runs when the update goes is ended by force.
   [[nodiscard]] std::unique_ptr<RealProcess> Start() const;
   [[nodiscard]] std::string Run() const { return Start()->Finish(); }
 
@@ -106,7 +104,6 @@ class RealUpdate {
 
   std::string made_at_;  // As the log spells time.
   Stamps stamps_;
-  ProcessGroup processes_;
 };
 
 // A record of the log, as Log tells it, for a message as its box shows it.
