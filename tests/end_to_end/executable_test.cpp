@@ -43,6 +43,21 @@ TEST_F(Executable, ItsManifestAsksForNoRightsAndNoLongPaths) {
   EXPECT_EQ(manifest.find("longPathAware"), std::string::npos) << manifest;
 }
 
+TEST_F(Executable, ItsVersionCanBeRead) {
+  std::vector<char> block(GetFileVersionInfoSizeW(path_.c_str(), nullptr));
+  ASSERT_TRUE(
+      GetFileVersionInfoW(path_.c_str(), 0, static_cast<DWORD>(block.size()), block.data()));
+  for (const auto& [name, text] : {std::pair(L"OriginalFilename", L"TolvarineUpdater.exe"),
+                                   std::pair(L"ProductName", L"Tolvarine")}) {
+    void* value = nullptr;
+    UINT length = 0;
+    VerQueryValueW(block.data(), (std::wstring(L"\\StringFileInfo\\040904B0\\") + name).c_str(),
+                   &value, &length);
+    ASSERT_NE(value, nullptr);
+    EXPECT_STREQ(static_cast<const wchar_t*>(value), text);
+  }
+}
+
 TEST_F(Executable, ImportsOnlyWhatTheSystemLoadsFromItsOwnDirectory) {
   // The system's known libraries: others of these names beside the program are not looked at.
   const std::set<std::wstring> known = {L"ADVAPI32.DLL", L"KERNEL32.DLL", L"MSVCRT.DLL",
