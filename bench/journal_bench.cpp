@@ -12,7 +12,7 @@
 #include <string>
 
 #include "journal/journal_text.h"
-#include "platform/simulated/world.h"
+#include "simulated_windows/computer.h"
 #include "text/fnv1a.h"
 
 namespace tolvarine::updater {
@@ -37,24 +37,24 @@ TransactionJournal JournalOf(std::int64_t entries) {
 }
 
 void Serialize(benchmark::State& state) {
-  simulated::World world;
-  world.MakeCurrent();
+  simulated::Computer computer;
+  computer.MakeCurrent();
   const TransactionJournal journal = JournalOf(state.range(0));
   for (auto _ : state) benchmark::DoNotOptimize(SerializeJournal(journal));
   state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
 void Parse(benchmark::State& state) {
-  simulated::World world;
-  world.MakeCurrent();
+  simulated::Computer computer;
+  computer.MakeCurrent();
   const std::string text = SerializeJournal(JournalOf(state.range(0)));
   for (auto _ : state) benchmark::DoNotOptimize(ParseJournal(text));
   state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
 void Checksum(benchmark::State& state) {
-  simulated::World world;
-  world.MakeCurrent();
+  simulated::Computer computer;
+  computer.MakeCurrent();
   const std::string text = SerializeJournal(JournalOf(state.range(0)));
   for (auto _ : state) benchmark::DoNotOptimize(Fnv1a64(text));
   state.SetItemsProcessed(state.iterations() * state.range(0));

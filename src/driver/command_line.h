@@ -38,7 +38,7 @@ struct UpdaterArguments {
 
 // Takes the argument vector, the program's own name first, and fresh arguments to fill. True when
 // all of it is acceptable; otherwise the arguments may be partly filled, and are not to be read.
-// Raises nothing but exhausted memory.
+// Throws nothing but exhausted memory.
 [[nodiscard]] bool ParseArguments(std::int32_t count, const char16_t* const* vector,
                                   UpdaterArguments& arguments);
 

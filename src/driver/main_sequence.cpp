@@ -40,7 +40,7 @@ class ArgumentVector {
 };
 
 // The steps, in the order in which they are taken.
-ExitCode Fail(const std::u16string& message, ExitCode code);
+ExitCode ReportFailure(const std::u16string& message, ExitCode code);
 const char16_t* RefusalOfApplicationWait(const UpdaterArguments& arguments);
 TransactionPhase RunInstallation(const UpdaterArguments& arguments, std::string& details);
 std::u16string FailureMessage(TransactionPhase status, std::string_view details);
@@ -53,36 +53,38 @@ bool RestartApplication(const UpdaterArguments& arguments);
 ExitCode RunSequence(const ArgumentVector& vector) {
   UpdaterArguments arguments;
   if (!vector.ParseInto(arguments)) {
-    return Fail(u"Invalid updater arguments.", ExitCode::InvalidArguments);
+    return ReportFailure(u"Invalid updater arguments.", ExitCode::InvalidArguments);
   }
   const std::u16string refusal = ValidateRequest(arguments);
   if (!refusal.empty()) {
-    return Fail(u"The update source, target, or state path failed safety validation. " + refusal,
-                ExitCode::InvalidRequest);
+    return ReportFailure(
+        u"The update source, target, or state path failed safety validation. " + refusal,
+        ExitCode::InvalidRequest);
   }
   UpdateLogPath() = JoinPath(arguments.target, u"log.txt");
 
   InstallationLock lock(arguments.install_key);
   const LockAcquireResult acquired = lock.Acquire(kLockTimeout);
   if (acquired == LockAcquireResult::Failed) {
-    return Fail(u"Could not create the update transaction lock.", ExitCode::InvalidRequest);
+    return ReportFailure(u"Could not create the update transaction lock.",
+                         ExitCode::InvalidRequest);
   }
   // Another updater is at work: not an error, and not a word.
   if (acquired == LockAcquireResult::TimedOut) return ExitCode::Done;
 
   const char16_t* const still_running = RefusalOfApplicationWait(arguments);
-  if (still_running != nullptr) return Fail(still_running, ExitCode::ApplicationRunning);
+  if (still_running != nullptr) return ReportFailure(still_running, ExitCode::ApplicationRunning);
 
   std::string details;
   const TransactionPhase status = RunInstallation(arguments, details);
   if (status != TransactionPhase::Committed) {
-    return Fail(FailureMessage(status, details), ExitCode::UpdateFailed);
+    return ReportFailure(FailureMessage(status, details), ExitCode::UpdateFailed);
   }
   const bool published = PublishMarkers(arguments);
   if (!published) WarnOfDeferredCleanup();
   if (!RestartApplication(arguments)) {
-    return Fail(u"The update was installed, but the application could not be restarted.",
-                ExitCode::RestartFailed);
+    return ReportFailure(u"The update was installed, but the application could not be restarted.",
+                         ExitCode::RestartFailed);
   }
   return published ? ExitCode::Done : ExitCode::CleanupDeferred;
 }
@@ -93,7 +95,7 @@ void ShowFatalError(const std::u16string& message) {
   platform::MessageBoxW(message.c_str(), kErrorTitle, platform::kMessageBoxIconError);
 }
 
-ExitCode Fail(const std::u16string& message, ExitCode code) {
+ExitCode ReportFailure(const std::u16string& message, ExitCode code) {
   ShowFatalError(message);
   return code;
 }

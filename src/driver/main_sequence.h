@@ -26,7 +26,7 @@ enum class ExitCode : std::int32_t {
   CleanupDeferred = 7,     // Installed and restarted; the application finishes the cleanup.
 };
 
-// The whole pass for this process. Returns the exit code. Raises what nothing below turns into a
+// The whole pass for this process. Returns the exit code. Throws what nothing below turns into a
 // result, exhausted memory above all; a transaction that was interrupted is resumed by the next
 // run.
 [[nodiscard]] std::int32_t RunUpdater();

@@ -27,7 +27,7 @@ inline constexpr std::size_t kStageNameLength = 32;
 // Replaces the paths (all but `restart`, which is left alone) by their canonical forms and proves
 // the layout. Returns an empty text, or the sentence of the first check that failed; fields before
 // the failure then stay rewritten, one that could not be resolved is empty, and nothing may use
-// them. Raises nothing for bad input.
+// them. Throws nothing for bad input.
 [[nodiscard]] std::u16string ValidateRequest(UpdaterArguments& arguments);
 
 // True for a full path that names something below a root and does not end in a separator. It need

@@ -29,7 +29,7 @@ inline constexpr std::u16string_view kLogWarning = u"WARNING";
 
 // Appends one record with a single write, and makes the file, but not its directory, if it is
 // missing. The file is open only meanwhile; others may append to it, read it or delete it. `level`,
-// one of the two above, goes in as it stands. Raises nothing.
+// one of the two above, goes in as it stands. Throws nothing.
 void WriteUpdateLog(std::u16string_view level, std::u16string_view message) noexcept;
 
 }  // namespace tolvarine::updater

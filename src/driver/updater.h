@@ -1,6 +1,6 @@
 // The updater's table of contents: the records that cross its modules, and the chief operations
 // that the two drivers, the main sequence and the transaction run, call. Each is defined on the
-// lowest floor that needs it.
+// lowest layer that needs it.
 //
 //     driver   main_sequence.h          RunUpdater, the exit codes
 //              command_line.h           ParseArguments, UpdaterArguments

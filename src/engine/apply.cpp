@@ -24,7 +24,7 @@ void InstallEntry(const TransactionRequest& request, const JournalEntry& entry, 
   const Path temporary = SafeJoin(request.target, TemporaryOf(entry), "target temporary");
   const LockedReleaseFile file(source);
   if (!MatchesRelease(file, entry.size, entry.sha256)) {
-    RaiseAboutPath("Release file failed authenticated verification: ", source);
+    ThrowAboutPath("Release file failed authenticated verification: ", source);
   }
   CallHook(request, CrashPoint::ApplySourceVerified, index);
   CopyLockedFileToTemporary(file, temporary);

@@ -16,7 +16,7 @@ namespace tolvarine::updater {
 // ends by saving phase Committed. Nothing is retried; a deletion that finds nothing counts like any
 // other.
 //
-// Raises std::runtime_error, SystemError, FilesystemError or what a hook throws, with the record
+// Throws std::runtime_error, SystemError, FilesystemError or what a hook throws, with the record
 // still in Apply: entries before the counter are new, the one at the counter is old or new, those
 // behind it are old. Only a failure of the last save, or of the hook behind it, finds the record in
 // Committed. Directories that were made stay, and so does a temporary that could not be renamed or

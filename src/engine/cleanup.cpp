@@ -16,7 +16,7 @@
 namespace tolvarine::updater {
 namespace {
 
-// The durable record, if it stands in `phase`. Raises `otherwise` for any other.
+// The durable record, if it stands in `phase`. Throws `otherwise` for any other.
 TransactionJournal LoadInPhase(const Path& transaction, TransactionPhase phase,
                                const char* otherwise) {
   JournalLoadResult loaded = LoadJournal(transaction);
@@ -67,9 +67,9 @@ void RemoveFinalized(const TransactionFinalizeRequest& request, const Path& comm
   try {
     const std::uint32_t code = RemoveTransactionDirectory(request.transaction, committed_slot);
     if (code == 0 || error_out == nullptr) return;
-    Tell(error_out, std::string(kDeferred) + SystemMessage(code));
+    StoreErrorText(error_out, std::string(kDeferred) + SystemMessage(code));
   } catch (const std::exception& failure) {
-    Tell(error_out, failure.what());
+    StoreErrorText(error_out, failure.what());
   }
 }
 
@@ -77,12 +77,12 @@ void RemoveFinalized(const TransactionFinalizeRequest& request, const Path& comm
 
 bool CleanupRolledBack(const TransactionRequest& request, std::string* error_out) {
   try {
-    Tell(error_out, {});
+    StoreErrorText(error_out, {});
     RemoveLeftovers(request.target, LoadInPhase(request.transaction, TransactionPhase::RolledBack,
                                                 "Cleanup requires a completed rollback"));
     return true;
   } catch (const std::exception& failure) {
-    Tell(error_out, failure.what());
+    StoreErrorText(error_out, failure.what());
     return false;
   }
 }
@@ -90,7 +90,7 @@ bool CleanupRolledBack(const TransactionRequest& request, std::string* error_out
 std::uint32_t FinalizeUpdateMarkers(const TransactionFinalizeRequest& request,
                                     std::string* error_out) {
   try {
-    Tell(error_out, {});
+    StoreErrorText(error_out, {});
     if (IsRegularFile(request.completed_marker)) {
       RemoveTransactionDirectory(request.transaction);
       return kAlreadyFinal;
@@ -99,7 +99,7 @@ std::uint32_t FinalizeUpdateMarkers(const TransactionFinalizeRequest& request,
     RemoveFinalized(request, committed_slot, error_out);
     return kMarkerMoved;
   } catch (const std::exception& failure) {
-    Tell(error_out, failure.what());
+    StoreErrorText(error_out, failure.what());
     return kFinalizeFailed;
   }
 }

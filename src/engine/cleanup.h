@@ -22,7 +22,7 @@ namespace tolvarine::updater {
 // removed by then is gone. Journal and backup tree stay.
 //
 // The request's paths must be canonical. Returns whether it came to its end; if not, `error_out`,
-// if given, says why, and is empty otherwise. Raises nothing of the standard hierarchy.
+// if given, says why, and is empty otherwise. Throws nothing of the standard hierarchy.
 bool CleanupRolledBack(const TransactionRequest& request, std::string* error_out);
 
 struct TransactionFinalizeRequest {
@@ -48,7 +48,7 @@ inline constexpr std::uint32_t kFinalizeFailed = 2;
 //
 // After a failure before the move, journal and pending marker stand; a parent of the completed
 // marker may have been made. `error_out`, if given, says why it failed or why the removal is
-// deferred, and is empty otherwise. Raises nothing of the standard hierarchy; what else
+// deferred, and is empty otherwise. Throws nothing of the standard hierarchy; what else
 // `before_marker_move` throws leaves it.
 [[nodiscard]] std::uint32_t FinalizeUpdateMarkers(const TransactionFinalizeRequest& request,
                                                   std::string* error_out);

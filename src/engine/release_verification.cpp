@@ -33,15 +33,15 @@ struct TreeItem {
   }
 };
 
-// Raises `refusal` for a reparse point of any kind, which FileKind would not tell, and SystemError
+// Throws `refusal` for a reparse point of any kind, which FileKind would not tell, and SystemError
 // where the attributes cannot be read.
 void RefuseReparsePoint(const Path& path, const char* refusal) {
   const std::uint32_t attributes = platform::GetFileAttributesW(path.c_str());
-  if (attributes == platform::kInvalidFileAttributes) RaiseLastError();
+  if (attributes == platform::kInvalidFileAttributes) ThrowLastError();
   if ((attributes & platform::kFileAttributeReparsePoint) != 0) throw std::runtime_error(refusal);
 }
 
-// Adds the entry to `items` if it is a file; raises for anything that a release must not hold. Returns
+// Adds the entry to `items` if it is a file; throws for anything that a release must not hold. Returns
 // the code of a size that cannot be had, else 0.
 std::uint32_t CollectItem(const Path& source_root, const TreeEntry& entry,
                           std::vector<TreeItem>& items) {
@@ -98,7 +98,7 @@ void VerifyReleaseContents(const Path& source_root, const SourceInventory& inven
     const Path path = SafeJoin(source_root, row.path, "release source");
     const LockedReleaseFile file(path);
     if (!MatchesRelease(file, row.size, row.sha256)) {
-      RaiseAboutPath("Release source does not match authenticated inventory: ", path);
+      ThrowAboutPath("Release source does not match authenticated inventory: ", path);
     }
   }
 }

@@ -17,8 +17,8 @@ constexpr StepRule kRollbackStep = {TransactionIntent::Rollback, &TransactionJou
                                     CrashPoint::RollbackEntryStarted,
                                     CrashPoint::RollbackEntryDone};
 
-void RestoreBaseline(const Path& target_root, const Path& backup_root, const JournalEntry& entry,
-                     const Path& target) {
+void RestoreFromBackup(const Path& target_root, const Path& backup_root, const JournalEntry& entry,
+                       const Path& target) {
   const Path backup = BackupOf(backup_root, entry);
   // The copy must be sound before it may overwrite anything.
   VerifyFileFingerprint(backup, entry.baseline_size, entry.baseline_hash, "Baseline backup");
@@ -31,7 +31,7 @@ void RestoreEntry(const Path& target_root, const Path& backup_root, const Journa
   // The gate holds for every entry, also for one that needs no work.
   const Path target = SafeJoin(target_root, entry.path, "update target");
   if (entry.baseline_exists) {
-    RestoreBaseline(target_root, backup_root, entry, target);
+    RestoreFromBackup(target_root, backup_root, entry, target);
   } else if (entry.kind == JournalEntryKind::Install) {
     const RemovalResult removal = RemoveEntry(target);
     if (removal.error != 0) throw SystemError(removal.error);

@@ -15,7 +15,7 @@
 namespace tolvarine::updater {
 
 // Decides to roll back: saves phase Rollback with its counter at 0 and `reason` as the record's
-// error. Raises what the save raises; the record in memory then says so all the same.
+// error. Throws what the save throws; the record in memory then says so all the same.
 void MarkRollback(const TransactionRequest& request, TransactionJournal& journal,
                   std::string_view reason);
 
@@ -23,7 +23,7 @@ void MarkRollback(const TransactionRequest& request, TransactionJournal& journal
 // that had a baseline is put back from its verified copy and proved, one that the release brought
 // is removed, and a deletion that found nothing needs nothing.
 //
-// Raises std::runtime_error, SystemError or FilesystemError, or what a hook throws. The walk ends
+// Throws std::runtime_error, SystemError or FilesystemError, or what a hook throws. The walk ends
 // there and skips no entry: the counter stands at the entry whose work is not done, or just behind
 // one whose count could not be saved; a temporary may stay beside it. A failure of the last save
 // finds the record in RolledBack. The next call goes on from the counter.

@@ -16,7 +16,7 @@
 namespace tolvarine::updater {
 namespace {
 
-void RaiseIfSet(std::uint32_t error_code) {
+void ThrowIfFailed(std::uint32_t error_code) {
   if (error_code != 0) throw SystemError(error_code);
 }
 
@@ -75,9 +75,9 @@ TransactionJournal PlanTransaction(const Path& /*source*/, const Path& target,
   journal.target = target;
   std::uint32_t error_code = 0;
   PlanDeletions(target, deletions, journal, error_code);
-  RaiseIfSet(error_code);
+  ThrowIfFailed(error_code);
   PlanInstalls(target, inventory, journal, error_code);
-  RaiseIfSet(error_code);
+  ThrowIfFailed(error_code);
   if (journal.entries.empty()) throw std::runtime_error("Release contains no files");
   SortDirectories(journal.directories);
   if (std::ranges::none_of(journal.entries, IsApplicationEntry)) {

@@ -58,7 +58,7 @@ namespace tolvarine::updater {
 // the phase that the run's record ended in. `error_out`, if given, is empty unless the run met a
 // failure; then it holds the record's error, or the failure's text where the record has none.
 //
-// Raises nothing but what a hook throws outside the standard hierarchy (SimulatedCrash leaves the
+// Throws nothing but what a hook throws outside the standard hierarchy (SimulatedCrash leaves the
 // disk as a crash at that point would), and exhausted memory while the request is copied or a
 // failure is put into words.
 [[nodiscard]] TransactionResult RunTransaction(const TransactionRequest& request,

@@ -28,7 +28,7 @@ struct StepRule {
 };
 
 // Carries out `work` (given the entry and its index) on every entry from the rule's counter on,
-// each between its announcement and its count. What the work, a hook or a save raises ends the
+// each between its announcement and its count. What the work, a hook or a save throws ends the
 // walk, with the counter at that entry; where the save that counts it failed, behind it, but in
 // memory alone.
 template <typename Work>

@@ -30,7 +30,7 @@ namespace tolvarine::updater {
 [[nodiscard]] bool IsInsideRoot(PathView path, PathView root);
 
 // `relative` joined to the canonical `root`, in lexical normal form; links on the way stay in it.
-// Raises std::runtime_error "Unsafe <label> path" for a relative path that is not safe or leaves
+// Throws std::runtime_error "Unsafe <label> path" for a relative path that is not safe or leaves
 // the root as text, and "<label> path escapes its root" for one that leaves it through a link or
 // cannot be resolved; SystemError for a lone surrogate. A link at the end that leads nowhere
 // passes: whoever opens or queries the path refuses it.

@@ -12,7 +12,7 @@ void FlushFile(PathView path) {
   FileHandle file(platform::CreateFileW(
       extended.c_str(), platform::kGenericRead | platform::kGenericWrite, platform::kFileShareRead,
       platform::kOpenExisting, platform::kFileAttributeNormal));
-  if (!file) RaiseLastError();
+  if (!file) ThrowLastError();
   const bool flushed = platform::FlushFileBuffers(file.get());
   const std::uint32_t code = platform::GetLastError();
   file.Reset();
@@ -25,7 +25,7 @@ void ReplaceFileDurably(PathView from, PathView to) {
   if (!platform::MoveFileExW(
           extended_from.c_str(), extended_to.c_str(),
           platform::kMovefileReplaceExisting | platform::kMovefileWriteThrough)) {
-    RaiseLastError();
+    ThrowLastError();
   }
 }
 

@@ -56,7 +56,7 @@ void CopyFileDurably(const Path& source, const Path& destination, const Path& te
   RemoveStaleTemporary(extended_temporary);
   if (!platform::CopyFileW(extended_source.c_str(), extended_temporary.c_str(),
                            /*fail_if_exists=*/false)) {
-    RaiseLastError("Could not copy backup or restore temporary");
+    ThrowLastError("Could not copy backup or restore temporary");
   }
   FlushFile(temporary);
   ReplaceFileDurably(temporary, destination);
@@ -70,7 +70,7 @@ void CopyLockedFileToTemporary(const LockedReleaseFile& file, const Path& tempor
   FileHandle target(platform::CreateFileW(temporary.c_str(), platform::kGenericWrite,
                                           platform::kFileShareNone, platform::kCreateNew,
                                           platform::kFileAttributeNormal));
-  if (!target) RaiseLastError("Could not create target temporary file");
+  if (!target) ThrowLastError("Could not create target temporary file");
   const std::optional<std::uint32_t> code = CopyAndFlush(file.handle(), target.get());
   target.Reset();
   if (!code) return;

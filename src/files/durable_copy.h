@@ -14,7 +14,7 @@ namespace tolvarine::updater {
 
 // Copies a file of the installation or of the backup to `destination`, making the destination's
 // parent directories; `temporary` lies beside it. On return the copy is durable under its final
-// name; its content is not compared. On failure raises SystemError; the destination is untouched,
+// name; its content is not compared. On failure throws SystemError; the destination is untouched,
 // and a temporary may stay until the next attempt. Directories are made with the path as given; all
 // else takes the extended form.
 //
@@ -27,7 +27,7 @@ void CopyFileDurably(const Path& source, const Path& destination, const Path& te
 // must be at the start, and is at the end on return: a second call would copy nothing. On return
 // the temporary is complete and flushed; the rename is the caller's, while the lock is held.
 //
-// On failure raises FilesystemError for the directories and SystemError for the rest. A stale
+// On failure throws FilesystemError for the directories and SystemError for the rest. A stale
 // temporary that cannot be removed makes the call fail and stays; one that was created is removed
 // again, as far as it can be. The paths are taken as given.
 void CopyLockedFileToTemporary(const LockedReleaseFile& file, const Path& temporary);

@@ -64,7 +64,7 @@ std::string NarrowPathText(PathView path) {
   const std::uint32_t flags = unicode ? platform::kWcErrInvalidChars : platform::kWcNoBestFitChars;
   bool stand_in = false;
   std::string text = Narrow(code_page, flags, path, unicode ? nullptr : &stand_in);
-  if (text.empty()) RaiseLastError();
+  if (text.empty()) ThrowLastError();
   if (stand_in) throw SystemError(platform::kErrorNoUnicodeTranslation);
   return text;
 }
@@ -72,7 +72,7 @@ std::string NarrowPathText(PathView path) {
 FilesystemError::FilesystemError(std::string_view operation, std::uint32_t code, PathView path)
     : std::runtime_error(FilesystemText(operation, code, path)), code_(code) {}
 
-void RaiseAboutPath(std::string_view sentence, PathView path) {
+void ThrowAboutPath(std::string_view sentence, PathView path) {
   throw std::runtime_error(std::string(sentence) + NarrowPathText(path));
 }
 

@@ -3,10 +3,10 @@
 // There are three kinds, all of the standard hierarchy and all with a finished 8-bit text, which is
 // all that anyone above this layer uses: std::runtime_error with a fixed sentence, SystemError with
 // a Win32 code (text/system_error.h), and FilesystemError. A path in a text is narrowed when the
-// failure is raised; a path in a fixed sentence that cannot be narrowed exactly replaces the
+// failure is thrown; a path in a fixed sentence that cannot be narrowed exactly replaces the
 // failure by that of the conversion.
 //
-// Operations that wrap a single platform result do not raise: they return the code.
+// Operations that wrap a single platform result do not throw: they return the code.
 
 #pragma once
 
@@ -24,7 +24,7 @@ namespace tolvarine::updater {
 // the file calls (kCpAcp or kCpOemcp).
 [[nodiscard]] std::uint32_t FileSystemCodePage();
 
-// The path in that code page, exactly. Raises SystemError where it has no exact form.
+// The path in that code page, exactly. Throws SystemError where it has no exact form.
 [[nodiscard]] std::string NarrowPathText(PathView path);
 
 // `operation: system message: "path"`, the path in the same code page with stand-ins for what it
@@ -39,7 +39,7 @@ class FilesystemError : public std::runtime_error {
   std::uint32_t code_;
 };
 
-// Raises std::runtime_error: `sentence`, which ends in ": ", and the path.
-[[noreturn]] void RaiseAboutPath(std::string_view sentence, PathView path);
+// Throws std::runtime_error: `sentence`, which ends in ": ", and the path.
+[[noreturn]] void ThrowAboutPath(std::string_view sentence, PathView path);
 
 }  // namespace tolvarine::updater

@@ -6,7 +6,7 @@
 // asymmetry is settled, and a path of 260 units and more reaches only those that take it. No
 // directory is ever flushed: the durability of a rename rests on its write-through alone.
 //
-// What returns a code raises nothing: it is a Win32 code, 0 on success.
+// What returns a code throws nothing: it is a Win32 code, 0 on success.
 
 #pragma once
 
@@ -48,7 +48,7 @@ struct FileSize {
 [[nodiscard]] FileStatus QueryLinkStatus(PathView path);  // Of the entry itself.
 [[nodiscard]] FileSize QueryFileSize(PathView path);      // Follows links.
 
-// Follows links. A query that fails for another reason than absence raises FilesystemError
+// Follows links. A query that fails for another reason than absence throws FilesystemError
 // "status".
 [[nodiscard]] bool IsRegularFile(PathView path);
 
@@ -105,12 +105,12 @@ using EntryVisitor = std::function<std::uint32_t(const TreeEntry&)>;
 // junctions are visited and never entered. Returns as EnumerateDirectory does.
 [[nodiscard]] std::uint32_t EnumerateTree(const Path& root, const EntryVisitor& visit);
 
-// Puts the content and metadata of a file on stable storage, by opening it for writing. Raises
+// Puts the content and metadata of a file on stable storage, by opening it for writing. Throws
 // SystemError, also for a read-only file, a directory, and a file that somebody holds for writing.
 void FlushFile(PathView path);
 
 // Renames `from` to `to`, replacing a file that is there, in one step that is durable on return.
-// Raises SystemError; both then stand as they were. Nothing is retried.
+// Throws SystemError; both then stand as they were. Nothing is retried.
 void ReplaceFileDurably(PathView from, PathView to);
 
 }  // namespace tolvarine::updater

@@ -27,7 +27,7 @@ bool HasFingerprint(const Path& path, std::uint64_t size, std::uint64_t fnv1a) {
 
 std::uint64_t Fnv1aOfFile(const Path& path) {
   const UniqueStream stream = OpenStream(path, u"rb");
-  if (!stream) RaiseAboutPath("Could not open file for hashing: ", path);
+  if (!stream) ThrowAboutPath("Could not open file for hashing: ", path);
   std::array<char, kBufferSize> buffer{};
   std::uint64_t hash = kFnv1aOffsetBasis;
   for (;;) {
@@ -35,14 +35,14 @@ std::uint64_t Fnv1aOfFile(const Path& path) {
     hash = Fnv1a64({buffer.data(), count}, hash);
     if (count < kBufferSize) break;
   }
-  if (platform::ferror(stream.get()) != 0) RaiseAboutPath("Could not hash file: ", path);
+  if (platform::ferror(stream.get()) != 0) ThrowAboutPath("Could not hash file: ", path);
   return hash;
 }
 
 void VerifyFileFingerprint(const Path& path, std::uint64_t size, std::uint64_t fnv1a,
                            std::string_view label) {
   if (HasFingerprint(path, size, fnv1a)) return;
-  RaiseAboutPath(std::string(label) + " failed verification: ", path);
+  ThrowAboutPath(std::string(label) + " failed verification: ", path);
 }
 
 }  // namespace tolvarine::updater

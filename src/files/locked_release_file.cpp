@@ -63,7 +63,7 @@ FileHandle OpenLocked(const Path& path) {
       path.c_str(), platform::kGenericRead, platform::kFileShareRead, platform::kOpenExisting,
       platform::kFileFlagSequentialScan | platform::kFileFlagOpenReparsePoint |
           platform::kFileAttributeNormal));
-  if (!file) RaiseLastError("Could not lock release source");
+  if (!file) ThrowLastError("Could not lock release source");
   return file;
 }
 
@@ -72,27 +72,27 @@ void RefuseUnlessPlainFile(const FileHandle& file, const Path& path) {
       platform::kFileAttributeReparsePoint | platform::kFileAttributeDirectory;
   platform::FileAttributeTagInfo tag;
   if (!platform::GetFileInformationByHandleEx(file.get(), &tag)) {
-    RaiseLastError("Could not inspect release source");
+    ThrowLastError("Could not inspect release source");
   }
   if ((tag.attributes & kRefused) != 0) {
-    RaiseAboutPath("Release source is not a regular non-reparse file: ", path);
+    ThrowAboutPath("Release source is not a regular non-reparse file: ", path);
   }
 }
 
 void RefuseUnlessSingleName(const FileHandle& file, const Path& path) {
   platform::ByHandleFileInformation information;
   if (!platform::GetFileInformationByHandle(file.get(), &information)) {
-    RaiseLastError("Could not inspect release source links");
+    ThrowLastError("Could not inspect release source links");
   }
   if (information.number_of_links != 1) {
-    RaiseAboutPath("Release source file has multiple hard links: ", path);
+    ThrowAboutPath("Release source file has multiple hard links: ", path);
   }
 }
 
 std::int64_t ReadSize(const FileHandle& file) {
   std::int64_t size = 0;
   if (!platform::GetFileSizeEx(file.get(), &size) || size < 0) {
-    RaiseLastError("Could not read release source size");
+    ThrowLastError("Could not read release source size");
   }
   return size;
 }
@@ -112,14 +112,14 @@ std::string Sha256OfLockedFile(const LockedReleaseFile& file) {
   for (;;) {
     std::uint32_t count = 0;
     if (!platform::ReadFile(file.handle(), buffer.data(), kBufferSize, &count)) {
-      RaiseLastError(kCannotHash);
+      ThrowLastError(kCannotHash);
     }
     if (count == 0) break;
     sha256.Add(buffer.data(), count);
   }
   const std::array<char, kDigestSize> digest = sha256.Finish();
   if (!platform::SetFilePointerEx(file.handle(), 0, platform::kFileBegin)) {
-    RaiseLastError("Could not rewind release source");
+    ThrowLastError("Could not rewind release source");
   }
   return EncodeHex({digest.data(), digest.size()});
 }

@@ -20,7 +20,7 @@ namespace tolvarine::updater {
 // single name, which no other handle can write to or delete until this object is destroyed.
 class LockedReleaseFile {
  public:
-  // `path` comes from SafeJoin and is taken as given. Raises SystemError where the file cannot be
+  // `path` comes from SafeJoin and is taken as given. Throws SystemError where the file cannot be
   // opened under these terms (a directory or a link to one, or a file that somebody holds for
   // writing or deleting; it is not waited for) or cannot be inspected, and std::runtime_error for
   // any other reparse point and for a file with more than one name.
@@ -37,17 +37,17 @@ class LockedReleaseFile {
 };
 
 // The SHA-256 of the whole file as 64 lower-case hexadecimal digits. The read position must be at
-// the start, and is there again on return. Raises SystemError for a read or the rewind and
+// the start, and is there again on return. Throws SystemError for a read or the rewind and
 // std::runtime_error for the hash functions; the position may then be anywhere.
 [[nodiscard]] std::string Sha256OfLockedFile(const LockedReleaseFile& file);
 
 // True when the locked file has this size, in bytes, and this digest, as 64 lower-case digits. A
-// file of another size is not read. Raises, and treats the read position, as Sha256OfLockedFile
+// file of another size is not read. Throws, and treats the read position, as Sha256OfLockedFile
 // does.
 [[nodiscard]] bool MatchesRelease(const LockedReleaseFile& file, std::uint64_t size,
                                   std::string_view sha256);
 
-// Raises std::runtime_error "<context> (BCrypt status <status>)" for a negative status.
+// Throws std::runtime_error "<context> (BCrypt status <status>)" for a negative status.
 void ThrowIfBcryptFailed(platform::Status status, std::string_view context);
 
 }  // namespace tolvarine::updater

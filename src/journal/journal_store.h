@@ -15,7 +15,7 @@
 // alone: Corrupt. A slot that is damaged later fails its checksum, and the other one, a save older,
 // counts: every step of a transaction can be done twice.
 //
-// A save that fails leaves the generation raised, so that the next one goes to the other slot and
+// A save that fails leaves the generation incremented, so that the next one goes to the other slot and
 // replaces the last good state itself, in one step. That leaves a gap in the generations, which
 // nobody looks for, and until the save after it the other slot is older than one save, or missing.
 //
@@ -53,18 +53,18 @@ inline constexpr char kJournalCorruptText[] =
 // The newest valid record of a directory; "journal.0" where both slots hold the same generation.
 // Changes nothing. On purpose, a slot's parity is not checked, a temporary is never read however
 // complete it is, and a slot that cannot be opened counts as missing. Nothing in the directory's
-// content makes it raise; exhausted memory does.
+// content makes it throw; exhausted memory does.
 [[nodiscard]] JournalLoadResult LoadJournal(const Path& directory);
 
 // Makes the record durable under the next generation, and its directory where that is missing. The
-// record's `generation` is raised by 1 whatever then happens, unless the directory cannot be made.
-// On failure raises FilesystemError, SystemError or std::runtime_error; both slots then stand as
+// record's `generation` is incremented whatever then happens, unless the directory cannot be made.
+// On failure throws FilesystemError, SystemError or std::runtime_error; both slots then stand as
 // they were, and a temporary may be left, which the next save of the same slot removes or
 // overwrites.
 void SaveJournal(const Path& directory, TransactionJournal& journal);
 
 // Writes a file anew and flushes it to the disk. The open takes the path as given, the flush its
-// extended form. Raises std::runtime_error where the file cannot be opened or written and
+// extended form. Throws std::runtime_error where the file cannot be opened or written and
 // SystemError where it cannot be flushed; what was written by then stays. A failing close is no
 // failure.
 void WriteJournalFile(const Path& path, std::string_view text);

@@ -71,13 +71,13 @@ inline constexpr std::uint64_t kJournalCountLimit = 100000;  // Of entries, and 
 inline constexpr std::string_view kNoSha256 =
     "0000000000000000000000000000000000000000000000000000000000000000";
 
-// The complete content of a journal file. Raises SystemError for a path with a lone surrogate.
+// The complete content of a journal file. Throws SystemError for a path with a lone surrogate.
 [[nodiscard]] std::string SerializeJournal(const TransactionJournal& journal);
 
 // The same without the checksum line.
 [[nodiscard]] std::string FormatJournalBody(const TransactionJournal& journal);
 
-// The record of a text that is a sound journal, nothing for any other. Raises SystemError where a
+// The record of a text that is a sound journal, nothing for any other. Throws SystemError where a
 // path is not well-formed UTF-8; a caller treats that as a refusal.
 [[nodiscard]] std::optional<TransactionJournal> ParseJournal(std::string_view text);
 

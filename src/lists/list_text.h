@@ -24,7 +24,7 @@ inline constexpr std::size_t kListRowLimit = 1000;
 inline constexpr std::size_t kListPathByteLimit = 1024;   // Of UTF-8, for one path.
 inline constexpr std::size_t kListTextByteLimit = 24576;  // The header included.
 
-// True for a path that a list may hold: safe, and not too long. Raises SystemError as
+// True for a path that a list may hold: safe, and not too long. Throws SystemError as
 // IsSafeReleasePath does.
 [[nodiscard]] bool IsListablePath(PathView path);
 
@@ -34,7 +34,7 @@ inline constexpr std::size_t kListTextByteLimit = 24576;  // The header included
 template <typename Row>
 class KeyedRows {
  public:
-  // Raises std::runtime_error with the text `duplicate` for a key that is there already.
+  // Throws std::runtime_error with the text `duplicate` for a key that is there already.
   void Add(Row row, PathView path, const char* duplicate) {
     std::u16string key = PathCompareKey(path);
     if (!keys_.insert(key).second) throw std::runtime_error(duplicate);
@@ -64,7 +64,7 @@ class KeyedRows {
   std::vector<KeyedRow> rows_;
 };
 
-// Walks the lines of a serialized list behind its header. Any fault raises std::runtime_error with
+// Walks the lines of a serialized list behind its header. Any fault throws std::runtime_error with
 // the text `malformed`.
 class ListLines {
  public:
@@ -79,7 +79,7 @@ class ListLines {
   const char* malformed_;
 };
 
-// Runs `parse` and answers whether it came to its end. What it raises of the standard hierarchy
+// Runs `parse` and answers whether it came to its end. What it throws of the standard hierarchy
 // goes into `error`, if there is one, which is cleared first.
 template <typename Parse>
 [[nodiscard]] bool ParseCatching(std::string* error, Parse parse) {
@@ -88,7 +88,7 @@ template <typename Parse>
     parse();
     return true;
   } catch (const std::exception& failure) {
-    Tell(error, failure.what());
+    StoreErrorText(error, failure.what());
     return false;
   }
 }

@@ -26,17 +26,17 @@ using ManagedDeletionList = std::vector<Path>;
 
 // The paths, validated and in order: at most 1000, safe and of at most 1024 bytes of UTF-8, no
 // two with the same key, none with the key of a row of `inventory` (an empty one turns that test
-// off; its rows are not validated). Raises std::runtime_error for paths that break one of these
+// off; its rows are not validated). Throws std::runtime_error for paths that break one of these
 // rules, and SystemError for a lone surrogate in one without a root name.
 [[nodiscard]] ManagedDeletionList NormalizeManagedDeletionList(const ManagedDeletionList& paths,
                                                                const SourceInventory& inventory);
 
-// The text of the paths, normalized without an inventory. Raises what normalizing raises, and
+// The text of the paths, normalized without an inventory. Throws what normalizing throws, and
 // std::runtime_error for a text of more than 24576 bytes.
 [[nodiscard]] std::string SerializeManagedDeletionList(const ManagedDeletionList& paths);
 
 // Refuses a text of more than 24576 bytes. On success `list` holds the normalized paths; on failure it
-// is as it was, and `error`, if given, says why. Raises nothing of the standard hierarchy. Whether
+// is as it was, and `error`, if given, says why. Throws nothing of the standard hierarchy. Whether
 // the list overlaps a release is left to whoever holds both.
 [[nodiscard]] bool ParseManagedDeletionList(std::string_view text, ManagedDeletionList& list,
                                             std::string* error);

@@ -25,17 +25,17 @@ inline constexpr PathView kApplicationKeyText = u"tolvarine.exe";
 // True for a relative path without a root name whose every component is a plain name: not empty,
 // not "." or "..", no full stop or blank at its end, none of <>:"|?*, nothing below U+0020, and not
 // a device name such as CON or COM1, with or without an extension. Leading separators pass;
-// SafeJoin refuses them. Raises SystemError for a lone surrogate in a path without a root name.
+// SafeJoin refuses them. Throws SystemError for a lone surrogate in a path without a root name.
 [[nodiscard]] bool IsSafeReleasePath(PathView path);
 
 // The path as strict UTF-8 with `/` as separator, as it is persisted. Nothing else is normalized.
-// Raises SystemError for a lone surrogate.
+// Throws SystemError for a lone surrogate.
 [[nodiscard]] std::string GenericUtf8Path(PathView path);
 
 // The same, put behind what `text` already holds. On failure `text` keeps that, and no more.
 void AppendGenericUtf8Path(std::string& text, PathView path);
 
-// The path that strict UTF-8 spells; separators stay as they are. Raises SystemError for anything
+// The path that strict UTF-8 spells; separators stay as they are. Throws SystemError for anything
 // that is not well-formed.
 [[nodiscard]] Path PathFromUtf8(std::string_view bytes);
 

@@ -31,17 +31,17 @@ struct SourceInventoryEntry {
 using SourceInventory = std::vector<SourceInventoryEntry>;
 
 // The rows, validated and in order: 1 to 1000 of them, paths safe and of at most 1024 bytes of
-// UTF-8, digests well-formed, no two paths with the same key. Raises std::runtime_error for rows
+// UTF-8, digests well-formed, no two paths with the same key. Throws std::runtime_error for rows
 // that break one of these rules, and SystemError for a lone surrogate in a path without a root
 // name.
 [[nodiscard]] SourceInventory NormalizeSourceInventory(const SourceInventory& rows);
 
-// The text of the normalized rows. Raises what normalizing raises, and std::runtime_error for a
+// The text of the normalized rows. Throws what normalizing throws, and std::runtime_error for a
 // text of more than 24576 bytes.
 [[nodiscard]] std::string SerializeSourceInventory(const SourceInventory& rows);
 
 // Refuses a text of more than 24576 bytes. On success `inventory` holds the normalized rows; on failure
-// it is as it was, and `error`, if given, says why. Raises nothing of the standard hierarchy.
+// it is as it was, and `error`, if given, says why. Throws nothing of the standard hierarchy.
 [[nodiscard]] bool ParseSourceInventory(std::string_view text, SourceInventory& inventory,
                                         std::string* error);
 

@@ -1,4 +1,4 @@
-// The Win32 codes that the program, or its simulated platform, tells apart or raises itself. All
+// The Win32 codes that the program, or its simulated platform, tells apart or throws itself. All
 // other codes pass through it as plain numbers.
 
 #pragma once

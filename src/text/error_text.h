@@ -9,8 +9,8 @@
 namespace tolvarine::updater {
 
 // Stores the text in `error`, if there is one. Where there is no memory for the words, they stay
-// away; what they would tell of stands all the same. Raises nothing.
-inline void Tell(std::string* error, std::string_view text) noexcept {
+// away; what they would tell of stands all the same. Throws nothing.
+inline void StoreErrorText(std::string* error, std::string_view text) noexcept {
   if (error == nullptr) return;
   try {
     *error = text;

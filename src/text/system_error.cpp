@@ -50,12 +50,12 @@ SystemError::SystemError(std::uint32_t code)
 SystemError::SystemError(std::uint32_t code, std::string_view context)
     : std::runtime_error(std::string(context) + ": " + SystemMessage(code)), code_(code) {}
 
-void RaiseLastError() {
+void ThrowLastError() {
   const std::uint32_t code = platform::GetLastError();
   throw SystemError(code);
 }
 
-void RaiseLastError(std::string_view context) {
+void ThrowLastError(std::string_view context) {
   const std::uint32_t code = platform::GetLastError();
   throw SystemError(code, context);
 }

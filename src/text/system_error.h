@@ -1,6 +1,6 @@
 // A failure that carries a Win32 code, and the system's words for such a code.
 //
-// Defined on this floor, the lowest that raises it: the strict conversions of text fail with it.
+// Defined on this layer, the lowest that throws it: the strict conversions of text fail with it.
 // The other kinds of failure stand in files/failure.h.
 
 #pragma once
@@ -28,8 +28,8 @@ class SystemError : public std::runtime_error {
   std::uint32_t code_;
 };
 
-// Raises SystemError for the thread's last error, which is read before anything can disturb it.
-[[noreturn]] void RaiseLastError();
-[[noreturn]] void RaiseLastError(std::string_view context);
+// Throws SystemError for the thread's last error, which is read before anything can disturb it.
+[[noreturn]] void ThrowLastError();
+[[noreturn]] void ThrowLastError(std::string_view context);
 
 }  // namespace tolvarine::updater

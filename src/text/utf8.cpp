@@ -35,12 +35,12 @@ void AppendUtf8(std::string& text, std::u16string_view wide) {
                                          wide.data(), length, output, size, nullptr);
   };
   const std::int32_t size = convert(nullptr, 0);
-  if (size <= 0) RaiseLastError();
+  if (size <= 0) ThrowLastError();
   const std::size_t start = text.size();
   text.resize(start + static_cast<std::size_t>(size));
   if (convert(text.data() + start, size) > 0) return;
   text.resize(start);
-  RaiseLastError();
+  ThrowLastError();
 }
 
 std::u16string Utf16FromUtf8(std::string_view utf8) {
@@ -49,7 +49,7 @@ std::u16string Utf16FromUtf8(std::string_view utf8) {
   const auto convert = [&](char16_t* output, std::int32_t size) {
     const std::int32_t written = platform::MultiByteToWideChar(
         platform::kCpUtf8, platform::kMbErrInvalidChars, utf8.data(), length, output, size);
-    if (written <= 0) RaiseLastError();
+    if (written <= 0) ThrowLastError();
     return written;
   };
   const std::int32_t size = convert(nullptr, 0);

@@ -125,7 +125,7 @@ constexpr PathRow kRows[] = {
 class CallsByPathTest : public ContractTest {
  protected:
   // A fresh directory with what the paths lead to.
-  void Furnish(const PathRow& row) {
+  void CreateFiles(const PathRow& row) {
     held_.reset();
     scratch_ = {};
     scratch_ = MakeScratch();
@@ -144,14 +144,14 @@ class CallsByPathTest : public ContractTest {
 
 TEST_F(CallsByPathTest, EveryCallAnswersWithItsCode) {
   for (const PathRow& row : kRows) {
-    Furnish(row);
+    CreateFiles(row);
     for (std::size_t i = 0; i < std::size(kCalls); ++i) {
       const bool extended = row.name.starts_with(u'~');
       const Path path = extended ? u"\\\\?\\" + At(row.name.substr(1)) : At(row.name);
       const std::uint32_t code = kCalls[i].code(path, root());
       EXPECT_EQ(row.answers[i].Here(), code) << Shown(row.name) << ", " << kCalls[i].name;
       // What was refused has changed nothing: the next call meets the same.
-      if (code == 0) Furnish(row);
+      if (code == 0) CreateFiles(row);
     }
   }
 }

@@ -1,9 +1,9 @@
 #include "contract/fixture.h"
-#include "platform/simulated/world.h"
+#include "simulated_windows/computer.h"
 
 namespace tolvarine::updater::contract {
 
-using simulated::World;
+using simulated::Computer;
 
 bool OnWine() { return false; }
 
@@ -11,33 +11,33 @@ bool OnWineAsRoot() { return false; }
 
 Scratch MakeScratch() {
   const Path root = u"C:\\Users\\Person\\Scratch 1";
-  auto world = std::make_shared<World>();
-  world->MakeCurrent();
-  world->MakeDirectory(root);
-  return {root, world};
+  auto computer = std::make_shared<Computer>();
+  computer->MakeCurrent();
+  computer->disk.MakeDirectory(root);
+  return {root, computer};
 }
 
 void MakeHardLink(const Path& existing, const Path& path) {
-  World::Current().MakeHardLink(existing, path);
+  Computer::Current().disk.MakeHardLink(existing, path);
 }
 
 void SetAttributes(const Path& path, std::uint32_t attributes) {
-  World::Current().SetAttributes(path, attributes);
+  Computer::Current().disk.SetAttributes(path, attributes);
 }
 
 OtherProcess StartProcess() {
   constexpr std::uint32_t kId = 4242;
   constexpr std::uint64_t kCreationTime = 134'000'000'000'000'007;
-  World& world = World::Current();
-  simulated::Process& process = world.processes[kId];
+  Computer& computer = Computer::Current();
+  simulated::Process& process = computer.processes.by_id[kId];
   process.creation_time = kCreationTime;
   return {.id = kId,
-          .end = [&] { process.exits_after_ms = world.elapsed_ms; },
+          .end = [&] { process.exits_after_ms = computer.clock.elapsed_ms; },
           .forget = [&] { process.gone = true; }};
 }
 
 std::function<void(Leaving)> HoldElsewhere(const std::u16string& name) {
-  auto& holders = World::Current().mutex_holders;
+  auto& holders = Computer::Current().processes.mutex_holders;
   holders[name] = {};
   return [&holders, name](Leaving how) {
     holders[name].dies = true;

@@ -7,7 +7,7 @@
 
 #include "contract/fixture.h"
 #include "platform/shell.h"
-#include "platform/simulated/lower_case_table.h"
+#include "simulated_windows/lower_case_table.h"
 
 namespace tolvarine::updater::contract {
 namespace {

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/simulated/world.h"
+#include "simulated_windows/computer.h"
 #include "support/text_printers.h"
 
 namespace tolvarine::updater {
@@ -41,8 +41,8 @@ Options With(const Options& changes) {
 }
 
 bool Parses(const Options& options, UpdaterArguments& arguments) {
-  simulated::World world;
-  world.MakeCurrent();
+  simulated::Computer computer;
+  computer.MakeCurrent();
   std::vector<std::u16string> texts = {u"updater.exe"};
   for (const auto& [name, value] : options) {
     texts.push_back(u"--" + name);
@@ -106,8 +106,8 @@ TEST(CommandLineTest, ValuesAreTakenStrictly) {
 }
 
 TEST(CommandLineTest, AListOf24576UnitsIsTaken) {
-  simulated::World world;
-  world.MakeCurrent();
+  simulated::Computer computer;
+  computer.MakeCurrent();
   ManagedDeletionList paths;
   for (char16_t name = u'a'; name < u'm'; ++name) paths.emplace_back(1023, name);
   paths.push_back(u"four");

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/simulated/objects.h"
+#include "simulated_windows/objects.h"
 #include "support/update_scenes.h"
 
 namespace tolvarine::updater {
@@ -15,10 +15,11 @@ const std::u16string kKey(simulated::kInstallKey);
 const std::u16string kName = u"Local\\TolvarineUpdater-Installation-" + kKey;
 
 // The calls that were made, by name, and forgets them.
-std::string Calls(World& world) {
+std::string Calls(Computer& computer) {
   std::string names;
-  for (const CallRecord& record : world.trace) names.append(CallName(record.call)).append(" ");
-  world.trace.clear();
+  for (const CallRecord& record : computer.calls.trace)
+    names.append(CallName(record.call)).append(" ");
+  computer.calls.trace.clear();
   return names;
 }
 
@@ -37,41 +38,41 @@ TEST(InstallationLockTest, OwnerDecidesHowTheWaitEnds) {
                       {MutexHolder{400, false}, 1000, Acquired, 400},
                       {MutexHolder{400, true}, 1000, Acquired, 400}};
   ForEachRow(rows, [](const Row& row) {
-    World world;
-    world.MakeCurrent();
-    if (row.holder) world.mutex_holders[kName] = *row.holder;
+    Computer computer;
+    computer.MakeCurrent();
+    if (row.holder) computer.processes.mutex_holders[kName] = *row.holder;
     InstallationLock lock(kKey);
     InstallationLock other(std::u16string(64, u'0'));
     EXPECT_EQ(lock.Acquire(row.timeout), row.result);
-    EXPECT_EQ(world.elapsed_ms, row.elapsed);
+    EXPECT_EQ(computer.clock.elapsed_ms, row.elapsed);
     EXPECT_EQ(other.Acquire(0), Acquired);
   });
 }
 
 TEST(InstallationLockTest, WhatIsOwnedIsReleasedOnceAndThenClosed) {
-  World world;
-  world.MakeCurrent();
-  world.keep_trace = true;
+  Computer computer;
+  computer.MakeCurrent();
+  computer.calls.keep_trace = true;
   {
     InstallationLock lock(kKey);
-    world.Plan({.call = Call::WaitForSingleObject});
+    computer.calls.Inject({.call = Call::WaitForSingleObject});
     EXPECT_EQ(lock.Acquire(1000), Failed);
-    EXPECT_EQ(Calls(world), "CreateMutexW WaitForSingleObject ");
+    EXPECT_EQ(Calls(computer), "CreateMutexW WaitForSingleObject ");
     EXPECT_EQ(lock.Acquire(1000), Acquired);
     EXPECT_EQ(lock.Acquire(1000), Failed);  // Without a wait.
     lock.Release();
     lock.Release();
     EXPECT_EQ(lock.Acquire(1000), Failed);
   }
-  EXPECT_EQ(Calls(world), "WaitForSingleObject ReleaseMutex CloseHandle ");
+  EXPECT_EQ(Calls(computer), "WaitForSingleObject ReleaseMutex CloseHandle ");
   { const InstallationLock never_acquired(kKey); }
-  EXPECT_EQ(Calls(world), "CreateMutexW CloseHandle ");
-  world.mutex_create_errors[kName] = 6;
+  EXPECT_EQ(Calls(computer), "CreateMutexW CloseHandle ");
+  computer.processes.mutex_create_errors[kName] = 6;
   EXPECT_EQ(InstallationLock(kKey).Acquire(1000), Failed);
-  EXPECT_EQ(Calls(world), "CreateMutexW ");
+  EXPECT_EQ(Calls(computer), "CreateMutexW ");
   EXPECT_EQ(InstallationLock(kKey.substr(1) + u'A').Acquire(1000), Failed);
-  EXPECT_EQ(Calls(world), "");
-  EXPECT_EQ(world.objects().open_handles() + world.objects().bad_closes(), 0u);
+  EXPECT_EQ(Calls(computer), "");
+  EXPECT_EQ(computer.objects().open_handles() + computer.objects().bad_closes(), 0u);
 }
 
 }  // namespace

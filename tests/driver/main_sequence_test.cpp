@@ -7,8 +7,8 @@
 
 #include "driver/installation_lock.h"
 #include "driver/update_log.h"
-#include "platform/simulated/file_system.h"
-#include "platform/simulated/objects.h"
+#include "simulated_windows/file_system.h"
+#include "simulated_windows/objects.h"
 #include "support/engine_runs.h"
 #include "text/utf8.h"
 
@@ -35,36 +35,36 @@ std::string RecordOf(const Box& box) {
   return level + (" [Updater] " + Utf8FromUtf16(text)) + "\r\n";
 }
 
-void ExpectNothingLeftOpen(World& world) {
-  EXPECT_EQ(world.objects().open_handles() + world.objects().open_hashes(), 0u);
-  EXPECT_EQ(world.files().open_handles() + world.objects().bad_closes(), 0u);
+void ExpectNothingLeftOpen(Computer& computer) {
+  EXPECT_EQ(computer.objects().open_handles() + computer.objects().open_hashes(), 0u);
+  EXPECT_EQ(computer.files().open_handles() + computer.objects().bad_closes(), 0u);
 }
 
 // Runs one process, and checks what holds of every ending: a record is on the disk before its box
 // appears, the mutex outlasts boxes and restart, and nothing is left open.
 std::int32_t RunProcess(SimulatedUpdate& update) {
-  World& world = update.world;
-  world.boxes.clear();
-  world.trace.clear();
-  world.keep_trace = true;
-  world.on_box = [&](const Box& box) {
+  Computer& computer = update.computer;
+  computer.desktop.boxes.clear();
+  computer.calls.trace.clear();
+  computer.calls.keep_trace = true;
+  computer.desktop.on_box = [&](const Box& box) {
     EXPECT_TRUE(box.type == 16 || box.type == 48) << box.type;
     EXPECT_EQ(box.title, box.type == 48 ? u"Update installed" : u"Could not install update");
     EXPECT_TRUE(UpdateLogPath().empty() || update.Log().ends_with(RecordOf(box))) << update.Log();
   };
   const std::int32_t exit_code = update.Run();
   bool released = false;
-  for (const CallRecord& call : world.trace) {
+  for (const CallRecord& call : computer.calls.trace) {
     released = released || call.call == Call::ReleaseMutex;
     EXPECT_FALSE(released && (call.call == Call::MessageBoxW || call.call == Call::ShellExecuteW));
   }
-  ExpectNothingLeftOpen(world);
+  ExpectNothingLeftOpen(computer);
   return exit_code;
 }
 
 Texts BoxesOf(const SimulatedUpdate& update) {
   Texts texts;
-  for (const Box& box : update.world.boxes) texts.push_back(box.text);
+  for (const Box& box : update.computer.desktop.boxes) texts.push_back(box.text);
   return texts;
 }
 
@@ -74,31 +74,32 @@ Act WaitsFor(const simulated::Process& process) {
     update.arguments.wait_process_created_at = 99;
     update.arguments.has_wait_process_created_at = true;
     update.RefreshCommandLine();
-    update.world.processes[7] = process;
+    update.computer.processes.by_id[7] = process;
   };
 }
 
 Act Shell(std::intptr_t result) {
-  return [=](SimulatedUpdate& update) { update.world.shell_result = result; };
+  return [=](SimulatedUpdate& update) { update.computer.desktop.shell_result = result; };
 }
 
 TEST(MainSequenceTest, SuccessPublishesTheUpdateAndRestartsWithoutAWord) {
   const Act acts[] = {Nothing, WaitsFor({.creation_time = 99, .exits_after_ms = 59999}),
                       WaitsFor({.creation_time = 98}), WaitsFor({.gone = true}),
-                      Fail(Call::CreateFile2, u"launched.json")};
+                      Inject(Call::CreateFile2, u"launched.json")};
   ForEachRow(acts, [](const Act& act) {
     SimulatedUpdate update;
     act(update);
     EXPECT_EQ(RunProcess(update), 0);
     EXPECT_EQ(BoxesOf(update), Texts());
-    EXPECT_FALSE(update.world.Exists(update.TargetPath(u"log.txt")));
+    EXPECT_FALSE(update.computer.disk.Exists(update.TargetPath(u"log.txt")));
     EXPECT_EQ(update.Target(), update.Installed());
-    auto workspace = update.world.Tree(update.layout.workspace);
+    auto workspace = update.computer.disk.Tree(update.layout.workspace);
     workspace.erase(u"launched.json");  // Where it cannot be removed, it stays.
     EXPECT_EQ(workspace.size(), 1u);
     EXPECT_EQ(workspace[u"completed.json"], simulated::kPendingContent);
-    EXPECT_EQ(update.world.ReadFile(update.layout.installed_manifest), simulated::kPendingContent);
-    EXPECT_EQ(update.world.starts.size(), 1u);
+    EXPECT_EQ(update.computer.disk.ReadFile(update.layout.installed_manifest),
+              simulated::kPendingContent);
+    EXPECT_EQ(update.computer.desktop.starts.size(), 1u);
   });
 }
 
@@ -121,26 +122,28 @@ std::vector<Ending> Endings() {
   const Act waits = WaitsFor({.creation_time = 99});
   const Path temporary = u"Tolvarine\\Tolvarine.exe.tolvarine-update-new";
   return {
-      {Fail(Call::CommandLineToArgvW, u""), 2, arguments, false, true},
-      {[](U& u) { u.world.command_line = u"updater.exe"; }, 2, arguments, false, true},
-      {[](U& u) { u.world.command_line += u" --managed-deletions " + Path(32000, u'6'); }, 2,
-       arguments, false, true},
+      {Inject(Call::CommandLineToArgvW, u""), 2, arguments, false, true},
+      {[](U& u) { u.computer.desktop.command_line = u"updater.exe"; }, 2, arguments, false, true},
+      {[](U& u) {
+         u.computer.desktop.command_line += u" --managed-deletions " + Path(32000, u'6');
+       },
+       2, arguments, false, true},
       {[](U& u) { u.arguments.target = u.source, u.RefreshCommandLine(); }, 3,
        u"The update source, target, or state path failed safety validation. The release source and "
        u"installation target are the same directory.",
        false, true},
-      {Fail(Call::CreateMutexW, u""), 3, lock, true, true},
-      {Fail(Call::WaitForSingleObject, u""), 3, lock, true, true},
+      {Inject(Call::CreateMutexW, u""), 3, lock, true, true},
+      {Inject(Call::WaitForSingleObject, u""), 3, lock, true, true},
       {waits, 4, running, true, true},
       {WaitsFor({.open_error = 5}), 4, unproven, true, true},
-      {Both(waits, Fail(Call::GetProcessTimes, u"")), 4, unproven, true, true},
-      {Both(waits, Fail(Call::WaitForSingleObject, u"", 2)), 4, unproven, true, true},
+      {Both(waits, Inject(Call::GetProcessTimes, u"")), 4, unproven, true, true},
+      {Both(waits, Inject(Call::WaitForSingleObject, u"", 2)), 4, unproven, true, true},
       {Write(u"S\\extra.txt"), 5,
        failed + u"Release source tree does not exactly match authenticated inventory", true, true},
-      {Fail(Call::CopyFileW, u"Tolvarine.exe"), 5,
+      {Inject(Call::CopyFileW, u"Tolvarine.exe"), 5,
        failed + u"Could not copy backup or restore temporary: Access is denied.", true, false},
-      {Fail(Call::MoveFileExW, temporary), 5, failed + u"Access is denied.", true, false},
-      {Fail(Call::MoveFileExW, temporary, 1, 2), 5,
+      {Inject(Call::MoveFileExW, temporary), 5, failed + u"Access is denied.", true, false},
+      {Inject(Call::MoveFileExW, temporary, 1, 2), 5,
        kIncomplete + std::u16string(u"\n\nDetails: Access is denied.; rollback incomplete: Access "
                                     u"is denied."),
        true, false},
@@ -157,25 +160,25 @@ TEST(MainSequenceTest, FailuresAreRecordedShownAndReturned) {
   ForEachRow(Endings(), [](const Ending& row) {
     SimulatedUpdate update;
     row.act(update);
-    const auto before = update.world.Tree(u"C:\\State");
+    const auto before = update.computer.disk.Tree(u"C:\\State");
     EXPECT_EQ(RunProcess(update), row.exit_code);
     EXPECT_EQ(BoxesOf(update), Texts{row.message});
     EXPECT_EQ(std::ranges::count(update.Log(), '\n'), row.logged);
-    EXPECT_EQ(update.world.Exists(update.layout.launched_marker), row.launched);
-    EXPECT_EQ(update.world.starts.size(), row.exit_code == 6 ? 1u : 0u);
-    EXPECT_EQ(update.world.Tree(u"C:\\State") == before, row.exit_code < 5);
+    EXPECT_EQ(update.computer.disk.Exists(update.layout.launched_marker), row.launched);
+    EXPECT_EQ(update.computer.desktop.starts.size(), row.exit_code == 6 ? 1u : 0u);
+    EXPECT_EQ(update.computer.disk.Tree(u"C:\\State") == before, row.exit_code < 5);
     EXPECT_TRUE(row.exit_code > 4 || update.Target() == update.plan.baseline);
   });
 }
 
 TEST(MainSequenceTest, SecondUpdaterStepsAsideWithoutATrace) {
   SimulatedUpdate update;
-  update.world.mutex_holders[InstallationMutexName(simulated::kInstallKey)] = {};
-  const auto before = update.world.Tree(u"C:\\");
+  update.computer.processes.mutex_holders[InstallationMutexName(simulated::kInstallKey)] = {};
+  const auto before = update.computer.disk.Tree(u"C:\\");
   EXPECT_EQ(RunProcess(update), 0);
-  EXPECT_EQ(update.world.elapsed_ms, 1000u);
-  EXPECT_EQ(update.world.boxes.size() + update.world.starts.size(), 0u);
-  EXPECT_EQ(update.world.Tree(u"C:\\"), before);
+  EXPECT_EQ(update.computer.clock.elapsed_ms, 1000u);
+  EXPECT_EQ(update.computer.desktop.boxes.size() + update.computer.desktop.starts.size(), 0u);
+  EXPECT_EQ(update.computer.disk.Tree(u"C:\\"), before);
 }
 
 struct Deferral {
@@ -186,36 +189,38 @@ struct Deferral {
 TEST(MainSequenceTest, UpdateThatCannotBePublishedIsLeftToTheApplication) {
   using U = SimulatedUpdate;
   const Act cut_short = [](U& u) {
-    u.world.Plan({.call = Call::CopyFileW, .path_suffix = u"pending.json", .partial = 4});
+    u.computer.calls.Inject(
+        {.call = Call::CopyFileW, .path_suffix = u"pending.json", .partial = 4});
   };
   const Act finalized_before = [](U& u) {
-    u.world.Rename(u.layout.pending_marker, u.layout.completed_marker);
+    u.computer.disk.Rename(u.layout.pending_marker, u.layout.completed_marker);
   };
   const Path temporary = u"installed-manifest.json.tmp";
   const Deferral rows[] = {
-      {Fail(Call::CopyFileW, u"pending.json"), false, false},
+      {Inject(Call::CopyFileW, u"pending.json"), false, false},
       {cut_short, true, false},
-      {Fail(Call::CreateFileW, temporary), false, false},
-      {Fail(Call::FlushFileBuffers, temporary), false, false},
-      {Fail(Call::MoveFileExW, temporary), false, false},
-      {Both(Fail(Call::MoveFileExW, temporary), Fail(Call::DeleteFileW, temporary, 2)), true,
+      {Inject(Call::CreateFileW, temporary), false, false},
+      {Inject(Call::FlushFileBuffers, temporary), false, false},
+      {Inject(Call::MoveFileExW, temporary), false, false},
+      {Both(Inject(Call::MoveFileExW, temporary), Inject(Call::DeleteFileW, temporary, 2)), true,
        false},
       {Both(LeftIn(TransactionPhase::Committed), finalized_before), false, false},
-      {Fail(Call::MoveFileExW, u"pending.json"), false, true}};
+      {Inject(Call::MoveFileExW, u"pending.json"), false, true}};
   for (const bool restarts : {true, false}) {
     ForEachRow(rows, [&](const Deferral& row) {
       SimulatedUpdate update;
       Both(row.act, restarts ? Nothing : Shell(31))(update);
-      const bool pending = update.world.Exists(update.layout.pending_marker);
+      const bool pending = update.computer.disk.Exists(update.layout.pending_marker);
       EXPECT_EQ(RunProcess(update), restarts ? 7 : 6);
       EXPECT_EQ(BoxesOf(update), restarts ? Texts{kDeferred} : (Texts{kDeferred, kNotRestarted}));
-      EXPECT_EQ(update.world.starts.size(), 1u);
-      EXPECT_EQ(update.world.ReadFile(update.layout.installed_manifest),
+      EXPECT_EQ(update.computer.desktop.starts.size(), 1u);
+      EXPECT_EQ(update.computer.disk.ReadFile(update.layout.installed_manifest),
                 row.manifest_written ? simulated::kPendingContent : simulated::kPreviousManifest);
-      EXPECT_EQ(update.world.Exists(update.layout.state + u"\\" + temporary), row.temporary_stays);
-      EXPECT_EQ(update.world.Exists(update.layout.pending_marker), pending);
+      EXPECT_EQ(update.computer.disk.Exists(update.layout.state + u"\\" + temporary),
+                row.temporary_stays);
+      EXPECT_EQ(update.computer.disk.Exists(update.layout.pending_marker), pending);
       EXPECT_EQ(SavedRecord(update).phase, TransactionPhase::Committed);
-      EXPECT_TRUE(update.world.Exists(update.layout.archive));
+      EXPECT_TRUE(update.computer.disk.Exists(update.layout.archive));
     });
   }
 }
@@ -225,10 +230,10 @@ TEST(MainSequenceTest, CopyOfAMarkerIsDurable) {
   const Path copy = update.layout.workspace + u"\\copy.json";
   Write(copy + u".tmp", "stale")(update);
   EXPECT_TRUE(CopyMarkerDurably(update.layout.pending_marker, copy));
-  EXPECT_TRUE(update.world.volume(u'C').unforced().empty());
-  EXPECT_TRUE(update.world.volume(u'C').UnflushedFiles().empty());
-  EXPECT_EQ(update.world.ReadFile(copy), simulated::kPendingContent);
-  EXPECT_FALSE(update.world.Exists(copy + u".tmp"));
+  EXPECT_TRUE(update.computer.disks.volume(u'C').unforced().empty());
+  EXPECT_TRUE(update.computer.disks.volume(u'C').UnflushedFiles().empty());
+  EXPECT_EQ(update.computer.disk.ReadFile(copy), simulated::kPendingContent);
+  EXPECT_FALSE(update.computer.disk.Exists(copy + u".tmp"));
 }
 
 TEST(MainSequenceTest, RestartTakesItsPathAsGiven) {
@@ -245,11 +250,11 @@ TEST(MainSequenceTest, RestartTakesItsPathAsGiven) {
     for (const std::intptr_t result : {32, 0, -1}) {
       Shell(result)(update);
       EXPECT_EQ(RunProcess(update), 6) << result;
-      update.world.WriteFile(update.layout.pending_marker, "");
+      update.computer.disk.WriteFile(update.layout.pending_marker, "");
     }
     Shell(33)(update);
     EXPECT_EQ(RunProcess(update), 0);
-    const simulated::ShellStart& start = update.world.starts.back();
+    const simulated::ShellStart& start = update.computer.desktop.starts.back();
     EXPECT_EQ(start.verb, u"open");
     EXPECT_EQ(start.file, row.second);
     EXPECT_EQ(start.directory, u"C:\\Program Files\\Tolvarine");
@@ -279,7 +284,7 @@ TEST(MainSequenceTest, ExceptionsOutsideTheTransactionLeaveTheProcess) {
     SimulatedUpdate update;
     Before(row.first, row.second, no_memory)(update);
     EXPECT_THROW(update.Run(), std::bad_alloc);
-    ExpectNothingLeftOpen(update.world);
+    ExpectNothingLeftOpen(update.computer);
   });
 }
 

@@ -17,7 +17,7 @@ Act Set(Field field, const Path& path) {
 }
 
 Act Barred(Field field) {
-  return Both(Set(field, u"C:\\barred"), Fail(Call::CreateFile2, u"barred", 1, kAlways));
+  return Both(Set(field, u"C:\\barred"), Inject(Call::CreateFile2, u"barred", 1, kAlways));
 }
 
 struct Check {
@@ -65,12 +65,12 @@ TEST(RequestValidationTest, FirstFailingCheckIsTheOneReported) {
     SimulatedUpdate one;
     row->act(one);
     EXPECT_EQ(ValidateRequest(one.arguments), row->message);
-    all.world.MakeCurrent();
+    all.computer.MakeCurrent();
     row->act(all);
-    const auto disk = all.world.Tree(u"C:\\");
+    const auto disk = all.computer.disk.Tree(u"C:\\");
     A arguments = all.arguments;
     EXPECT_EQ(ValidateRequest(arguments), row->message);
-    EXPECT_EQ(all.world.Tree(u"C:\\"), disk);
+    EXPECT_EQ(all.computer.disk.Tree(u"C:\\"), disk);
   }
 }
 
@@ -111,7 +111,7 @@ TEST(RequestValidationTest, LayoutThatOnlyLooksRightIsRefused) {
       {Set(&A::target, u"W\\.."), overlap},
       {Directory(u"S\\Tolvarine.exe"), no_application},
       {Link(u"S\\Tolvarine.exe", u"nothing"), no_application},
-      {Fail(Call::GetFileAttributesExW, u"release\\Tolvarine.exe"), no_application}};
+      {Inject(Call::GetFileAttributesExW, u"release\\Tolvarine.exe"), no_application}};
   ForEachRow(rows, [](const Check& row) {
     SimulatedUpdate update;
     row.act(update);
@@ -134,8 +134,8 @@ TEST(RequestValidationTest, PathsCompareByWholeElementsWithoutCase) {
                       {u"C:\\a\\b", u"C:\\a\\", false, false},
                       {u"D:\\a", u"C:\\", false, false},
                       {u"C:\\a\\..\\b", u"C:\\a", false, false}};
-  World world;
-  world.MakeCurrent();
+  Computer computer;
+  computer.MakeCurrent();
   ForEachRow(rows, [](const Row& row) {
     EXPECT_EQ(PathsEqual(row.path, row.base), row.equal);
     EXPECT_EQ(IsPathWithin(row.path, row.base), row.within);

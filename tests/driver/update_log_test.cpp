@@ -15,13 +15,13 @@ constexpr char16_t kLog[] = u"C:\\T\\log.txt";
 class UpdateLogTest : public testing::Test {
  protected:
   UpdateLogTest() {
-    world.MakeCurrent();
-    world.MakeDirectory(u"C:\\T");
+    computer.MakeCurrent();
+    computer.disk.MakeDirectory(u"C:\\T");
     UpdateLogPath() = kLog;
   }
   ~UpdateLogTest() override { UpdateLogPath().clear(); }
 
-  World world;
+  Computer computer;
 };
 
 TEST_F(UpdateLogTest, RecordsAreAppendedWithLocalTimeAndItsOffset) {
@@ -36,44 +36,45 @@ TEST_F(UpdateLogTest, RecordsAreAppendedWithLocalTimeAndItsOffset) {
                       {{-60, 7, 9}, 0, "+01:00"},   {{570, 0, 0}, 0, "-09:30"}};
   std::string expected;
   for (const auto& [zone, id, offset] : rows) {
-    world.zone = zone;
-    world.zone_id = id;
+    computer.clock.zone = zone;
+    computer.clock.zone_id = id;
     WriteUpdateLog(kLogError, u"One\r\ntwo \\n \u00E9\U0001F600\xD800.");
     expected += std::string("[2026-03-01 14:05:09.042 ") + offset +
                 "] [ERROR] [Updater] One\\r\\ntwo \\n \xC3\xA9\xF0\x9F\x98\x80\xEF\xBF\xBD.\r\n";
   }
-  world.local_time = {987, 12, 31, 0, 0, 0, 7};
-  world.Hold(kLog, platform::kGenericWrite, platform::kFileShareAll);  // It shuts nobody out.
-  world.keep_trace = true;
+  computer.clock.local_time = {987, 12, 31, 0, 0, 0, 7};
+  computer.disk.Hold(kLog, platform::kGenericWrite,
+                     platform::kFileShareAll);  // It shuts nobody out.
+  computer.calls.keep_trace = true;
   WriteUpdateLog(kLogWarning, u"");
   expected += "[0987-12-31 00:00:00.007 -09:30] [WARNING] [Updater] \r\n";
-  EXPECT_EQ(world.ReadFile(kLog), expected);
+  EXPECT_EQ(computer.disk.ReadFile(kLog), expected);
   const auto writes = [](const CallRecord& record) { return record.call == Call::WriteFile; };
-  EXPECT_EQ(std::ranges::count_if(world.trace, writes), 1);
+  EXPECT_EQ(std::ranges::count_if(computer.calls.trace, writes), 1);
 }
 
 // The update goes on without the record in every case.
 TEST_F(UpdateLogTest, RecordThatCannotBeWrittenIsDropped) {
-  using W = World;
+  using W = Computer;
   void (*const obstacles[])(W&) = {
       [](W&) { UpdateLogPath().clear(); },
       [](W&) { UpdateLogPath() = u"C:\\missing\\log.txt"; },
-      [](W& w) { w.SetAttributes(kLog, platform::kFileAttributeReadonly); },
-      [](W& w) { w.Hold(kLog, platform::kGenericRead, platform::kFileShareNone); },
-      [](W& w) { w.volume(u'C').write_protected = true; },
-      [](W& w) { w.Plan({.call = Call::WideCharToMultiByte}); },
-      [](W& w) { w.Plan({.call = Call::WideCharToMultiByte, .first = 2}); },
-      [](W& w) { w.Plan({.call = Call::WriteFile}); },
-      [](W& w) { w.before_call = [](const CallRecord&) { throw std::bad_alloc(); }; }};
+      [](W& w) { w.disk.SetAttributes(kLog, platform::kFileAttributeReadonly); },
+      [](W& w) { w.disk.Hold(kLog, platform::kGenericRead, platform::kFileShareNone); },
+      [](W& w) { w.disks.volume(u'C').write_protected = true; },
+      [](W& w) { w.calls.Inject({.call = Call::WideCharToMultiByte}); },
+      [](W& w) { w.calls.Inject({.call = Call::WideCharToMultiByte, .first = 2}); },
+      [](W& w) { w.calls.Inject({.call = Call::WriteFile}); },
+      [](W& w) { w.calls.before_call = [](const CallRecord&) { throw std::bad_alloc(); }; }};
   ForEachRow(obstacles, [](const auto& obstacle) {
-    World machine;
+    Computer machine;
     machine.MakeCurrent();
-    machine.WriteFile(kLog, "earlier\n");
+    machine.disk.WriteFile(kLog, "earlier\n");
     UpdateLogPath() = kLog;
     obstacle(machine);
     WriteUpdateLog(kLogError, u"text");
-    EXPECT_EQ(machine.ReadFile(kLog), "earlier\n");
-    EXPECT_EQ(machine.Tree(u"C:\\").size(), 2u);
+    EXPECT_EQ(machine.disk.ReadFile(kLog), "earlier\n");
+    EXPECT_EQ(machine.disk.Tree(u"C:\\").size(), 2u);
   });
 }
 

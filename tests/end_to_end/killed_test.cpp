@@ -2,7 +2,7 @@
 // leaves is judged as it lies there, by what the journal says of it, and then by what the next runs
 // make of it.
 //
-// The moment is this test's random input: it is drawn from the length of a run that nobody disturbs,
+// The kill_time is this test's random input: it is drawn from the length of a run that nobody disturbs,
 // and the table at the end tells what the kills have met. TOLVARINE_KILLS asks for another number of
 // them. All that is drawn for a round comes from a seed of its own, TOLVARINE_SEED for the first and
 // the next number for each one after it; so with TOLVARINE_KILLS=1 a failure's seed repeats it.
@@ -135,15 +135,15 @@ bool IsPublished(const RealUpdate& update) { return fs::exists(update.layout.com
 
 // When to kill: so long after the start or, if there is a sign, after that file appears. Nothing is
 // opened for it: that alone could make the updater fail.
-struct Moment {
+struct KillTime {
   Seconds delay;
   Path sign{};
 };
 
-// Every other moment lies anywhere. The others lie behind a milestone, most of them shortly: they
+// Every other kill_time lies anywhere. The others lie behind a milestone, most of them shortly: they
 // meet what is soon over (the first save, the largest file, the rollback's beginning, the publishing
 // of the markers), and are in time however the pace of the machine changes.
-Moment DrawMoment(std::mt19937_64& random, Seconds length, const Scene& scene) {
+KillTime DrawKillTime(std::mt19937_64& random, Seconds length, const Scene& scene) {
   const double part = std::uniform_real_distribution(0.0, 1.0)(random);
   if (random() % 2 == 0) return {length * part};
   const staging::UpdateLayout& layout = scene.update.layout;
@@ -157,13 +157,13 @@ Moment DrawMoment(std::mt19937_64& random, Seconds length, const Scene& scene) {
 
 // Returns the index of what the kill has found. When it comes too late the updater is left to
 // restart the application: a process that is made by one that is killed may never begin to run.
-std::size_t KillAt(const Moment& moment, const RealUpdate& update) {
+std::size_t KillAt(const KillTime& kill_time, const RealUpdate& update) {
   constexpr Seconds kLateness(0.02);  // Of a sleep; the rest of the time is spun away.
   const auto updater = update.Start();
-  while (!moment.sign.empty() && !fs::exists(moment.sign) && !IsAtItsEnd(update)) continue;
+  while (!kill_time.sign.empty() && !fs::exists(kill_time.sign) && !IsAtItsEnd(update)) continue;
   const Clock::time_point start = Clock::now();
-  while (Clock::now() - start < moment.delay) {
-    if (Clock::now() - start < moment.delay - kLateness) Sleep(1);
+  while (Clock::now() - start < kill_time.delay) {
+    if (Clock::now() - start < kill_time.delay - kLateness) Sleep(1);
   }
   if (IsRestarting(update)) {
     EXPECT_EQ(updater->Finish(), Exit(0));
@@ -307,7 +307,7 @@ bool RunToTheEnding(Scene& scene) {
 std::size_t PlayRound(std::uint64_t seed, Hindrance hindrance, Seconds length) {
   std::mt19937_64 random(seed);
   Scene scene(hindrance);
-  const std::size_t state = KillAt(DrawMoment(random, length, scene), scene.update);
+  const std::size_t state = KillAt(DrawKillTime(random, length, scene), scene.update);
   SCOPED_TRACE(kStates[state]);
   ExpectNothingMixed(scene.update);
   ExpectBaselineKept(scene.update);

@@ -24,7 +24,7 @@ namespace tolvarine::updater::end_to_end {
 // A process, ended by force if it still runs when its owner goes.
 class RealProcess {
  public:
-  // `security` may deny others the access to the process. Raises std::runtime_error.
+  // `security` may deny others the access to the process. Throws std::runtime_error.
   explicit RealProcess(std::u16string command_line, SECURITY_ATTRIBUTES* security = nullptr);
   RealProcess(const RealProcess&) = delete;
   RealProcess& operator=(const RealProcess&) = delete;

@@ -9,24 +9,24 @@ namespace {
 
 constexpr std::uint64_t kLastEntry = 7;  // The usual update has one deletion and seven files.
 
-struct Moment {
+struct HookPoint {
   CrashPoint point;
   std::uint64_t entry;
-  auto operator<=>(const Moment&) const = default;
+  auto operator<=>(const HookPoint&) const = default;
 };
 
-constexpr Moment kNever = {CrashPoint::RollbackEntryDone, kLastEntry + 1};
+constexpr HookPoint kNever = {CrashPoint::RollbackEntryDone, kLastEntry + 1};
 
-TransactionHook CrashAt(Moment crash) {
+TransactionHook CrashAt(HookPoint crash) {
   return [=](CrashPoint point, std::uint64_t entry) {
-    if (Moment{point, entry} == crash) throw SimulatedCrash();
+    if (HookPoint{point, entry} == crash) throw SimulatedCrash();
   };
 }
 
 // Fails after all work is done and before the last of it is counted, so that all of it is undone.
-TransactionHook FailThenCrashAt(Moment crash) {
+TransactionHook FailThenCrashAt(HookPoint crash) {
   return [=](CrashPoint point, std::uint64_t entry) {
-    if (Moment{point, entry} == Moment{CrashPoint::ApplyEntryDone, kLastEntry}) {
+    if (HookPoint{point, entry} == HookPoint{CrashPoint::ApplyEntryDone, kLastEntry}) {
       throw std::runtime_error("a failure");
     }
     CrashAt(crash)(point, entry);

@@ -9,7 +9,7 @@ namespace {
 
 using enum TransactionPhase;
 
-Moment AtEntry(std::uint64_t entry) { return {CrashPoint::ApplyEntryStarted, entry}; }
+HookPoint AtEntry(std::uint64_t entry) { return {CrashPoint::ApplyEntryStarted, entry}; }
 
 // Invariants 1 and 4.
 TEST(ApplyTest, ObstacleAtAnEntryRollsTheInstallationBack) {
@@ -17,11 +17,12 @@ TEST(ApplyTest, ObstacleAtAnEntryRollsTheInstallationBack) {
   constexpr char kTwice[] = "Access is denied.; rollback incomplete: Access is denied.";
   const Path release = u"S\\readme.txt";
   const Act short_write = [](SimulatedUpdate& update) {
-    update.world.Plan({.call = Call::WriteFile, .path_suffix = u"update-new", .partial = 100});
+    update.computer.calls.Inject(
+        {.call = Call::WriteFile, .path_suffix = u"update-new", .partial = 100});
   };
   ExpectTrouble({
       {Write(release, std::string(1800, 'x')), RolledBack, kUnverified, AtEntry(kReadme)},
-      {Both(Write(release, "short"), Fail(Call::ReadFile, u"release\\readme.txt")), RolledBack,
+      {Both(Write(release, "short"), Inject(Call::ReadFile, u"release\\readme.txt")), RolledBack,
        kUnverified, AtEntry(kReadme)},  // It is not read.
       {Remove(release), RolledBack,
        "Could not lock release source: The system cannot find the file specified.",
@@ -31,7 +32,7 @@ TEST(ApplyTest, ObstacleAtAnEntryRollsTheInstallationBack) {
       {short_write, RolledBack,
        "Could not copy locked release source: The system cannot write to the specified device.",
        AtEntry(kReadme)},
-      {Fail(Call::CreateDirectoryW, u"plug"), RolledBack,
+      {Inject(Call::CreateDirectoryW, u"plug"), RolledBack,
        "create_directories: Access is denied.: \"|T\\plug\\ins|\"", AtEntry(4)},
       {Hold(u"T\\lib\\old.dll"), Rollback,
        "The process cannot access the file because it is being used by another process.; rollback "
@@ -48,12 +49,12 @@ TEST(ApplyTest, ObstacleAtAnEntryRollsTheInstallationBack) {
 // Invariant 4: what was verified is what is copied, since nobody can get at it in between.
 TEST(ApplyTest, VerifiedReleaseFileIsHeldUntilItIsInstalled) {
   const Act expect_held = [](SimulatedUpdate& u) {
-    EXPECT_EQ(u.world.Hold(u.SourcePath(u"readme.txt"), platform::kGenericWrite, 7),
+    EXPECT_EQ(u.computer.disk.Hold(u.SourcePath(u"readme.txt"), platform::kGenericWrite, 7),
               platform::kInvalidHandle);
   };
   SimulatedUpdate update;
   Before(Call::MoveFileExW, u"Tolvarine\\readme.txt.tolvarine-update-new", expect_held)(update);
-  const Moment verified = {CrashPoint::ApplySourceVerified, kReadme};
+  const HookPoint verified = {CrashPoint::ApplySourceVerified, kReadme};
   EXPECT_EQ(RunEngine(update, At(verified, [&] { expect_held(update); })).status, Committed);
 }
 

@@ -9,7 +9,7 @@ namespace {
 
 using enum TransactionPhase;
 
-constexpr Moment kAtReadme{CrashPoint::BackupEntryStarted, kReadme};
+constexpr HookPoint kAtReadme{CrashPoint::BackupEntryStarted, kReadme};
 
 TEST(BaselineBackupTest, ObstacleStopsTheBackup) {
   constexpr char kChanged[] = "Original file failed verification: |T\\readme.txt|";
@@ -35,7 +35,7 @@ TEST(BaselineBackupTest, FileThatIsBackAgainLetsTheBackupGoOn) {
   for (const auto& [path, content] : update.plan.baseline) {
     if (path != u"user/settings.ini") expected[LexicallyNormal(path)] = content;
   }
-  EXPECT_EQ(update.world.Tree(Place(update, u"B")), expected);
+  EXPECT_EQ(update.computer.disk.Tree(Place(update, u"B")), expected);
 }
 
 // Invariant 2: every copy, whatever the counters say.

@@ -16,7 +16,7 @@ TEST(CleanupTest, LeftoversOfTheWayForwardAreRemoved) {
   SimulatedUpdate update;
   Both(LeftIn(RolledBack), Write(u"T\\plug\\kept.txt", "the person's own"))(update);
   Directory(u"T\\never")(update);
-  const auto expected = update.world.Tree(update.target);
+  const auto expected = update.computer.disk.Tree(update.target);
   for (const Path path : {u"T\\never\\there.txt", u"T\\readme.txt", u"T\\plug\\ins\\new.dll"}) {
     Write(path + u".tolvarine-update-new")(update);
   }
@@ -24,7 +24,7 @@ TEST(CleanupTest, LeftoversOfTheWayForwardAreRemoved) {
   std::string error = "left";
   EXPECT_TRUE(CleanupRolledBack(update.Request(), &error));
   EXPECT_EQ(error, "");
-  EXPECT_EQ(update.world.Tree(update.target), expected);
+  EXPECT_EQ(update.computer.disk.Tree(update.target), expected);
   EXPECT_EQ(update.Transaction(), transaction);
 }
 
@@ -41,11 +41,11 @@ TEST(CleanupTest, CleanupStopsWithoutRemovingMore) {
   ForEachRow(rows, [](const auto& row) {
     SimulatedUpdate update;
     Both(row.first, Write(u"T\\readme.txt.tolvarine-update-new"))(update);
-    const auto disk = update.world.Tree(u"C:\\");
+    const auto disk = update.computer.disk.Tree(u"C:\\");
     std::string error;
     EXPECT_FALSE(CleanupRolledBack(update.Request(), &error));
     EXPECT_EQ(error, row.second);
-    EXPECT_EQ(update.world.Tree(u"C:\\"), disk);
+    EXPECT_EQ(update.computer.disk.Tree(u"C:\\"), disk);
   });
 }
 
@@ -74,19 +74,19 @@ TEST(CleanupTest, MarkerMovesOnceAndOnlyForAnInstalledUpdate) {
       {Committed, final_already, kAlreadyFinal, "", false},
       {Apply, final_already, kAlreadyFinal, "", false},
       {Apply, Both(final_already, Hold(u"X\\journal.0")), kAlreadyFinal, "", true},
-      {Committed, Fail(kQuery, u"completed.json"), kFinalizeFailed,
+      {Committed, Inject(kQuery, u"completed.json"), kFinalizeFailed,
        "status: Access is denied.: \"|W\\completed.json|\"", true},
-      {Committed, Fail(kQuery, u"pending.json"), kFinalizeFailed,
+      {Committed, Inject(kQuery, u"pending.json"), kFinalizeFailed,
        "status: Access is denied.: \"|W\\pending.json|\"", true},
-      {Committed, Fail(kQuery, u"transaction"), kFinalizeFailed, kCorrupt, true},
+      {Committed, Inject(kQuery, u"transaction"), kFinalizeFailed, kCorrupt, true},
       {None, Nothing, kFinalizeFailed, kNotInstalled, false},
       {Apply, Nothing, kFinalizeFailed, kNotInstalled, true},
       {Committed, Remove(u"W\\pending.json"), kFinalizeFailed, kNoMarker, true},
       {Committed, Directory(u"W\\pending.json"), kFinalizeFailed, kNoMarker, true},
-      {Committed, Fail(Call::CreateDirectoryW, Path(simulated::kUpdateId), 1, kAlways),
+      {Committed, Inject(Call::CreateDirectoryW, Path(simulated::kUpdateId), 1, kAlways),
        kFinalizeFailed, "create_directories: Access is denied.: \"|W|\"", true},
       {Committed, Directory(u"W\\completed.json"), kFinalizeFailed, "Access is denied.", true},
-      {Committed, Fail(Call::MoveFileExW, u"pending.json"), kFinalizeFailed, "Access is denied.",
+      {Committed, Inject(Call::MoveFileExW, u"pending.json"), kFinalizeFailed, "Access is denied.",
        true},
       {Committed, Hold(u"X\\journal.1"), kMarkerMoved,
        "Update marker finalized; transaction cleanup is deferred: The process cannot access the "
@@ -95,15 +95,17 @@ TEST(CleanupTest, MarkerMovesOnceAndOnlyForAnInstalledUpdate) {
   ForEachRow(rows, [](const FinalizeRow& row) {
     SimulatedUpdate update;
     Both(LeftIn(row.phase), row.act)(update);
-    const auto pending = update.world.ReadFile(update.layout.pending_marker);
+    const auto pending = update.computer.disk.ReadFile(update.layout.pending_marker);
     const bool moves = row.result == kMarkerMoved;
     std::string error = "left";
     EXPECT_EQ(FinalizeUpdateMarkers(Markers(update), &error), row.result);
     EXPECT_EQ(error, Text(update, row.error));
-    EXPECT_EQ(update.world.Exists(update.layout.transaction), row.transaction_stays);
-    EXPECT_EQ(update.world.ReadFile(update.layout.pending_marker), moves ? std::nullopt : pending);
-    EXPECT_EQ(update.world.ReadFile(update.layout.completed_marker) == simulated::kPendingContent,
-              moves);
+    EXPECT_EQ(update.computer.disk.Exists(update.layout.transaction), row.transaction_stays);
+    EXPECT_EQ(update.computer.disk.ReadFile(update.layout.pending_marker),
+              moves ? std::nullopt : pending);
+    EXPECT_EQ(
+        update.computer.disk.ReadFile(update.layout.completed_marker) == simulated::kPendingContent,
+        moves);
   });
 }
 
@@ -124,7 +126,7 @@ TEST(CleanupTest, SlotThatSaysCommittedGoesLast) {
   for (std::uint64_t removals = 0; phase == Committed; ++removals) {
     SimulatedUpdate update;
     CommittedInTheFirstSlot(update);
-    Fail(Call::SetFileInformationByHandle, u"", removals + 1, kAlways)(update);
+    Inject(Call::SetFileInformationByHandle, u"", removals + 1, kAlways)(update);
     EXPECT_EQ(FinalizeUpdateMarkers(Markers(update), nullptr), kMarkerMoved);
     const JournalLoadResult loaded = LoadJournal(update.layout.transaction);
     EXPECT_NE(loaded.state, JournalLoadState::Corrupt) << removals;
@@ -143,7 +145,7 @@ TEST(CleanupTest, SimulatedCrashLeavesTheFinalization) {
   EXPECT_THROW(static_cast<void>(FinalizeUpdateMarkers(request, nullptr)), SimulatedCrash);
   request.before_marker_move = FailAsPlanned;
   EXPECT_EQ(FinalizeUpdateMarkers(request, nullptr), kFinalizeFailed);
-  EXPECT_TRUE(update.world.Exists(update.layout.pending_marker));
+  EXPECT_TRUE(update.computer.disk.Exists(update.layout.pending_marker));
 }
 
 }  // namespace

@@ -16,30 +16,32 @@ TEST(ReleaseVerificationTest, TreeIsExactlyTheInventory) {
   const std::pair<Act, const char*> rows[] = {
       {Directory(u"S\\empty\\too"), ""},
       {Write(u"S\\more\\file.txt"), kMismatch},
-      {[](U& u) { u.world.Rename(u.SourcePath(u"empty.dat"), u.SourcePath(u"Empty.dat")); },
+      {[](U& u) { u.computer.disk.Rename(u.SourcePath(u"empty.dat"), u.SourcePath(u"Empty.dat")); },
        kMismatch},
       {Write(u"S\\empty.dat", "x"), kMismatch},
       {Write(readme, std::string(1800, 'x')),
        "Release source does not match authenticated inventory: |S\\readme.txt|"},
       {Link(u"S\\link", u"readme.txt"), kReparsePoint},
-      {Both(Junction(u"S\\lib\\j", u"C:\\State"), Fail(Call::FindFirstFileExW, u"j\\*")),
+      {Both(Junction(u"S\\lib\\j", u"C:\\State"), Inject(Call::FindFirstFileExW, u"j\\*")),
        kReparsePoint},  // It is not entered.
       {Both(Junction(u"C:\\link", u"S"), [](U& u) { u.source = u"C:\\link"; }),
        "Release source root is a reparse point"},
-      {[](U& u) { u.world.MakeReparsePoint(u.SourcePath(u"tag"), 0x80000017, false); },
+      {[](U& u) { u.computer.disk.MakeReparsePoint(u.SourcePath(u"tag"), 0x80000017, false); },
        kReparsePoint},
-      {[](U& u) { u.world.MakeSymbolicLink(u"\\\\?\\" + u.source + u"\\stop.", u"x", false); },
+      {[](U& u) {
+         u.computer.disk.MakeSymbolicLink(u"\\\\?\\" + u.source + u"\\stop.", u"x", false);
+       },
        "Unsafe release path"},  // The path comes before the attributes.
-      {[](U& u) { u.world.MakeDirectory(u"\\\\?\\" + u.source + u"\\lib\\blank "); },
+      {[](U& u) { u.computer.disk.MakeDirectory(u"\\\\?\\" + u.source + u"\\lib\\blank "); },
        "Unsafe release path"},
       {Both(Link(u"S\\link", u"readme.txt"),  // No link any more once its record is read.
             Before(Call::GetFileAttributesW, u"link", Both(Remove(u"S\\link"), Write(u"S\\link")))),
        "Release source contains a non-regular entry"},
-      {Fail(Call::GetFileAttributesW, u"release"), kDenied},
-      {Fail(Call::GetFileAttributesW, u"core.dll"), kDenied},
-      {Fail(Call::FindFirstFileExW, u"ins\\*"), kDenied},
-      {Fail(Call::FindNextFileW, u"", 4), kDenied},
-      {[](U& u) { u.world.MakeHardLink(u.SourcePath(u"readme.txt"), u"C:\\other.txt"); },
+      {Inject(Call::GetFileAttributesW, u"release"), kDenied},
+      {Inject(Call::GetFileAttributesW, u"core.dll"), kDenied},
+      {Inject(Call::FindFirstFileExW, u"ins\\*"), kDenied},
+      {Inject(Call::FindNextFileW, u"", 4), kDenied},
+      {[](U& u) { u.computer.disk.MakeHardLink(u.SourcePath(u"readme.txt"), u"C:\\other.txt"); },
        "Release source file has multiple hard links: |S\\readme.txt|"},
       {Before(Call::CreateFileW, u"readme.txt", Remove(readme)),
        "Could not lock release source: The system cannot find the file specified."},
@@ -57,9 +59,9 @@ TEST(ReleaseVerificationTest, TreeIsExactlyTheInventory) {
 
 TEST(ReleaseVerificationTest, VolumeWithoutALetterCanHoldTheRelease) {
   SimulatedUpdate update;
-  simulated::Volume& volume = update.world.AddVolume(u'E');
+  simulated::Volume& volume = update.computer.disks.AddVolume(u'E');
   for (const auto& [path, content] : update.plan.release) {
-    update.world.WriteFile(u"E:\\release\\" + path, content);
+    update.computer.disk.WriteFile(u"E:\\release\\" + path, content);
   }
   volume.drive = 0;
   update.source = u"\\\\?\\GLOBALROOT" + volume.device + u"\\RELEASE";

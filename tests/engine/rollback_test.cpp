@@ -23,17 +23,17 @@ TEST(RollbackTest, ObstacleStopsTheRollbackAtItsEntryUntilItIsGone) {
        "Baseline backup failed verification: |B\\readme.txt|"},
       {kReadme, Before(Call::MoveFileExW, temporary, spoil),
        "Restored file failed verification: |T\\readme.txt|"},
-      {kReadme, Fail(Call::CopyFileW, u"readme.txt", 1, kAlways),
+      {kReadme, Inject(Call::CopyFileW, u"readme.txt", 1, kAlways),
        "Could not copy backup or restore temporary: Access is denied."},
-      {kReadme, Fail(Call::DeleteFileW, temporary, 1, kAlways),
+      {kReadme, Inject(Call::DeleteFileW, temporary, 1, kAlways),
        "Could not remove stale backup or restore temporary: Access is denied."},
-      {kReadme, Fail(Call::MoveFileExW, temporary, 1, kAlways), "Access is denied."},
-      {0, Both(Remove(u"T\\lib"), Fail(Call::CreateDirectoryW, u"lib", 1, kAlways)),
+      {kReadme, Inject(Call::MoveFileExW, temporary, 1, kAlways), "Access is denied."},
+      {0, Both(Remove(u"T\\lib"), Inject(Call::CreateDirectoryW, u"lib", 1, kAlways)),
        "Could not create backup or restore directory: Access is denied."},
-      {4, Fail(Call::SetFileInformationByHandle, u"new.dll", 1, kAlways), "Access is denied."}};
+      {4, Inject(Call::SetFileInformationByHandle, u"new.dll", 1, kAlways), "Access is denied."}};
   ForEachRow(rows, [](const Obstacle& row) {
     SimulatedUpdate update;
-    const auto original = update.world.Tree(update.target);
+    const auto original = update.computer.disk.Tree(update.target);
     const Act fail = Both(row.act, [](SimulatedUpdate&) { FailAsPlanned(); });
     const Ran ran =
         RunEngine(update, At({CrashPoint::ApplyEntryDone, kReadme}, [&] { fail(update); }));
@@ -43,14 +43,14 @@ TEST(RollbackTest, ObstacleStopsTheRollbackAtItsEntryUntilItIsGone) {
     EXPECT_EQ(again.error, text + "; rollback incomplete: " + text);
     EXPECT_EQ(again.status, Rollback);
     EXPECT_EQ(again.result.rollback, row.entry);
-    update.world.before_call = nullptr;
-    update.world.ClearFaults();
+    update.computer.calls.before_call = nullptr;
+    update.computer.calls.ClearFaults();
     Write(u"B\\readme.txt", update.plan.baseline[u"readme.txt"])(update);
     const Ran mended = RunEngine(update);
     EXPECT_EQ(mended.status, RolledBack);
     EXPECT_EQ(mended.error, "");
     EXPECT_EQ(mended.result.error, again.error);
-    EXPECT_EQ(update.world.Tree(update.target), original);
+    EXPECT_EQ(update.computer.disk.Tree(update.target), original);
   });
 }
 
@@ -59,7 +59,7 @@ TEST(RollbackTest, EveryEntryIsRestoredWhateverTheTargetHolds) {
                          Both(Write(u"T\\readme.txt"), Write(u"T\\empty.dat", "a stranger")));
   const Act fail = [](SimulatedUpdate&) { FailAsPlanned(); };
   ExpectTrouble(
-      {{Both(havoc, fail), RolledBack, kPlanned, Moment{CrashPoint::ApplyEntryStarted, 0}}});
+      {{Both(havoc, fail), RolledBack, kPlanned, HookPoint{CrashPoint::ApplyEntryStarted, 0}}});
 }
 
 }  // namespace

@@ -74,14 +74,14 @@ TEST(TransactionPlanTest, TargetThatCannotBeUpdatedIsRefused) {
       {Write(u"T\\plug"), kNoDirectory},
       {Junction(u"T\\plug", u"T\\lib"), kNoDirectory},
       {Junction(u"T\\plug", u"C:\\State"), "update target path escapes its root"},
-      {Fail(kQuery, u"core.dll"), kDenied},
-      {Fail(kQuery, u"there.txt"), kDenied},
-      {Fail(kQuery, u"plug\\ins"), kDenied},
-      {Fail(kQuery, u"readme.txt", 2), kDenied},  // The size.
-      {Fail(kQuery, u"core.dll", 1, 1, 267), "The directory name is invalid."},
-      {Fail(kQuery, u"readme.txt", 1, 1, 53), ""},  // A lost network path counts as absence.
-      {Fail(Call::WfsOpen, u"readme.txt"), "Could not open file for hashing: |T\\readme.txt|"},
-      {Fail(Call::Fread, u"readme.txt"), "Could not hash file: |T\\readme.txt|"}};
+      {Inject(kQuery, u"core.dll"), kDenied},
+      {Inject(kQuery, u"there.txt"), kDenied},
+      {Inject(kQuery, u"plug\\ins"), kDenied},
+      {Inject(kQuery, u"readme.txt", 2), kDenied},  // The size.
+      {Inject(kQuery, u"core.dll", 1, 1, 267), "The directory name is invalid."},
+      {Inject(kQuery, u"readme.txt", 1, 1, 53), ""},  // A lost network path counts as absence.
+      {Inject(Call::WfsOpen, u"readme.txt"), "Could not open file for hashing: |T\\readme.txt|"},
+      {Inject(Call::Fread, u"readme.txt"), "Could not hash file: |T\\readme.txt|"}};
   ForEachRow(rows, [](const auto& row) {
     SimulatedUpdate update;
     row.first(update);

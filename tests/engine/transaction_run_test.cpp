@@ -33,17 +33,17 @@ std::string WhereIs(const TransactionJournal& record) {
                announced ? std::optional(record.intent_entry) : std::nullopt);
 }
 
-TransactionPhase PhaseOf(const Moment& moment) {
+TransactionPhase PhaseOf(const HookPoint& moment) {
   if (moment.point <= BackupEntryDone) return Backup;
   if (moment.point <= ApplyEntryDone) return Apply;
   return moment.point == ApplyFinished ? Committed : Rollback;
 }
 
-std::vector<Moment> EveryMoment() {
-  std::vector<Moment> moments = {{ApplyFinished, kEntries}};
+std::vector<HookPoint> EveryHookPoint() {
+  std::vector<HookPoint> moments = {{ApplyFinished, kEntries}};
   for (int point = 0; point < static_cast<int>(ApplyFinished); ++point) {
     for (std::uint64_t entry = 0; entry < kEntries; ++entry) {
-      const Moment moment{static_cast<CrashPoint>(point), entry};
+      const HookPoint moment{static_cast<CrashPoint>(point), entry};
       if (moment.point != ApplySourceVerified || entry > 1) moments.push_back(moment);
     }
   }
@@ -51,7 +51,7 @@ std::vector<Moment> EveryMoment() {
 }
 
 // Acts at one moment. Those of the rollback are reached through a failure of the last entry.
-TransactionHook Reach(const Moment& moment, void (*act)()) {
+TransactionHook Reach(const HookPoint& moment, void (*act)()) {
   return [=](CrashPoint point, std::uint64_t entry) {
     At(moment, act)(point, entry);
     if (PhaseOf(moment) == Rollback)
@@ -72,7 +72,7 @@ FileSet WithNew(const SimulatedUpdate& update, std::uint64_t first, std::uint64_
   return files;
 }
 
-void ExpectCrashedAt(const SimulatedUpdate& update, const Moment& moment) {
+void ExpectCrashedAt(const SimulatedUpdate& update, const HookPoint& moment) {
   const std::uint64_t i = moment.entry;
   const std::uint64_t worked = moment.point == ApplyEntryDone || moment.point == RollbackEntryDone;
   const std::map<TransactionPhase, std::pair<std::string, FileSet>> expected = {
@@ -94,16 +94,16 @@ void ExpectRunsEndIn(const std::vector<TransactionPhase>& phases, SimulatedUpdat
     EXPECT_EQ(ran.status, phase);
     EXPECT_EQ(ran.error, "");
     EXPECT_EQ(ran.result.rollback, phase == Committed ? 0 : kEntries);
-    EXPECT_TRUE(phase == Committed || update.world.Tree(update.target) == original);
+    EXPECT_TRUE(phase == Committed || update.computer.disk.Tree(update.target) == original);
   }
   EXPECT_EQ(update.Target(), update.Installed());
 }
 
 // Invariants 1, 3, 6 and 8: the state is that of the last save, and a new process goes on from it.
 TEST(TransactionRunTest, CrashAtEveryMomentIsCarriedOn) {
-  ForEachRow(EveryMoment(), [](const Moment& moment) {
+  ForEachRow(EveryHookPoint(), [](const HookPoint& moment) {
     SimulatedUpdate update;
-    const Tree original = update.world.Tree(update.target);
+    const Tree original = update.computer.disk.Tree(update.target);
     EXPECT_THROW(RunEngine(update, Reach(moment, Crash)), SimulatedCrash);
     ExpectCrashedAt(update, moment);
     const bool back = PhaseOf(moment) == Rollback;
@@ -113,9 +113,9 @@ TEST(TransactionRunTest, CrashAtEveryMomentIsCarriedOn) {
 
 // Invariants 6 and 7.
 TEST(TransactionRunTest, FailureAtEveryMomentIsHandledByItsPhase) {
-  ForEachRow(EveryMoment(), [](const Moment& moment) {
+  ForEachRow(EveryHookPoint(), [](const HookPoint& moment) {
     SimulatedUpdate update;
-    const Tree original = update.world.Tree(update.target);
+    const Tree original = update.computer.disk.Tree(update.target);
     const Ran ran = RunEngine(update, Reach(moment, FailAsPlanned));
     const TransactionPhase phase = PhaseOf(moment);
     const bool back = phase == Rollback;
@@ -125,7 +125,8 @@ TEST(TransactionRunTest, FailureAtEveryMomentIsHandledByItsPhase) {
     EXPECT_EQ(ran.result.entry_count, kEntries);
     EXPECT_EQ(ran.result.rollback, phase == Apply ? kEntries : back ? moment.entry : 0);
     EXPECT_EQ(SavedRecord(update).intent == TransactionIntent::None, !back);
-    EXPECT_EQ(update.world.Tree(update.target) == original, phase == Backup || phase == Apply);
+    EXPECT_EQ(update.computer.disk.Tree(update.target) == original,
+              phase == Backup || phase == Apply);
     ExpectRunsEndIn({back ? RolledBack : Committed, Committed}, update, original);
   });
 }
@@ -138,15 +139,16 @@ TEST(TransactionRunTest, SuccessMakesItsEffectsDurableInOrder) {
   // Each rename and removal: a save, a copy that is in place, one installed, one deleted.
   std::string effects;
   char16_t renamed_on = 0;
-  update.world.before_call = [&](const CallRecord& call) {
-    const bool forced = renamed_on == 0 || update.world.volume(renamed_on).unforced().empty();
+  update.computer.calls.before_call = [&](const CallRecord& call) {
+    const bool forced =
+        renamed_on == 0 || update.computer.disks.volume(renamed_on).unforced().empty();
     EXPECT_TRUE(forced) << "not written through: " << effects;
     renamed_on = call.call == Call::MoveFileExW ? call.path[kExtendedLengthPrefix.size()] : 0;
     const bool removes = call.call == Call::SetFileInformationByHandle;
     if (!removes && renamed_on == 0) return;
     const char renamed = call.path.ends_with(u".new") ? 's' : renamed_on == u'D' ? 'i' : 'c';
     effects.push_back(removes ? 'd' : renamed);
-    for (const auto& volume : update.world.volumes()) {
+    for (const auto& volume : update.computer.disks.volumes) {
       EXPECT_TRUE(volume.UnflushedFiles().empty()) << "not flushed: " << Shown(call.path);
     }
   };
@@ -168,15 +170,15 @@ TEST(TransactionRunTest, SaveThatFailsOnceIsHandledByThePhaseInMemory) {
     ForEachRow(failures, [k](const auto& failure) {
       SCOPED_TRACE("save " + std::to_string(k));
       SimulatedUpdate update;
-      const Tree original = update.world.Tree(update.target);
-      Fail(failure.first, u".new", k)(update);
+      const Tree original = update.computer.disk.Tree(update.target);
+      Inject(failure.first, u".new", k)(update);
       const Ran ran = RunEngine(update);
       const bool installed = k == kForwardSaves;  // And not known to be.
       const TransactionPhase failed = k < 2 * kEntries + 2 ? Backup : RolledBack;
       EXPECT_EQ(ran.status, installed ? Committed : failed);
       EXPECT_EQ(SavedRecord(update).phase, installed ? Apply : failed);
       EXPECT_EQ(ran.error, failure.second);
-      EXPECT_EQ(update.world.Tree(update.target) == original, !installed);
+      EXPECT_EQ(update.computer.disk.Tree(update.target) == original, !installed);
       ExpectRunsEndIn({Committed}, update, original);
     });
   }
@@ -189,10 +191,10 @@ TEST(TransactionRunTest, SaveThatFailsInARollbackLeavesItToTheNextRun) {
     for (const std::uint64_t times : {std::uint64_t{1}, kAlways}) {
       SCOPED_TRACE("save " + std::to_string(k) + ", " + std::to_string(times) + " times");
       SimulatedUpdate update;
-      const Tree original = update.world.Tree(update.target);
-      Fail(Call::MoveFileExW, u".new", k, times)(update);
+      const Tree original = update.computer.disk.Tree(update.target);
+      Inject(Call::MoveFileExW, u".new", k, times)(update);
       const Ran ran = RunEngine(update, At({ApplyEntryDone, 0}, FailAsPlanned));
-      update.world.ClearFaults();
+      update.computer.calls.ClearFaults();
       EXPECT_EQ(ran.status, k == kLast ? RolledBack : Rollback);
       EXPECT_EQ(ran.error, "planned failure; rollback incomplete: Access is denied.");
       const TransactionPhase behind = k == kMark ? Apply : Rollback;  // Nothing more was saved.
@@ -250,9 +252,9 @@ TEST(TransactionRunTest, RunGoesOnByWhatItFinds) {
   ForEachRow(kFoundRows, [](const FoundRow& row) {
     SimulatedUpdate update;
     const Path target = update.target;
-    const Tree original = update.world.Tree(target);
+    const Tree original = update.computer.disk.Tree(target);
     LeftIn(row.phase)(update);
-    const Tree left = update.world.Tree(target);
+    const Tree left = update.computer.disk.Tree(target);
     const FileSet transaction = update.Transaction();
     const bool elsewhere = row.found == kElsewhere;
     if (row.found == kDamaged) Remove(u"S\\empty.dat")(update);
@@ -264,11 +266,11 @@ TEST(TransactionRunTest, RunGoesOnByWhatItFinds) {
     EXPECT_EQ(ran.result.error, row.record_error);
     EXPECT_EQ(ran.error, row.error);
     if (elsewhere || row.status != Committed) {
-      EXPECT_EQ(update.world.Tree(target), elsewhere ? left : original);
+      EXPECT_EQ(update.computer.disk.Tree(target), elsewhere ? left : original);
     } else {
       EXPECT_EQ(update.Target(), update.Installed());
     }
-    EXPECT_EQ(update.world.Exists(u"C:\\Other\\readme.txt"),
+    EXPECT_EQ(update.computer.disk.Exists(u"C:\\Other\\readme.txt"),
               elsewhere && (row.phase == Apply || row.phase == Rollback));
     EXPECT_EQ(update.Transaction() == transaction, row.phase == row.status && row.phase != Backup);
   });
@@ -304,14 +306,14 @@ TEST(TransactionRunTest, FailureBeforeARecordIsAdoptedLeavesTheTarget) {
   const Act no_memory = [](U&) { throw std::bad_alloc(); };
   ExpectTrouble({
       {[](U& u) { u.source = u"no\\root"; }, None, "Invalid source path"},
-      {Fail(Call::CreateFile2, u"release"), None, "Invalid source path"},
+      {Inject(Call::CreateFile2, u"release"), None, "Invalid source path"},
       {[](U& u) { u.target = u""; }, None, "Invalid target path"},
-      {Fail(Call::CreateFile2, u"transaction"), None, "Invalid transaction path"},
-      {Fail(Call::CreateDirectoryW, u"transaction"), None,
+      {Inject(Call::CreateFile2, u"transaction"), None, "Invalid transaction path"},
+      {Inject(Call::CreateDirectoryW, u"transaction"), None,
        "create_directories: Access is denied.: \"|X|\""},
       {stray, Corrupt, kCorrupt},
       {Write(u"X"), Corrupt, kCorrupt},
-      {Fail(Call::GetFileAttributesExW, u"transaction"), Corrupt, kCorrupt},
+      {Inject(Call::GetFileAttributesExW, u"transaction"), Corrupt, kCorrupt},
       {Before(Call::FindFirstFileExW, u"transaction\\*", stray), Corrupt, kCorrupt},  // Later.
       {Both(stray, Before(Call::WfsOpen, u"journal.0", no_memory)), Corrupt, "std::bad_alloc"},
       {[](U& u) { u.target = u.source; }, None, kOverlap},
@@ -337,7 +339,7 @@ TEST(TransactionRunTest, FailureBeforeARecordIsAdoptedLeavesTheTarget) {
 TEST(TransactionRunTest, FullDiskIsAFailureOfItsPhase) {
   const auto fill = [](char16_t drive, std::uint64_t free) {
     return [=](SimulatedUpdate& update) {
-      simulated::Volume& volume = update.world.volume(drive);
+      simulated::Volume& volume = update.computer.disks.volume(drive);
       volume.capacity -= volume.FreeBytes() - free;
     };
   };
@@ -347,9 +349,9 @@ TEST(TransactionRunTest, FullDiskIsAFailureOfItsPhase) {
   const std::string incomplete = "; rollback incomplete: ";
   ExpectTrouble(
       {{fill(u'C', 4), Backup, backup + incomplete + "Could not write transaction journal",
-        Moment{BackupEntryStarted, 0}},
-       {fill(u'D', 1800), RolledBack, apply, Moment{ApplyEntryStarted, 0}},
-       {fill(u'D', 30), Rollback, apply + incomplete + backup, Moment{ApplyEntryStarted, 0}}});
+        HookPoint{BackupEntryStarted, 0}},
+       {fill(u'D', 1800), RolledBack, apply, HookPoint{ApplyEntryStarted, 0}},
+       {fill(u'D', 30), Rollback, apply + incomplete + backup, HookPoint{ApplyEntryStarted, 0}}});
 }
 
 // The record's own error comes before that of the verification.

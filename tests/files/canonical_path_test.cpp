@@ -1,23 +1,23 @@
 #include "files/canonical_path.h"
 
-#include "files/file_machine.h"
+#include "files/file_fixture.h"
 
 namespace tolvarine::updater {
 namespace {
 
-class CanonicalPath : public FileMachine {
+class CanonicalPath : public FileFixture {
  protected:
   CanonicalPath() {
-    world.WriteFile(u"C:/Root/Data/File.TXT", "");
-    world.WriteFile(u"C:/Else/x", "");
-    world.MakeSymbolicLink(u"C:/Root/in", u"Data", true);
-    world.MakeJunction(u"C:/Root/out", u"C:\\Else");
-    world.MakeSymbolicLink(u"C:/Root/outfile", u"..\\Else\\x", false);
-    world.MakeSymbolicLink(u"C:/Root/dangling", u"C:\\Else\\no", false);
-    world.AddVolume(0).share = u"\\\\srv\\share";
-    world.WriteFile(u"//srv/share/a/b", "");
-    world.AddVolume(0);  // Neither a letter nor a share.
-    world.MakeDirectory(u"\\\\?\\GLOBALROOT\\Device\\HarddiskVolume3\\x");
+    computer.disk.WriteFile(u"C:/Root/Data/File.TXT", "");
+    computer.disk.WriteFile(u"C:/Else/x", "");
+    computer.disk.MakeSymbolicLink(u"C:/Root/in", u"Data", true);
+    computer.disk.MakeJunction(u"C:/Root/out", u"C:\\Else");
+    computer.disk.MakeSymbolicLink(u"C:/Root/outfile", u"..\\Else\\x", false);
+    computer.disk.MakeSymbolicLink(u"C:/Root/dangling", u"C:\\Else\\no", false);
+    computer.disks.AddVolume(0).share = u"\\\\srv\\share";
+    computer.disk.WriteFile(u"//srv/share/a/b", "");
+    computer.disks.AddVolume(0);  // Neither a letter nor a share.
+    computer.disk.MakeDirectory(u"\\\\?\\GLOBALROOT\\Device\\HarddiskVolume3\\x");
   }
 
   // The resolved path, or the code.
@@ -35,10 +35,10 @@ class CanonicalPath : public FileMachine {
   }
   static std::string Joined(PathView root, PathView relative) {
     Path joined;
-    const std::string raised = Raised([&] { joined = SafeJoin(root, relative, "update target"); });
-    if (raised == "runtime: Unsafe update target path") return "unsafe";
-    if (raised == "runtime: update target path escapes its root") return "escapes";
-    return raised == "done" ? Shown(joined) : raised;
+    const std::string thrown = Thrown([&] { joined = SafeJoin(root, relative, "update target"); });
+    if (thrown == "runtime: Unsafe update target path") return "unsafe";
+    if (thrown == "runtime: update target path escapes its root") return "escapes";
+    return thrown == "done" ? Shown(joined) : thrown;
   }
 };
 
@@ -57,16 +57,16 @@ GetFinalPathNameByHandleW Root: 5
 CloseHandle Root: C:\Root
 in peace: C:\Root
 )");
-  Fail(Call::GetFinalPathNameByHandleW, 3);
+  Inject(Call::GetFinalPathNameByHandleW, 3);
   EXPECT_EQ(root(), "\\\\?\\GLOBALROOT\\Device\\HarddiskVolume1\\Root") << "for want of a letter";
-  Fail(Call::GetFinalPathNameByHandleW, 3, {}, 1, 2);
+  Inject(Call::GetFinalPathNameByHandleW, 3, {}, 1, 2);
   EXPECT_EQ(root(), "3");
 }
 
 TEST_F(CanonicalPath, ALongResultGrowsItsBuffer) {
   for (const std::size_t length : {8u, 9u, 10u, 11u, 12u, 13u, 200u}) {
     const Path file = u"C:\\" + Path(240, u'd') + u"\\" + Path(length, u'f');
-    world.WriteFile(u"\\\\?\\" + file, "");
+    computer.disk.WriteFile(u"\\\\?\\" + file, "");
     EXPECT_EQ(Resolved(u"\\\\?\\" + file), Shown(file));
   }
 }
@@ -78,11 +78,11 @@ TEST_F(CanonicalPath, TheMissingTailIsCarriedOverAsItWasSpelled) {
       c:/root/out/a/ = C:\Else\a\;              c:/root/outfile/a = C:\Else\x\a;
       c:/root/dangling = C:\Root\dangling;      c:/root/no/in = C:\Root\no\in;
       //srv/share/A/C = \\srv\share\a\C;        Q:/a/../b = Q:\b;    C:/root/a? = C:\Root\a?;)");
-  Fail(Call::CreateFile2, 5, u"data");
+  Inject(Call::CreateFile2, 5, u"data");
   EXPECT_EQ(WeaklyResolved(u"C:/Root/Data/no/no"), "5") << "in the middle";
-  Fail(Call::CreateFile2, 32);
+  Inject(Call::CreateFile2, 32);
   EXPECT_EQ(WeaklyResolved(u"C:/Root/Data"), "32");
-  Fail(Call::CreateFile2, 267, u"data");
+  Inject(Call::CreateFile2, 267, u"data");
   EXPECT_EQ(WeaklyResolved(u"c:/root/data/no"), "C:\\Root\\data\\no");
 }
 
@@ -111,7 +111,7 @@ TEST_F(CanonicalPath, OnlyASafePathThatStaysInItsRootIsJoined) {
       /x = unsafe;        C:\Root\x = unsafe;   out = escapes;         out/new/x = escapes;
       outfile = escapes;)");
   EXPECT_EQ(Joined(u"C:\\root", u"Data"), "escapes") << "the root is not spelled as on the disk";
-  Fail(Call::CreateFile2, 5);
+  Inject(Call::CreateFile2, 5);
   EXPECT_EQ(Joined(u"C:\\Root", u"Data"), "escapes") << "what cannot be resolved is not trusted";
 }
 

@@ -2,7 +2,7 @@
 
 #include <optional>
 
-#include "files/file_machine.h"
+#include "files/file_fixture.h"
 
 namespace tolvarine::updater {
 namespace {
@@ -11,36 +11,36 @@ const Path kSource = u"C:\\s\\source";
 const Path kTarget = u"C:\\t\\file";
 const Path kTemporary = u"C:\\t\\new";
 
-class DurableCopy : public FileMachine {
+class DurableCopy : public FileFixture {
  protected:
-  DurableCopy() { Furnish(); }
+  DurableCopy() { CreateFiles(); }
 
   // A source of more than one block, an old file, and a stale temporary.
-  void Furnish() {
-    world.WriteFile(kSource, std::string(65537, 'n'));
-    world.WriteFile(kTarget, "old");
-    world.WriteFile(kTemporary, "stale");
-    world.SetAttributes(kSource, platform::kFileAttributeArchive);
+  void CreateFiles() {
+    computer.disk.WriteFile(kSource, std::string(65537, 'n'));
+    computer.disk.WriteFile(kTarget, "old");
+    computer.disk.WriteFile(kTemporary, "stale");
+    computer.disk.SetAttributes(kSource, platform::kFileAttributeArchive);
   }
 
-  // What it raises, and the sizes of what then stands at the target and beside it.
-  std::string Left(const std::string& raised) {
-    std::string words = raised;
-    for (const auto& [name, content] : world.Tree(u"C:\\t")) {
+  // What it throws, and the sizes of what then stands at the target and beside it.
+  std::string Left(const std::string& thrown) {
+    std::string words = thrown;
+    for (const auto& [name, content] : computer.disk.Tree(u"C:\\t")) {
       words += ", " + Shown(name) + " " + std::to_string(content.size());
     }
     return words;
   }
   std::string Copy() {
-    return Left(Raised([] { CopyFileDurably(kSource, kTarget, kTemporary); }));
+    return Left(Thrown([] { CopyFileDurably(kSource, kTarget, kTemporary); }));
   }
   std::string CopyLocked(const LockedReleaseFile& file = LockedReleaseFile(kSource)) {
-    return Left(Raised([&] { CopyLockedFileToTemporary(file, kTemporary); }));
+    return Left(Thrown([&] { CopyLockedFileToTemporary(file, kTemporary); }));
   }
 };
 
 TEST_F(DurableCopy, ACopyReplacesItsDestinationInTheLastStepOrLeavesIt) {
-  EXPECT_EQ(FailingEachCall([&] { Furnish(); }, [&] { return Copy(); }), R"(
+  EXPECT_EQ(FailingEachCall([&] { CreateFiles(); }, [&] { return Copy(); }), R"(
 CreateDirectoryW t: system 5: Could not create backup or restore directory: *, file 3, new 5
 GetFileAttributesExW t: system 5: Could not create backup or restore directory: *, file 3, new 5
 DeleteFileW new: system 5: Could not remove stale backup or restore temporary: *, file 3, new 5
@@ -51,14 +51,14 @@ CloseHandle new: done, file 65537
 MoveFileExW new: system 5: *, file 3, new 65537
 in peace: done, file 65537
 )");
-  EXPECT_EQ(world.ReadFile(kTarget), std::string(65537, 'n'));
-  EXPECT_TRUE(world.volume(u'C').unforced().empty()) << "not written through";
+  EXPECT_EQ(computer.disk.ReadFile(kTarget), std::string(65537, 'n'));
+  EXPECT_TRUE(computer.disks.volume(u'C').unforced().empty()) << "not written through";
   for (const std::uint32_t absent : {2u, 3u}) {
-    world.WriteFile(kTemporary, std::string(70'000, 's'));
-    Fail(Call::DeleteFileW, absent);
+    computer.disk.WriteFile(kTemporary, std::string(70'000, 's'));
+    Inject(Call::DeleteFileW, absent);
     EXPECT_EQ(Copy(), "done, file 65537") << "what is there after all is overwritten";
   }
-  world.Remove(u"C:\\t");
+  computer.disk.Remove(u"C:\\t");
   EXPECT_EQ(Copy(), "done, file 65537");
 }
 
@@ -66,7 +66,7 @@ TEST_F(DurableCopy, ALockedFileIsCopiedWholeOrItsTemporaryGoes) {
   std::optional<LockedReleaseFile> file;
   const auto prepare = [&] {
     file.reset();
-    Furnish();
+    CreateFiles();
     file.emplace(kSource);
   };
   EXPECT_EQ(FailingEachCall(prepare, [&] { return CopyLocked(*file); }), R"(
@@ -85,8 +85,8 @@ FlushFileBuffers new: system 5: Could not copy locked release source: *, file 3
 CloseHandle new: done, file 3, new 65537
 in peace: done, file 3, new 65537
 )");
-  EXPECT_EQ(world.ReadFile(kTemporary), std::string(65537, 'n'));
-  EXPECT_EQ(world.volume(u'C').UnflushedFiles().size(), 2u) << "the source and the target";
+  EXPECT_EQ(computer.disk.ReadFile(kTemporary), std::string(65537, 'n'));
+  EXPECT_EQ(computer.disks.volume(u'C').UnflushedFiles().size(), 2u) << "the source and the target";
   EXPECT_EQ(CopyLocked(*file), "done, file 3, new 0") << "the position is at the end";
 }
 
@@ -94,27 +94,27 @@ TEST_F(DurableCopy, ATemporaryIsWrittenExclusivelyAndInFull) {
   Before(Call::FlushFileBuffers, [&] { EXPECT_FALSE(IsFree(kTemporary, platform::kGenericRead)); });
   EXPECT_EQ(CopyLocked(), "done, file 3, new 65537");
   // A short write is a failure, with a code or without.
-  Fail(Call::WriteFile, 0, {}, 1, 1, 65535);
+  Inject(Call::WriteFile, 0, {}, 1, 1, 65535);
   EXPECT_EQ(CopyLocked(), "system 29: Could not copy locked release source: *, file 3");
-  Before(Call::WriteFile, [&] { world.last_error = 112; });
-  Fail(Call::WriteFile, 0, {}, 2, 1, 0);
+  Before(Call::WriteFile, [&] { computer.last_error = 112; });
+  Inject(Call::WriteFile, 0, {}, 2, 1, 0);
   EXPECT_EQ(CopyLocked(), "system 112: Could not copy locked release source: *, file 3");
 }
 
 TEST_F(DurableCopy, DisksAttributesAndLongNamesEndACopyInTheirWays) {
-  world.volume(u'C').capacity = 65537 + 1000;
+  computer.disks.volume(u'C').capacity = 65537 + 1000;
   EXPECT_EQ(Copy(), "system 112: Could not copy backup or restore temporary: *, file 3");
   EXPECT_EQ(CopyLocked(), "system 112: Could not copy locked release source: *, file 3");
-  world.volume(u'C').capacity = ~std::uint64_t{0};
+  computer.disks.volume(u'C').capacity = ~std::uint64_t{0};
 
   const Path deep = u"C:\\" + Path(235, u'd') + u"\\" + Path(30, u'f');
-  EXPECT_EQ(Raised([&] { CopyFileDurably(kSource, deep, deep + u"n"); }), "done");
-  EXPECT_EQ(Raised([&] { CopyFileDurably(deep, kTarget, kTemporary); }), "done");
-  EXPECT_EQ(Raised([&] { CopyLockedFileToTemporary(LockedReleaseFile(kSource), deep); }),
+  EXPECT_EQ(Thrown([&] { CopyFileDurably(kSource, deep, deep + u"n"); }), "done");
+  EXPECT_EQ(Thrown([&] { CopyFileDurably(deep, kTarget, kTemporary); }), "done");
+  EXPECT_EQ(Thrown([&] { CopyLockedFileToTemporary(LockedReleaseFile(kSource), deep); }),
             "system 3: Could not create target temporary file: *");
 
   // Attributes travel: the copy cannot be flushed, nor removed by the next attempt.
-  world.SetAttributes(kSource, platform::kFileAttributeReadonly);
+  computer.disk.SetAttributes(kSource, platform::kFileAttributeReadonly);
   EXPECT_EQ(Copy(), "system 5: *, file 65537, new 65537");
   EXPECT_EQ(
       Copy(),

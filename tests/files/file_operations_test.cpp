@@ -1,6 +1,6 @@
 #include "files/file_operations.h"
 
-#include "files/file_machine.h"
+#include "files/file_fixture.h"
 
 namespace tolvarine::updater {
 namespace {
@@ -8,21 +8,21 @@ namespace {
 constexpr std::uint32_t kReadonly = platform::kFileAttributeReadonly;
 constexpr Call kDispose = Call::SetFileInformationByHandle;
 
-class FileOperations : public FileMachine {
+class FileOperations : public FileFixture {
  protected:
   FileOperations() {
-    world.WriteFile(u"C:/kept/file", "");
-    Furnish();
+    computer.disk.WriteFile(u"C:/kept/file", "");
+    CreateFiles();
   }
 
   // A directory C:/d with a file and links of every kind.
-  void Furnish() {
-    world.WriteFile(u"C:/d/file", "abc");
-    world.MakeSymbolicLink(u"C:/d/link", u"file", false);
-    world.MakeSymbolicLink(u"C:/d/dirlink", u"C:\\kept", true);
-    world.MakeSymbolicLink(u"C:/d/dangling", u"C:\\nowhere\\x", false);
-    world.MakeJunction(u"C:/d/junction", u"\\??\\C:\\kept");
-    world.MakeReparsePoint(u"C:/d/tagged", 0x80000017, false);
+  void CreateFiles() {
+    computer.disk.WriteFile(u"C:/d/file", "abc");
+    computer.disk.MakeSymbolicLink(u"C:/d/link", u"file", false);
+    computer.disk.MakeSymbolicLink(u"C:/d/dirlink", u"C:\\kept", true);
+    computer.disk.MakeSymbolicLink(u"C:/d/dangling", u"C:\\nowhere\\x", false);
+    computer.disk.MakeJunction(u"C:/d/junction", u"\\??\\C:\\kept");
+    computer.disk.MakeReparsePoint(u"C:/d/tagged", 0x80000017, false);
   }
 };
 
@@ -48,7 +48,7 @@ std::string Seen(PathView path) {
 }
 
 TEST_F(FileOperations, EachKindIsSeenThroughLinksAndAsItself) {
-  world.MakeReparsePoint(u"C:/d/taggeddir", 0x9000001A, true);
+  computer.disk.MakeReparsePoint(u"C:/d/taggeddir", 0x9000001A, true);
   ExpectEach(Seen,
              uR"(
       C:/d/file = regular, regular, 3;           C:/d/ = directory, directory, 0;
@@ -60,7 +60,7 @@ TEST_F(FileOperations, EachKindIsSeenThroughLinksAndAsItself) {
       //s/share/a = not_found 53, not_found 53;)");
   EXPECT_TRUE(IsRegularFile(u"C:/d/link"));
   EXPECT_FALSE(IsRegularFile(u"C:/d") || IsRegularFile(u"C:/d/dangling"));
-  EXPECT_EQ(Raised([] { return IsRegularFile(u"C:/d/tagged"); }),
+  EXPECT_EQ(Thrown([] { return IsRegularFile(u"C:/d/tagged"); }),
             "filesystem 1920: status: *: \"C:/d/tagged\"");
 }
 
@@ -76,9 +76,9 @@ CloseHandle link: symlink
 in peace: symlink
 )");
   // A file that somebody holds answers through its directory.
-  Fail(Call::GetFileAttributesExW, 32, {}, 1, kForever);
+  Inject(Call::GetFileAttributesExW, 32, {}, 1, kAlways);
   ExpectEach(Seen, u"C:/d/file = regular, regular, 3; C:/d/junction = directory, junction, 0;");
-  world.Plan({.call = Call::FindFirstFileW, .code = 64});
+  computer.calls.Inject({.call = Call::FindFirstFileW, .code = 64});
   EXPECT_EQ(InWords(QueryStatus(u"C:/d/file")), "not_found 64");
 }
 
@@ -90,12 +90,12 @@ TEST_F(FileOperations, OneCodeIsLeftOfTheWayToADirectory) {
     std::uint32_t code = 0;
     Count(Call::CreateDirectoryW, [&] { code = CreateDirectories(path); });
     std::string asked;
-    for (const auto& record : world.trace) {
+    for (const auto& record : computer.calls.trace) {
       if (record.call == Call::CreateDirectoryW) asked += Shown(record.path) + ", ";
     }
     return asked + std::to_string(code);
   };
-  world.AddVolume(0).share = u"\\\\s\\share";
+  computer.disks.AddVolume(0).share = u"\\\\s\\share";
   ExpectEach(make,
              uR"(
       ~ = 3;           C:\ = 0;         r/s = r, r/s, 0;        Q:/a = Q:/a, 3;
@@ -110,11 +110,11 @@ TEST_F(FileOperations, OneCodeIsLeftOfTheWayToADirectory) {
   const std::tuple<PathView, PathView, std::uint32_t, std::uint32_t> table[] = {
       {u"C:/d/z", u"/none", 0, 0}, {u"C:/d/y", u"/y", 19, 19}, {u"C:/d/e/x", u"/e", 267, 5}};
   for (const auto& [path, name, code, left] : table) {
-    Fail(Call::CreateDirectoryW, 5, u"/d");
-    world.Plan({Call::CreateDirectoryW, 1, 1, code, Path(name), {}});
+    Inject(Call::CreateDirectoryW, 5, u"/d");
+    computer.calls.Inject({Call::CreateDirectoryW, 1, 1, code, Path(name), {}});
     EXPECT_EQ(CreateDirectories(path), left) << Shown(path);
   }
-  Fail(Call::GetFileAttributesExW, 5);
+  Inject(Call::GetFileAttributesExW, 5);
   EXPECT_EQ(CreateOneDirectory(u"C:/d"), 5u);
 }
 
@@ -131,23 +131,23 @@ std::string Walk(const Path& root, const Path& stop_at = u"?") {
 }
 
 TEST_F(FileOperations, ATreeIsWalkedFromTheTopAndLinksAreNotEntered) {
-  world.WriteFile(u"C:/d/b/c/x", "12345");
-  world.MakeDirectory(u"C:/d/a");
+  computer.disk.WriteFile(u"C:/d/b/c/x", "12345");
+  computer.disk.MakeDirectory(u"C:/d/a");
   const std::string links = "\\dangling@ \\dirlink@ \\file=3 \\junction@ \\link@ \\tagged@ ";
   EXPECT_EQ(Walk(u"C:\\d"), "\\a=0 \\b=0 \\b\\c=0 \\b\\c\\x=5 " + links);
   EXPECT_EQ(Walk(u"C:\\d\\a"), "");
   EXPECT_EQ(Walk(u"C:\\d\\file"), "267");
   EXPECT_EQ(Walk(u"C:\\no"), "3");
   EXPECT_EQ(Walk(u"C:\\d", u"c"), "\\a=0 \\b=0 \\b\\c=0 77");
-  Fail(Call::FindFirstFileExW, 5, u"b\\*");
+  Inject(Call::FindFirstFileExW, 5, u"b\\*");
   EXPECT_EQ(Walk(u"C:\\d"), "\\a=0 \\b=0 5") << "seen before the failure to enter it";
-  Fail(Call::FindFirstFileExW, 2, u"b\\*");
+  Inject(Call::FindFirstFileExW, 2, u"b\\*");
   EXPECT_EQ(Walk(u"C:\\d"), "\\a=0 \\b=0 " + links) << "it is there all the same, so it is empty";
-  Fail(Call::FindFirstFileExW, 2, u"no\\*");
+  Inject(Call::FindFirstFileExW, 2, u"no\\*");
   EXPECT_EQ(Walk(u"C:\\no"), "2");
-  Fail(Call::FindNextFileW, 1117, {}, 5);  // Past ".", "..", "a" and the two of its own.
+  Inject(Call::FindNextFileW, 1117, {}, 5);  // Past ".", "..", "a" and the two of its own.
   EXPECT_EQ(Walk(u"C:\\d"), "\\a=0 1117");
-  world.AddVolume(u'E');
+  computer.disks.AddVolume(u'E');
   EXPECT_EQ(Walk(u"E:\\"), "") << "the root of a volume has not even dots";
 }
 
@@ -172,26 +172,27 @@ class Removal : public FileOperations {
   }
 
   void MakeFile(std::uint32_t attributes) {
-    world.WriteFile(u"C:/f", "");
-    world.SetAttributes(u"C:/f", attributes);
+    computer.disk.WriteFile(u"C:/f", "");
+    computer.disk.SetAttributes(u"C:/f", attributes);
   }
 };
 
 TEST_F(Removal, EntriesOfEveryKindGoByThemselvesOnEveryKindOfVolume) {
   for (const bool posix : {true, false}) {
-    world.volume(u'C').posix_delete = posix;
-    world.MakeDirectory(u"C:/d/dir");
-    world.MakeDirectory(u"C:/d/readonlydir");
-    world.SetAttributes(u"C:/d/readonlydir", kReadonly | platform::kFileAttributeDirectory);
-    world.WriteFile(u"C:/d/readonly", "");
-    world.SetAttributes(u"C:/d/readonly", kReadonly);  // Without it, there is no attribute at all.
-    for (const auto& [name, content] : world.Tree(u"C:/d")) {
+    computer.disks.volume(u'C').posix_delete = posix;
+    computer.disk.MakeDirectory(u"C:/d/dir");
+    computer.disk.MakeDirectory(u"C:/d/readonlydir");
+    computer.disk.SetAttributes(u"C:/d/readonlydir", kReadonly | platform::kFileAttributeDirectory);
+    computer.disk.WriteFile(u"C:/d/readonly", "");
+    computer.disk.SetAttributes(u"C:/d/readonly",
+                                kReadonly);  // Without it, there is no attribute at all.
+    for (const auto& [name, content] : computer.disk.Tree(u"C:/d")) {
       const Path path = u"C:/d/" + name.substr(0, name.find(u'\\'));
       EXPECT_EQ(Remove(path).substr(2), "removed") << Shown(path) << posix;
-      EXPECT_FALSE(world.Exists(path)) << Shown(path);
+      EXPECT_FALSE(computer.disk.Exists(path)) << Shown(path);
     }
-    EXPECT_TRUE(world.Exists(u"C:/kept/file"));
-    Furnish();
+    EXPECT_TRUE(computer.disk.Exists(u"C:/kept/file"));
+    CreateFiles();
   }
 }
 
@@ -200,27 +201,29 @@ TEST_F(Removal, WhatIsNotThereIsNoFailureAndWhatStandsInTheWayIs) {
              uR"(
       C:/d/no = 0 nothing;    C:/no/no = 0 nothing;    C:/d/file/no = 0 nothing;
       C:/d/fi?e = 0 nothing;  C:/d = 1 145;)");
-  const auto held = world.Hold(u"C:/d/file", platform::kGenericRead, platform::kFileShareRead);
+  const auto held =
+      computer.disk.Hold(u"C:/d/file", platform::kGenericRead, platform::kFileShareRead);
   EXPECT_EQ(Remove(u"C:/d/file"), "0 32");
-  world.Release(held);
-  const auto shared = world.Hold(u"C:/d/file", platform::kGenericRead, platform::kFileShareAll);
+  computer.disk.Release(held);
+  const auto shared =
+      computer.disk.Hold(u"C:/d/file", platform::kGenericRead, platform::kFileShareAll);
   EXPECT_EQ(Remove(u"C:/d/file"), "1 removed");
-  EXPECT_FALSE(world.Exists(u"C:/d/file")) << "the name goes although somebody reads";
-  world.Release(shared);
+  EXPECT_FALSE(computer.disk.Exists(u"C:/d/file")) << "the name goes although somebody reads";
+  computer.disk.Release(shared);
 }
 
 TEST_F(Removal, AnOlderVolumeIsAskedInOlderWays) {
   for (const std::uint32_t unknown : {1u, 50u, 87u}) {
     MakeFile(kReadonly);
-    Fail(kDispose, unknown);
+    Inject(kDispose, unknown);
     EXPECT_EQ(Remove(u"C:/f"), "4 removed") << unknown;
     MakeFile(kReadonly);
-    Fail(kDispose, unknown, {}, 1, 2);
+    Inject(kDispose, unknown, {}, 1, 2);
     EXPECT_EQ(Remove(u"C:/f"), "5 removed") << unknown;
   }
   // Two ways that it does not know, a refusal, the attribute's clearing, both ways again, and the
   // attribute's return. A refused open is made again without the right to write attributes.
-  world.volume(u'C').posix_delete = false;
+  computer.disks.volume(u'C').posix_delete = false;
   EXPECT_EQ(FailingEachCall([&] { MakeFile(kReadonly); }, [&] { return Remove(u"C:/f"); }), R"(
 CreateFile2 f: 3 5
 SetFileInformationByHandle f: 1 5
@@ -234,28 +237,28 @@ CloseHandle f: 6 removed
 in peace: 6 removed
 )");
   MakeFile(kReadonly | platform::kFileAttributeArchive);
-  Fail(kDispose, 5, {}, 6);
+  Inject(kDispose, 5, {}, 6);
   EXPECT_EQ(Remove(u"C:/f"), "7 5");
-  EXPECT_EQ(world.Look(u"C:/f")->attributes, kReadonly | platform::kFileAttributeArchive);
+  EXPECT_EQ(computer.disk.Look(u"C:/f")->attributes, kReadonly | platform::kFileAttributeArchive);
   MakeFile(platform::kFileAttributeArchive);
-  Fail(kDispose, 5, {}, 3);
+  Inject(kDispose, 5, {}, 3);
   EXPECT_EQ(Remove(u"C:/f"), "3 5") << "there is no attribute to clear";
-  Fail(Call::CreateFile2, 5, {}, 1, 2);
+  Inject(Call::CreateFile2, 5, {}, 1, 2);
   EXPECT_EQ(Remove(u"C:/f"), "0 5");
 }
 
 TEST_F(Removal, ATreeGoesWithoutWhatItsLinksLeadToAndKeepsOneEntryToTheLast) {
   const Path tree = u"C:\\d";
   const Path last = u"C:\\d\\a";
-  world.WriteFile(u"C:/d/a/b/x", "");
+  computer.disk.WriteFile(u"C:/d/a/b/x", "");
   // The first failure ends it. That of an entry is no matter of the enumeration, whatever its code.
-  Fail(Call::FindFirstFileExW, 5);
+  Inject(Call::FindFirstFileExW, 5);
   EXPECT_EQ(RemoveAll(tree, last), "0: 0 removed, 5");
-  Fail(Call::GetFileAttributesExW, 5);
+  Inject(Call::GetFileAttributesExW, 5);
   EXPECT_EQ(RemoveAll(tree, last), "0: 0 removed, 5");
-  Fail(kDispose, 64, u"file");
+  Inject(kDispose, 64, u"file");
   EXPECT_EQ(RemoveAll(tree, last), "3: 2 removed, 64") << "two links before it";
-  Fail(Call::CreateFile2, 32, u"b");
+  Inject(Call::CreateFile2, 32, u"b");
   EXPECT_EQ(RemoveAll(tree, last), "5: 5 removed, 32") << "four beside it, and the file in a/b";
   EXPECT_EQ(RemoveAll(tree), "3: 3 removed, 0");
   EXPECT_EQ(RemoveAll(tree), "0: 0 removed, 0");
@@ -264,14 +267,14 @@ TEST_F(Removal, ATreeGoesWithoutWhatItsLinksLeadToAndKeepsOneEntryToTheLast) {
 
 TEST_F(Removal, AnEmptiedDirectoryIsTriedTenTimes) {
   const auto remove = [&](std::uint32_t code, std::uint64_t failures) {
-    world.MakeDirectory(u"C:/e");
-    Fail(kDispose, code, {}, 1, failures);
+    computer.disk.MakeDirectory(u"C:/e");
+    Inject(kDispose, code, {}, 1, failures);
     return RemoveAll(u"C:/e");
   };
   EXPECT_EQ(remove(145, 9), "10: 1 removed, 0");
-  EXPECT_EQ(remove(145, kForever), "10: 0 removed, 145");
-  EXPECT_EQ(remove(5, kForever), "10: 0 removed, 5");
-  EXPECT_EQ(remove(32, kForever), "1: 0 removed, 32");
+  EXPECT_EQ(remove(145, kAlways), "10: 0 removed, 145");
+  EXPECT_EQ(remove(5, kAlways), "10: 0 removed, 5");
+  EXPECT_EQ(remove(32, kAlways), "1: 0 removed, 32");
 }
 
 // --- Durability ----------------------------------------------------------------------------------
@@ -280,36 +283,37 @@ const Path kLong = u"C:\\" + Path(200, u'd') + u"\\" + Path(80, u'f');
 const Path kExtended = u"\\\\?\\" + kLong;
 
 TEST_F(FileOperations, AFlushKeepsWritersOffAndItsCodeThroughTheClose) {
-  world.WriteFile(kExtended, "abc");
+  computer.disk.WriteFile(kExtended, "abc");
   Before(Call::FlushFileBuffers, [&] {
     EXPECT_TRUE(IsFree(kExtended, platform::kGenericRead));
     EXPECT_FALSE(IsFree(kExtended, platform::kGenericWrite));
   });
   FlushFile(kLong);
-  EXPECT_TRUE(world.volume(u'C').unforced().empty());
-  EXPECT_EQ(FailingEachCall([] {}, [] { return Raised([] { FlushFile(u"C:/d/file"); }); }), R"(
+  EXPECT_TRUE(computer.disks.volume(u'C').unforced().empty());
+  EXPECT_EQ(FailingEachCall([] {}, [] { return Thrown([] { FlushFile(u"C:/d/file"); }); }), R"(
 CreateFileW file: system 5: *
 FlushFileBuffers file: system 5: *
 CloseHandle file: done
 in peace: done
 )");
-  Fail(Call::FlushFileBuffers, 23);
-  world.Plan({.call = Call::CloseHandle, .code = 6});
-  EXPECT_EQ(Raised([] { FlushFile(u"C:/d/file"); }), "system 23: *");
-  EXPECT_EQ(Raised([] { FlushFile(u"C:/d"); }), "system 5: *") << "never a directory";
+  Inject(Call::FlushFileBuffers, 23);
+  computer.calls.Inject({.call = Call::CloseHandle, .code = 6});
+  EXPECT_EQ(Thrown([] { FlushFile(u"C:/d/file"); }), "system 23: *");
+  EXPECT_EQ(Thrown([] { FlushFile(u"C:/d"); }), "system 5: *") << "never a directory";
 }
 
 TEST_F(FileOperations, AReplacementIsOneDurableStep) {
   const auto replace = [](const Path& from, const Path& to) {
-    return Raised([&] { ReplaceFileDurably(from, to); });
+    return Thrown([&] { ReplaceFileDurably(from, to); });
   };
-  world.AddVolume(u'E');
-  world.WriteFile(kExtended, "new");
-  EXPECT_EQ(FailingEachCall([&] { world.Settle(); }, [&] { return replace(kLong, u"C:/d/file"); }),
+  computer.disks.AddVolume(u'E');
+  computer.disk.WriteFile(kExtended, "new");
+  EXPECT_EQ(FailingEachCall([&] { computer.disks.Settle(); },
+                            [&] { return replace(kLong, u"C:/d/file"); }),
             "\nMoveFileExW " + std::string(80, 'f') + ": system 5: *\nin peace: done\n");
-  EXPECT_EQ(world.ReadFile(u"C:/d/file"), "new");
-  EXPECT_FALSE(world.Exists(kExtended));
-  EXPECT_TRUE(world.volume(u'C').unforced().empty()) << "not written through";
+  EXPECT_EQ(computer.disk.ReadFile(u"C:/d/file"), "new");
+  EXPECT_FALSE(computer.disk.Exists(kExtended));
+  EXPECT_TRUE(computer.disks.volume(u'C').unforced().empty()) << "not written through";
   EXPECT_EQ(replace(u"C:/d/file", u"E:/file"), "system 17: *") << "nothing is copied instead";
 }
 

@@ -1,6 +1,6 @@
 #include "files/fingerprint.h"
 
-#include "files/file_machine.h"
+#include "files/file_fixture.h"
 #include "text/fnv1a.h"
 
 namespace tolvarine::updater {
@@ -8,24 +8,24 @@ namespace {
 
 const Path kFile = u"C:\\d\\file";
 
-class Fingerprint : public FileMachine {
+class Fingerprint : public FileFixture {
  protected:
-  Fingerprint() { world.WriteFile(kFile, "abc"); }
+  Fingerprint() { computer.disk.WriteFile(kFile, "abc"); }
 
   static std::string Verify(const Path& path, std::uint64_t size, std::uint64_t hash) {
-    return Raised([&] { VerifyFileFingerprint(path, size, hash, "Baseline backup"); });
+    return Thrown([&] { VerifyFileFingerprint(path, size, hash, "Baseline backup"); });
   }
 };
 
 TEST_F(Fingerprint, EveryByteCountsThroughLinksAndBesideWriters) {
-  world.MakeSymbolicLink(u"C:\\link", kFile, false);
-  const auto writer = world.Hold(kFile, platform::kGenericWrite, platform::kFileShareAll);
+  computer.disk.MakeSymbolicLink(u"C:\\link", kFile, false);
+  const auto writer = computer.disk.Hold(kFile, platform::kGenericWrite, platform::kFileShareAll);
   for (const auto& [size, hash] : std::initializer_list<std::pair<std::size_t, std::uint64_t>>{
            {0, 0xcbf29ce484222325}, {65536, 0x1f0c0019bbd72325}, {65537, 0x98876fba2e90ec8c}}) {
-    world.WriteFile(kFile, std::string(size, 'a'));
+    computer.disk.WriteFile(kFile, std::string(size, 'a'));
     EXPECT_EQ(Fnv1aOfFile(u"C:\\link"), hash) << size;
   }
-  world.Release(writer);
+  computer.disk.Release(writer);
 }
 
 TEST_F(Fingerprint, AFileIsVerifiedByKindSizeAndHashInThatOrder) {
@@ -43,7 +43,7 @@ in peace: done
   EXPECT_EQ(Verify(u"C:\\d\\no", 0, Fnv1a64("")), failed + "\\no");
   EXPECT_EQ(Verify(u"C:\\\u0141", 0, 0), "system 1113: *");
   EXPECT_EQ(Count(Call::WfsOpen, [] { Verify(kFile, 4, Fnv1a64("abc")); }), 0) << "not read";
-  Fail(Call::GetFileAttributesExW, 5, {}, 2);
+  Inject(Call::GetFileAttributesExW, 5, {}, 2);
   EXPECT_EQ(Verify(kFile, ~std::uint64_t{0}, Fnv1a64("abc")), failed + "\\file");
 }
 

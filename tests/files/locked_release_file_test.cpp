@@ -1,18 +1,18 @@
 #include "files/locked_release_file.h"
 
-#include "files/file_machine.h"
+#include "files/file_fixture.h"
 
 namespace tolvarine::updater {
 namespace {
 
 const Path kFile = u"C:\\stage\\file";
 
-class LockedRelease : public FileMachine {
+class LockedRelease : public FileFixture {
  protected:
-  LockedRelease() { world.WriteFile(kFile, "abc"); }
+  LockedRelease() { computer.disk.WriteFile(kFile, "abc"); }
 
   static std::string Open(const Path& path) {
-    return Raised([&] { LockedReleaseFile file(path); });
+    return Thrown([&] { LockedReleaseFile file(path); });
   }
 };
 
@@ -29,13 +29,13 @@ TEST_F(LockedRelease, NobodyWritesOrDeletesWhileItLives) {
 }
 
 TEST_F(LockedRelease, OnlyAPlainFileWithOneNameThatNobodyWritesIsTaken) {
-  world.MakeSymbolicLink(u"C:\\stage\\link", kFile, false);
-  world.MakeReparsePoint(u"C:\\stage\\tagged", 0x9000001A, false);
-  world.MakeJunction(u"C:\\stage\\junction", u"C:\\stage");
-  world.WriteFile(u"C:\\stage\\twice", "abc");
-  world.MakeHardLink(u"C:\\stage\\twice", u"C:\\elsewhere");
+  computer.disk.MakeSymbolicLink(u"C:\\stage\\link", kFile, false);
+  computer.disk.MakeReparsePoint(u"C:\\stage\\tagged", 0x9000001A, false);
+  computer.disk.MakeJunction(u"C:\\stage\\junction", u"C:\\stage");
+  computer.disk.WriteFile(u"C:\\stage\\twice", "abc");
+  computer.disk.MakeHardLink(u"C:\\stage\\twice", u"C:\\elsewhere");
   const Path deep = u"C:\\" + Path(200, u'd') + u"\\" + Path(60, u'f');
-  world.WriteFile(u"\\\\?\\" + deep, "");
+  computer.disk.WriteFile(u"\\\\?\\" + deep, "");
   const std::string not_plain = "runtime: Release source is not a regular non-reparse file: ";
   const std::pair<Path, std::string> table[] = {
       {u"C:\\stage\\link", not_plain + "C:\\stage\\link"},
@@ -47,21 +47,21 @@ TEST_F(LockedRelease, OnlyAPlainFileWithOneNameThatNobodyWritesIsTaken) {
       {u"C:\\no", "system 2: Could not lock release source: *"},
       {deep, "system 3: Could not lock release source: *"},
   };
-  for (const auto& [path, raised] : table) EXPECT_EQ(Open(path), raised);
+  for (const auto& [path, thrown] : table) EXPECT_EQ(Open(path), thrown);
   for (const std::uint32_t access : {platform::kGenericWrite, platform::kDelete}) {
-    const auto held = world.Hold(kFile, access, platform::kFileShareAll);
+    const auto held = computer.disk.Hold(kFile, access, platform::kFileShareAll);
     EXPECT_EQ(Open(kFile), "system 32: Could not lock release source: *");
-    world.Release(held);
+    computer.disk.Release(held);
   }
 }
 
 TEST_F(LockedRelease, EachStepFailsInItsWordsAndLeavesNothingOpen) {
   const auto lock_and_hash = [&] {
-    const std::string raised = Raised([] { return Sha256OfLockedFile(LockedReleaseFile(kFile)); });
-    EXPECT_TRUE(raised == "done" || world.objects().open_hashes() == 0) << raised;
-    EXPECT_EQ(world.files().open_handles(), 0u) << raised;
-    world.objects().Reset();  // Of what a failing release has left.
-    return raised;
+    const std::string thrown = Thrown([] { return Sha256OfLockedFile(LockedReleaseFile(kFile)); });
+    EXPECT_TRUE(thrown == "done" || computer.objects().open_hashes() == 0) << thrown;
+    EXPECT_EQ(computer.files().open_handles(), 0u) << thrown;
+    computer.objects().Reset();  // Of what a failing release has left.
+    return thrown;
   };
   EXPECT_EQ(FailingEachCall([] {}, lock_and_hash, 0xC0000022), R"(
 CreateFileW file: system 3221225506: Could not lock release source: *
@@ -93,12 +93,12 @@ TEST_F(LockedRelease, TheWholeFileIsHashedAndCanBeReadAgain) {
   for (const auto& row : table) {
     const auto& size = row.first;
     const auto& digest = row.second;
-    world.WriteFile(kFile, std::string(size, 'a'));
+    computer.disk.WriteFile(kFile, std::string(size, 'a'));
     const LockedReleaseFile file(kFile);
-    world.ClearFaults();
+    computer.calls.ClearFaults();
     EXPECT_EQ(Sha256OfLockedFile(file), digest) << size;
     // A read that moves less than was asked for is not the end.
-    world.Plan({.call = Call::ReadFile, .times = kForever, .partial = 40'000});
+    computer.calls.Inject({.call = Call::ReadFile, .times = kAlways, .partial = 40'000});
     EXPECT_EQ(Sha256OfLockedFile(file), digest) << size;
     EXPECT_TRUE(MatchesRelease(file, size, digest));
     EXPECT_FALSE(MatchesRelease(file, size, std::string(64, '0')));

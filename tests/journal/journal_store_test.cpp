@@ -2,7 +2,7 @@
 
 #include <map>
 
-#include "files/file_machine.h"
+#include "files/file_fixture.h"
 #include "journal/journal_text.h"
 #include "text/fnv1a.h"
 
@@ -26,29 +26,30 @@ std::string Slot(std::uint64_t generation, std::string error = {}) {
 
 using Files = std::map<std::u16string, std::string>;
 
-class JournalStore : public FileMachine {
+class JournalStore : public FileFixture {
  protected:
   // The directory holds these files and nothing else, all of them on the medium.
-  void Furnish(const Files& files) {
-    world.Remove(kDirectory);
-    world.MakeDirectory(kDirectory);
-    for (const auto& [name, content] : files) world.WriteFile(JoinPath(kDirectory, name), content);
-    world.Settle();
+  void CreateFiles(const Files& files) {
+    computer.disk.Remove(kDirectory);
+    computer.disk.MakeDirectory(kDirectory);
+    for (const auto& [name, content] : files)
+      computer.disk.WriteFile(JoinPath(kDirectory, name), content);
+    computer.disks.Settle();
   }
 
   // The directory as the save of `last`, an even number, left it, and a stale temporary.
-  void FurnishAfter(std::uint64_t last) {
+  void SetUpAfter(std::uint64_t last) {
     Files files = {{u"journal.1.new", "stale"}};
     if (last > 0) files.insert({{u"journal.0", Slot(last)}, {u"journal.1", Slot(last - 1)}});
-    Furnish(files);
+    CreateFiles(files);
   }
 
   // "none", "corrupt", or the generation and the error of the record that is found. A load changes
   // nothing.
   std::string Load() {
-    const Files before = world.Tree(kDirectory);
+    const Files before = computer.disk.Tree(kDirectory);
     const JournalLoadResult result = LoadJournal(kDirectory);
-    EXPECT_EQ(world.Tree(kDirectory), before);
+    EXPECT_EQ(computer.disk.Tree(kDirectory), before);
     EXPECT_EQ(result.journal.has_value(), result.state == JournalLoadState::Loaded);
     if (result.journal) return std::to_string(result.journal->generation) + result.journal->error;
     return result.state == JournalLoadState::None ? "none" : "corrupt";
@@ -56,29 +57,29 @@ class JournalStore : public FileMachine {
 
   // What a load finds behind the save after `last`.
   void ExpectLoad(std::uint64_t last, bool saved) {
-    const bool temporary = world.Exists(kDirectory + u"\\journal.1.new");
+    const bool temporary = computer.disk.Exists(kDirectory + u"\\journal.1.new");
     const std::string first = temporary ? "corrupt" : "none";
     const std::string old = last == 0 ? first : std::to_string(last);
     EXPECT_EQ(Load(), saved ? std::to_string(last + 1) : old);
   }
 
-  // What the next save raises, the generation that the record then has, and what it leaves of its
+  // What the next save throws, the generation that the record then has, and what it leaves of its
   // temporary.
   std::string Save(TransactionJournal journal) {
     const std::uint64_t last = journal.generation;
-    const std::string raised = Raised([&] { SaveJournal(kDirectory, journal); });
-    world.before_call = nullptr;  // What fails is part of the save, not of the load.
-    ExpectLoad(last, raised == "done");
-    const auto left = world.ReadFile(kDirectory + u"\\journal.1.new");
+    const std::string thrown = Thrown([&] { SaveJournal(kDirectory, journal); });
+    computer.calls.before_call = nullptr;  // What fails is part of the save, not of the load.
+    ExpectLoad(last, thrown == "done");
+    const auto left = computer.disk.ReadFile(kDirectory + u"\\journal.1.new");
     const std::string part = left == "stale" ? ", stale" : ", part";
     const std::string temporary = left == Slot(last + 1) ? ", whole" : part;
-    return raised + ", " + std::to_string(journal.generation) + (left ? temporary : "");
+    return thrown + ", " + std::to_string(journal.generation) + (left ? temporary : "");
   }
 };
 
 TEST_F(JournalStore, TheNewestSoundSlotCounts) {
   std::string bad = FormatJournalBody(Record(4));
-  bad.replace(bad.find("433a2f"), 6, "433aff");  // No UTF-8: the parse raises.
+  bad.replace(bad.find("433a2f"), 6, "433aff");  // No UTF-8: the parse throws.
   bad += "checksum " + std::to_string(Fnv1a64(bad)) + "\n";
   const std::string noise = std::string(50'000'000, '\0') + "checksum 1\n";
   const std::pair<Files, std::string> table[] = {
@@ -96,14 +97,14 @@ TEST_F(JournalStore, TheNewestSoundSlotCounts) {
       {{{u"journal.0", Slot(~std::uint64_t{0})}, {u"journal.1", Slot(1)}}, "18446744073709551615"},
   };
   for (const auto& [files, found] : table) {
-    Furnish(files);
+    CreateFiles(files);
     EXPECT_EQ(Load(), found);
   }
 }
 
 TEST_F(JournalStore, OnlyAPlainDirectoryThatCanBeReadHoldsAJournal) {
   EXPECT_EQ(Load(), "none");
-  FurnishAfter(4);
+  SetUpAfter(4);
   EXPECT_EQ(FailingEachCall([] {}, [&] { return Load(); }), R"(
 GetFileAttributesExW tx: corrupt
 FindFirstFileExW *: corrupt
@@ -119,37 +120,40 @@ Fclose journal.1: 4
 in peace: 4
 )");
   for (const std::uint32_t code : {2u, 3u, 53u, 64u, 123u, 161u, 21u, 267u}) {
-    Fail(Call::GetFileAttributesExW, code);
+    Inject(Call::GetFileAttributesExW, code);
     EXPECT_EQ(Load(), code == 21 || code == 267 ? "corrupt" : "none") << code;
   }
-  world.Rename(kDirectory, u"C:\\good");
-  world.MakeSymbolicLink(kDirectory, u"C:\\good", true);
+  computer.disk.Rename(kDirectory, u"C:\\good");
+  computer.disk.MakeSymbolicLink(kDirectory, u"C:\\good", true);
   EXPECT_EQ(Load(), "corrupt");
-  world.Remove(kDirectory);
-  world.MakeJunction(kDirectory, u"C:\\good");
+  computer.disk.Remove(kDirectory);
+  computer.disk.MakeJunction(kDirectory, u"C:\\good");
   EXPECT_EQ(Load(), "corrupt");
-  world.Remove(kDirectory);
-  world.WriteFile(kDirectory, Slot(4));
+  computer.disk.Remove(kDirectory);
+  computer.disk.WriteFile(kDirectory, Slot(4));
   EXPECT_EQ(Load(), "corrupt");
 }
 
 TEST_F(JournalStore, SavesTakeTurnsAndLeaveNoTemporary) {
   TransactionJournal journal = Record(6);
-  FurnishAfter(6);
+  SetUpAfter(6);
   SaveJournal(kDirectory, journal);
-  EXPECT_EQ(world.Tree(kDirectory), (Files{{u"journal.0", Slot(6)}, {u"journal.1", Slot(7)}}));
-  EXPECT_TRUE(world.volume(u'C').unforced().empty()) << "not written through";
+  EXPECT_EQ(computer.disk.Tree(kDirectory),
+            (Files{{u"journal.0", Slot(6)}, {u"journal.1", Slot(7)}}));
+  EXPECT_TRUE(computer.disks.volume(u'C').unforced().empty()) << "not written through";
   SaveJournal(kDirectory, journal);
-  EXPECT_EQ(world.Tree(kDirectory), (Files{{u"journal.0", Slot(8)}, {u"journal.1", Slot(7)}}));
+  EXPECT_EQ(computer.disk.Tree(kDirectory),
+            (Files{{u"journal.0", Slot(8)}, {u"journal.1", Slot(7)}}));
   journal.generation = ~std::uint64_t{0};
   SaveJournal(kDirectory, journal);
-  EXPECT_EQ(world.Tree(kDirectory), (Files{{u"journal.0", Slot(0)}, {u"journal.1", Slot(7)}}));
+  EXPECT_EQ(computer.disk.Tree(kDirectory),
+            (Files{{u"journal.0", Slot(0)}, {u"journal.1", Slot(7)}}));
   EXPECT_EQ(Load(), "7");
 }
 
 TEST_F(JournalStore, AnyCallOfASaveThatFailsLeavesTheOldOrTheNewRecord) {
   // In the order of the steps; two of them wait for the disk.
-  EXPECT_EQ(FailingEachCall([&] { FurnishAfter(4); }, [&] { return Save(Record(4)); }), R"(
+  EXPECT_EQ(FailingEachCall([&] { SetUpAfter(4); }, [&] { return Save(Record(4)); }), R"(
 CreateDirectoryW tx: filesystem 5: create_directories: *: "C:\tx", 4, stale
 GetFileAttributesExW tx: filesystem 5: create_directories: *: "C:\tx", 4, stale
 CreateFile2 journal.1.new: done, 5
@@ -165,12 +169,12 @@ CloseHandle journal.1.new: done, 5
 MoveFileExW journal.1.new: system 5: *, 5, whole
 in peace: done, 5
 )");
-  FailingEachCall([&] { FurnishAfter(0); }, [&] { return Save(Record(0)); });
+  FailingEachCall([&] { SetUpAfter(0); }, [&] { return Save(Record(0)); });
 }
 
 TEST_F(JournalStore, AFullDiskAndABadPathLeaveTheSlots) {
-  FurnishAfter(4);
-  world.volume(u'C').capacity = Slot(4).size() * 5 / 2;
+  SetUpAfter(4);
+  computer.disks.volume(u'C').capacity = Slot(4).size() * 5 / 2;
   EXPECT_EQ(Save(Record(4)), "runtime: Could not write transaction journal, 5, part");
   TransactionJournal journal = Record(4);
   journal.target = u"C:\\\xd800";

@@ -3,10 +3,10 @@
 #include <map>
 #include <vector>
 
+#include "support/simulated_fixture.h"
 #include "support/text_printers.h"
 #include "text/decimal.h"
 #include "text/fnv1a.h"
-#include "text/machine.h"
 #include "text/system_error.h"
 
 namespace tolvarine::updater {
@@ -63,7 +63,7 @@ std::string Rewritten(std::string_view text) {
   return journal ? SerializeJournal(*journal) : std::string();
 }
 
-class JournalText : public Machine {};
+class JournalText : public SimulatedFixture {};
 
 TEST_F(JournalText, ExampleIsReadAndWrittenByteForByte) {
   TransactionJournal journal = {

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "text/machine.h"
+#include "support/simulated_fixture.h"
 
 namespace tolvarine::updater {
 
@@ -18,7 +18,7 @@ inline const std::string kAbc = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9
 inline constexpr char kBadUtf8[] =
     "No mapping for the Unicode character exists in the target multi-byte code page.";
 
-// The words of whatever an action raises; empty where it raises nothing.
+// The words of whatever an action throws; empty where it throws nothing.
 template <typename Action>
 std::string Words(Action action) {
   try {

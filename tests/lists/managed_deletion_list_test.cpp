@@ -13,7 +13,7 @@ constexpr ListText<ManagedDeletionList> kDeletions = {ParseManagedDeletionList,
 
 const std::string kExample = "D1\n62696e2f6f6c642e646c6c\n726561646d652e747874\n";
 
-class DeletionText : public Machine {};
+class DeletionText : public SimulatedFixture {};
 
 std::string Line(std::string_view path) { return EncodeHex(path) + "\n"; }
 

@@ -1,12 +1,12 @@
 #include "lists/release_path.h"
 
-#include "text/machine.h"
+#include "support/simulated_fixture.h"
 #include "text/system_error.h"
 
 namespace tolvarine::updater {
 namespace {
 
-class ReleasePath : public Machine {};
+class ReleasePath : public SimulatedFixture {};
 
 TEST_F(ReleasePath, PlainRelativeNamesAreSafeAndNothingElseIs) {
   for (const PathView safe :
@@ -39,8 +39,8 @@ TEST_F(ReleasePath, KeysFoldCaseAndSpellingOfThePathAlone) {
   EXPECT_FALSE(SamePathKey(u"\u00e9", u"e\u0301"));  // No normalization.
   EXPECT_FALSE(SamePathKey(u"\uff21", u"a"));        // No widths.
   for (const std::uint64_t pass : {1u, 2u}) {
-    world.ClearFaults();
-    world.Plan({.call = Call::LCMapStringEx, .first = pass});
+    computer.calls.ClearFaults();
+    computer.calls.Inject({.call = Call::LCMapStringEx, .first = pass});
     EXPECT_EQ(PathCompareKey(u"A\\B"), u"A/B") << "where the platform cannot map it";
   }
 }

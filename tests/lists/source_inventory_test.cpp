@@ -15,7 +15,7 @@ const std::string kHello = "2cf24dba5fb0a30e26e83b2ac5b9e29e1b161e5c1fa7425e7304
 const std::string kExample =
     "I1\n62696e2f636f72652e646c6c:5:" + kHello + "\n746f6c766172696e652e657865:3:" + kAbc + "\n";
 
-class InventoryText : public Machine {};
+class InventoryText : public SimulatedFixture {};
 
 std::string Row(std::string_view path, std::string_view size = "1",
                 const std::string& digest = kAbc) {

@@ -10,29 +10,30 @@
 #include "platform/files.h"
 #include "platform/shell.h"
 #include "simulated_update/simulated_update.h"
+#include "support/simulated_fixture.h"
 #include "support/text_printers.h"
-#include "text/machine.h"
 
 namespace tolvarine::updater::staging {
 namespace {
 
 using simulated::Call;
+using simulated::Computer;
 using simulated::FileSet;
-using simulated::World;
 
 constexpr std::u16string_view kRelease = u"C:\\build\\release";
 constexpr std::u16string_view kTarget = u"C:\\Program Files\\Tolvarine";
 
-class Staging : public Machine {
+class Staging : public SimulatedFixture {
  protected:
-  void Furnish(std::u16string_view root, const FileSet& files) {
-    for (const auto& [path, content] : files) world.WriteFile(JoinPath(root, path), content);
+  void CreateFiles(std::u16string_view root, const FileSet& files) {
+    for (const auto& [path, content] : files)
+      computer.disk.WriteFile(JoinPath(root, path), content);
   }
 
   // The smallest fit release and whatever else.
-  void FurnishRelease(const FileSet& files = {}) {
-    Furnish(kRelease, {{u"Tolvarine.exe", "x"}});
-    Furnish(kRelease, files);
+  void SetUpRelease(const FileSet& files = {}) {
+    CreateFiles(kRelease, {{u"Tolvarine.exe", "x"}});
+    CreateFiles(kRelease, files);
   }
 
   [[nodiscard]] static Problems Check(const ManagedDeletionList& deletions = {}) {
@@ -49,28 +50,28 @@ class Staging : public Machine {
   UpdateLayout layout = LayoutOf(request.state_root, request.install_key, request.update_id);
   Path source = JoinPath(layout.stages, kReleaseName);
 
-  void FurnishUpdate() {
-    Furnish(kRelease, plan.release);
-    Furnish(kTarget, plan.baseline);
-    world.MakeDirectory(JoinPath(kRelease, u"empty\\directory"));
+  void SetUpUpdate() {
+    CreateFiles(kRelease, plan.release);
+    CreateFiles(kTarget, plan.baseline);
+    computer.disk.MakeDirectory(JoinPath(kRelease, u"empty\\directory"));
   }
 };
 
 // --- Problems of a release -----------------------------------------------------------------------
 
-using Furnishing = std::function<void(World&)>;
+using Setup = std::function<void(Computer&)>;
 
 // In the extended form, which takes names that Windows would otherwise mend.
-Furnishing File(std::u16string_view name) {
-  return [=](World& at) { at.WriteFile(Path(u"\\\\?\\") + JoinPath(kRelease, name), "y"); };
+Setup File(std::u16string_view name) {
+  return [=](Computer& at) { at.disk.WriteFile(Path(u"\\\\?\\") + JoinPath(kRelease, name), "y"); };
 }
 
 // What is done to a release that is fit, and what is then said about it.
-const std::pair<Furnishing, Problems> kTreeCases[] = {
-    {[](World&) {}, {}},
-    {[](World& at) { at.Rename(JoinPath(kRelease, u"Tolvarine.exe"), u"C:\\elsewhere"); },
+const std::pair<Setup, Problems> kTreeCases[] = {
+    {[](Computer&) {}, {}},
+    {[](Computer& at) { at.disk.Rename(JoinPath(kRelease, u"Tolvarine.exe"), u"C:\\elsewhere"); },
      {"There is no file Tolvarine.exe at the top level of the release."}},
-    {[](World& at) { at.Remove(kRelease); },
+    {[](Computer& at) { at.disk.Remove(kRelease); },
      {"The release \"C:/build/release\" is not a directory."}},
     {File(u"lib.\\a"), {"\"lib.\" cannot be in a release: \"lib.\" ends in a full stop."}},
     {File(u"lib\\a "), {"\"lib/a \" cannot be in a release: \"a \" ends in a blank."}},
@@ -81,20 +82,24 @@ const std::pair<Furnishing, Problems> kTreeCases[] = {
      {"\"a.Tolvarine-Update-New\" cannot be in a release: \"a.Tolvarine-Update-New\" has the "
       "ending "
       "of the updater's own temporaries, which it removes."}},
-    {[](World& at) { at.MakeJunction(JoinPath(kRelease, u"lib"), u"C:\\"); },
+    {[](Computer& at) { at.disk.MakeJunction(JoinPath(kRelease, u"lib"), u"C:\\"); },
      {"\"lib\" is a link or another reparse point."}},
-    {[](World& at) { at.MakeReparsePoint(JoinPath(kRelease, u"cloud"), 0x9000001A, false); },
+    {[](Computer& at) {
+       at.disk.MakeReparsePoint(JoinPath(kRelease, u"cloud"), 0x9000001A, false);
+     },
      {"\"cloud\" is a link or another reparse point."}},
-    {[](World& at) { at.MakeHardLink(JoinPath(kRelease, u"Tolvarine.exe"), u"C:\\second"); },
+    {[](Computer& at) {
+       at.disk.MakeHardLink(JoinPath(kRelease, u"Tolvarine.exe"), u"C:\\second");
+     },
      {"\"Tolvarine.exe\" has 2 names (hard links), a release file must have one."}},
-    {[](World& at) {
-       at.Hold(JoinPath(kRelease, u"Tolvarine.exe"), platform::kGenericWrite,
-               platform::kFileShareAll);
+    {[](Computer& at) {
+       at.disk.Hold(JoinPath(kRelease, u"Tolvarine.exe"), platform::kGenericWrite,
+                    platform::kFileShareAll);
      },
      {"\"Tolvarine.exe\" cannot be locked and read: Could not lock release source: The process "
       "cannot access the file because it is being used by another process."}},
     // A volume folds unit by unit, the updater character by character: two files, one key.
-    {[](World& at) {
+    {[](Computer& at) {
        File(u"\U00010400")(at);
        File(u"\U00010428")(at);
      },
@@ -103,13 +108,13 @@ const std::pair<Furnishing, Problems> kTreeCases[] = {
 
 TEST_F(Staging, EveryProblemOfAReleaseIsTold) {
   for (const auto& [furnish, problems] : kTreeCases) {
-    World fresh;
+    Computer fresh;
     fresh.MakeCurrent();
-    fresh.WriteFile(JoinPath(kRelease, u"Tolvarine.exe"), "x");
+    fresh.disk.WriteFile(JoinPath(kRelease, u"Tolvarine.exe"), "x");
     furnish(fresh);
     EXPECT_EQ(Check(), problems);
   }
-  world.MakeCurrent();
+  computer.MakeCurrent();
 }
 
 std::string Impossible(const std::string& path, const std::string& why) {
@@ -135,15 +140,15 @@ TEST_F(Staging, EveryProblemOfADeletionIsTold) {
       {{long_path},
        {Quoted(long_path) + " is 1025 bytes long, 1 more than the 1024 that a list takes."}},
   };
-  FurnishRelease({{u"Lib/a", ""}});
+  SetUpRelease({{u"Lib/a", ""}});
   for (const auto& [deletions, problems] : cases) EXPECT_EQ(Check(deletions), problems);
 }
 
 TEST_F(Staging, AllProblemsAreToldAtOnce) {
-  FurnishRelease();
-  world.MakeSymbolicLink(u"C:\\build\\release\\link", u"Tolvarine.exe", false);
-  File(u"lib\\nul")(world);
-  for (char16_t number = 0x4E00; number < 0x4E00 + 1000; ++number) File(Path(1, number))(world);
+  SetUpRelease();
+  computer.disk.MakeSymbolicLink(u"C:\\build\\release\\link", u"Tolvarine.exe", false);
+  File(u"lib\\nul")(computer);
+  for (char16_t number = 0x4E00; number < 0x4E00 + 1000; ++number) File(Path(1, number))(computer);
   const Problems problems = Check({u"Tolvarine.exe"});
   ASSERT_EQ(problems.size(), 5u) << testing::PrintToString(problems);
   EXPECT_EQ(problems[2], "There are 1002 files, 2 more than the 1000 that an update may have.");
@@ -170,12 +175,12 @@ TEST_F(Staging, AListOf24576BytesIsFitAndOneMoreIsNot) {
       " takes 24577 bytes, 1 more than the 24576 that fit on the command line.";
   ManagedDeletionList deletions = Deletions(12, 1023);
   deletions.push_back(u"1234");  // 3 + 12 * 2047 + 9 = 24576.
-  FurnishRelease(FullestList(10));
+  SetUpRelease(FullestList(10));
   EXPECT_EQ(Check(deletions), Problems{});
   EXPECT_EQ(SerializeSourceInventory(InventoryOf(Path(kRelease))).size(), kListTextByteLimit);
   deletions.back() = u"12";  // Two rows of 5 for the one of 9.
   deletions.push_back(u"34");
-  FurnishRelease(FullestList(100));
+  SetUpRelease(FullestList(100));
   EXPECT_EQ(Check(deletions), (Problems{"The list of the release's files" + too_long,
                                         "The list of deletions" + too_long}));
 }
@@ -185,15 +190,15 @@ TEST_F(Staging, AListOf24576BytesIsFitAndOneMoreIsNot) {
 TEST_F(Staging, PlacesThatWindowsCannotOpenAreTold) {
   const std::size_t room = 259 - source.size() - 1;
   const Path longest(room, u'f');
-  world.MakeDirectory(kTarget);
+  computer.disk.MakeDirectory(kTarget);
   EXPECT_EQ(CheckPlaces(layout, Path(kTarget), {longest}, {}), Problems{});
   EXPECT_EQ(CheckPlaces(layout, Path(kTarget), {longest + u"f"}, {}),
             Problems{Quoted(longest + u"f") + " makes a path in the stage of 260 units, 1 more "
                                               "than the 259 that Windows takes."});
   // In the backup only what is installed takes a place, and it lies deeper there.
-  world.WriteFile(JoinPath(kTarget, longest), "old");
+  computer.disk.WriteFile(JoinPath(kTarget, longest), "old");
   EXPECT_EQ(CheckPlaces(layout, Path(kTarget), {}, {longest}).size(), 1u);
-  world.MakeDirectory(JoinPath(kTarget, u"lib"));
+  computer.disk.MakeDirectory(JoinPath(kTarget, u"lib"));
   EXPECT_EQ(CheckPlaces(layout, Path(kTarget), {u"lib"}, {}),
             Problems{"\"lib\" is no plain file in the installation."});
   EXPECT_EQ(CheckPlaces(layout, u"C:\\" + Path(230, u't'), {u"short"}, {}),
@@ -210,14 +215,14 @@ TEST_F(Staging, CommandLineOfMoreThan32767UnitsIsTold) {
   EXPECT_EQ(CheckCommandLine(Path(32767, u'x')).size(), 1u);
 
   // Each list is within its own limit, and both together are not.
-  FurnishRelease(FullestList(10));
+  SetUpRelease(FullestList(10));
   request.deletions = Deletions(10, 150);
   EXPECT_EQ(PlanUpdate(request).problems, Problems{});
   request.deletions = Deletions(30, 150);
   const Problems problems = StageUpdate(request).problems;
   ASSERT_EQ(problems.size(), 1u);
   EXPECT_TRUE(problems[0].starts_with("The updater's command line has 3")) << problems[0];
-  EXPECT_FALSE(world.Exists(request.state_root));
+  EXPECT_FALSE(computer.disk.Exists(request.state_root));
 }
 
 TEST_F(Staging, QuotedArgumentsComeBackAsTheyWere) {
@@ -235,37 +240,39 @@ TEST_F(Staging, QuotedArgumentsComeBackAsTheyWere) {
 // --- Staging -------------------------------------------------------------------------------------
 
 TEST_F(Staging, StagedUpdateInstalls) {
-  FurnishUpdate();
+  SetUpUpdate();
   const StagedUpdate staged = StageUpdate(request);
   ASSERT_EQ(staged.problems, Problems{});
-  EXPECT_EQ(world.Tree(source), world.Tree(kRelease));  // Empty directories included.
-  EXPECT_EQ(world.ReadFile(JoinPath(layout.stages, u"source-inventory.txt")),
+  EXPECT_EQ(computer.disk.Tree(source),
+            computer.disk.Tree(kRelease));  // Empty directories included.
+  EXPECT_EQ(computer.disk.ReadFile(JoinPath(layout.stages, u"source-inventory.txt")),
             SerializeSourceInventory(staged.arguments.source_inventory));
-  EXPECT_EQ(world.ReadFile(JoinPath(layout.stages, u"managed-deletions.txt")),
+  EXPECT_EQ(computer.disk.ReadFile(JoinPath(layout.stages, u"managed-deletions.txt")),
             SerializeManagedDeletionList(plan.deletions));
-  const auto pending = world.ReadFile(layout.pending_marker);
+  const auto pending = computer.disk.ReadFile(layout.pending_marker);
 
-  world.command_line = CommandLineOf(u"C:\\TolvarineUpdater.exe", staged.arguments);
+  computer.desktop.command_line = CommandLineOf(u"C:\\TolvarineUpdater.exe", staged.arguments);
   UpdateLogPath().clear();
   ASSERT_EQ(RunUpdater(), 0);
-  EXPECT_EQ(world.ReadFile(JoinPath(kTarget, u"lib\\core.dll")), plan.release[u"lib/core.dll"]);
-  EXPECT_FALSE(world.Exists(JoinPath(kTarget, u"lib\\old.dll")));
-  EXPECT_EQ(world.ReadFile(layout.completed_marker), pending);
+  EXPECT_EQ(computer.disk.ReadFile(JoinPath(kTarget, u"lib\\core.dll")),
+            plan.release[u"lib/core.dll"]);
+  EXPECT_FALSE(computer.disk.Exists(JoinPath(kTarget, u"lib\\old.dll")));
+  EXPECT_EQ(computer.disk.ReadFile(layout.completed_marker), pending);
   EXPECT_EQ(StageUpdate(request).problems.size(), 1u);  // It is installed already.
 }
 
 TEST_F(Staging, StagingAgainChangesNothingAndAnotherReleaseIsRefused) {
-  FurnishUpdate();
+  SetUpUpdate();
   ASSERT_EQ(StageUpdate(request).problems, Problems{});
-  const auto before = world.Tree(u"C:\\State");
+  const auto before = computer.disk.Tree(u"C:\\State");
   EXPECT_EQ(StageUpdate(request).problems, Problems{});
-  EXPECT_EQ(world.Tree(u"C:\\State"), before);
+  EXPECT_EQ(computer.disk.Tree(u"C:\\State"), before);
 
-  FurnishRelease({{u"more.dll", "not staged"}});
+  SetUpRelease({{u"more.dll", "not staged"}});
   const Problems problems = StageUpdate(request).problems;
   ASSERT_EQ(problems.size(), 1u);
   EXPECT_TRUE(problems[0].starts_with("The stage ")) << problems[0];
-  EXPECT_EQ(world.Tree(u"C:\\State"), before);
+  EXPECT_EQ(computer.disk.Tree(u"C:\\State"), before);
 }
 
 TEST_F(Staging, WhateverFailsTheStageIsWholeOrAbsentAndStagingGoesOnLater) {
@@ -273,44 +280,45 @@ TEST_F(Staging, WhateverFailsTheStageIsWholeOrAbsentAndStagingGoesOnLater) {
                           Call::FlushFileBuffers, Call::MoveFileExW}) {
     for (std::uint64_t first = 1;; ++first) {
       SCOPED_TRACE(std::string(CallName(call)) + " " + std::to_string(first));
-      World fresh;
+      Computer fresh;
       fresh.MakeCurrent();
       for (const auto& [path, content] : plan.release) {
-        fresh.WriteFile(JoinPath(kRelease, path), content);
+        fresh.disk.WriteFile(JoinPath(kRelease, path), content);
       }
-      fresh.MakeDirectory(kTarget);
-      fresh.Plan({.call = call, .first = first, .code = 112});
+      fresh.disk.MakeDirectory(kTarget);
+      fresh.calls.Inject({.call = call, .first = first, .code = 112});
       bool failed = false;
       try {
         failed = !StageUpdate(request).problems.empty();
       } catch (const std::exception&) {
         failed = true;
       }
-      fresh.ClearFaults();
-      EXPECT_TRUE(!fresh.Exists(source) || fresh.Tree(source) == fresh.Tree(kRelease));
+      fresh.calls.ClearFaults();
+      EXPECT_TRUE(!fresh.disk.Exists(source) ||
+                  fresh.disk.Tree(source) == fresh.disk.Tree(kRelease));
       EXPECT_EQ(StageUpdate(request).problems, Problems{});
-      EXPECT_EQ(fresh.Tree(source), fresh.Tree(kRelease));
+      EXPECT_EQ(fresh.disk.Tree(source), fresh.disk.Tree(kRelease));
       if (!failed) break;
     }
   }
-  world.MakeCurrent();
+  computer.MakeCurrent();
 }
 
 TEST_F(Staging, DirectoriesThatOverlapAreToldBeforeAnythingIsMade) {
-  FurnishUpdate();
-  const auto before = world.Tree(u"C:\\");
+  SetUpUpdate();
+  const auto before = computer.disk.Tree(u"C:\\");
   StagingRequest bad[] = {request, request, request, request};
   bad[0].update_id[0] = u'F';
   bad[1].state_root = JoinPath(kRelease, u"state");
   bad[2].state_root = JoinPath(kTarget, u"state");
   bad[3].target = layout.workspace;
   for (const StagingRequest& each : bad) EXPECT_EQ(StageUpdate(each).problems.size(), 1u);
-  EXPECT_EQ(world.Tree(u"C:\\"), before);
+  EXPECT_EQ(computer.disk.Tree(u"C:\\"), before);
 }
 
 TEST_F(Staging, DeletionsAreWhatAnEarlierReleaseHadAlone) {
-  FurnishRelease({{u"LIB/a.dll", ""}});
-  Furnish(u"C:\\old", {{u"Tolvarine.exe", ""}, {u"lib/a.dll", ""}, {u"lib/b.dll", ""}});
+  SetUpRelease({{u"LIB/a.dll", ""}});
+  CreateFiles(u"C:\\old", {{u"Tolvarine.exe", ""}, {u"lib/a.dll", ""}, {u"lib/b.dll", ""}});
   EXPECT_EQ(DeletionsSince(u"C:\\old", Path(kRelease)), ManagedDeletionList{u"lib\\b.dll"});
 }
 

@@ -46,17 +46,17 @@ inline Ran RunEngine(const SimulatedUpdate& update, TransactionHook hook = {},
   return ran;
 }
 
-struct Moment {
+struct HookPoint {
   CrashPoint point{};
   std::uint64_t entry = 0;
 
-  bool operator==(const Moment&) const = default;
+  bool operator==(const HookPoint&) const = default;
 };
 
 // Acts whenever one moment of the run comes.
-inline TransactionHook At(const Moment& moment, std::function<void()> act) {
+inline TransactionHook At(const HookPoint& moment, std::function<void()> act) {
   return [=](CrashPoint point, std::uint64_t entry) {
-    if (moment == Moment{point, entry}) act();
+    if (moment == HookPoint{point, entry}) act();
   };
 }
 
@@ -97,7 +97,7 @@ struct Trouble {
   Act act;
   TransactionPhase status;
   std::string error;
-  std::optional<Moment> moment{};
+  std::optional<HookPoint> moment{};
 };
 
 // Where the run says that the target is untouched or restored, it is. The target lies on D.
@@ -108,17 +108,17 @@ inline void ExpectTrouble(const std::vector<Trouble>& rows) {
     plan.target_drive = u'D';
     SimulatedUpdate update(plan);
     const Path target = update.target;
-    auto expected = update.world.Tree(target);
+    auto expected = update.computer.disk.Tree(target);
     const auto act = [&] {
       row.act(update);
-      if (row.status != RolledBack) expected = update.world.Tree(target);
+      if (row.status != RolledBack) expected = update.computer.disk.Tree(target);
     };
     if (!row.moment) act();
     const Ran ran = RunEngine(update, row.moment ? At(*row.moment, act) : TransactionHook());
     EXPECT_EQ(ran.status, row.status);
     EXPECT_EQ(ran.error, Text(update, row.error));
     if (row.status != Rollback && row.status != Committed) {
-      EXPECT_EQ(update.world.Tree(target), expected);
+      EXPECT_EQ(update.computer.disk.Tree(target), expected);
     }
   });
 }

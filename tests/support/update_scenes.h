@@ -19,7 +19,7 @@
 namespace tolvarine::updater {
 
 using simulated::Call, simulated::CallRecord, simulated::FileSet, simulated::SimulatedUpdate;
-using simulated::TypicalPlan, simulated::UpdatePlan, simulated::World;
+using simulated::kAlways, simulated::TypicalPlan, simulated::UpdatePlan, simulated::Computer;
 
 template <typename Rows, typename Check>
 void ForEachRow(const Rows& rows, Check check) {
@@ -30,7 +30,7 @@ void ForEachRow(const Rows& rows, Check check) {
   }
 }
 
-// The text of what is raised; empty if nothing is.
+// The text of what is thrown; empty if nothing is.
 template <typename Operation>
 std::string FailureOf(Operation operation) {
   try {
@@ -68,11 +68,11 @@ using Act = std::function<void(SimulatedUpdate&)>;
 inline void Nothing(SimulatedUpdate&) {}
 
 inline Act Write(const Path& path, const std::string& content = "") {
-  return [=](SimulatedUpdate& u) { u.world.WriteFile(Place(u, path), content); };
+  return [=](SimulatedUpdate& u) { u.computer.disk.WriteFile(Place(u, path), content); };
 }
 
 inline Act Remove(const Path& path) {
-  return [=](SimulatedUpdate& u) { u.world.Remove(Place(u, path)); };
+  return [=](SimulatedUpdate& u) { u.computer.disk.Remove(Place(u, path)); };
 }
 
 inline Act Both(const Act& first, const Act& second) {
@@ -81,40 +81,41 @@ inline Act Both(const Act& first, const Act& second) {
 
 // The next three take the place of what stands there.
 inline Act Directory(const Path& path) {
-  return Both(Remove(path), [=](SimulatedUpdate& u) { u.world.MakeDirectory(Place(u, path)); });
+  return Both(Remove(path),
+              [=](SimulatedUpdate& u) { u.computer.disk.MakeDirectory(Place(u, path)); });
 }
 
 inline Act Junction(const Path& path, const Path& to) {
-  return Both(Remove(path),
-              [=](SimulatedUpdate& u) { u.world.MakeJunction(Place(u, path), Place(u, to)); });
+  return Both(Remove(path), [=](SimulatedUpdate& u) {
+    u.computer.disk.MakeJunction(Place(u, path), Place(u, to));
+  });
 }
 
 inline Act Link(const Path& path, const Path& to) {
-  return Both(Remove(path),
-              [=](SimulatedUpdate& u) { u.world.MakeSymbolicLink(Place(u, path), to, false); });
+  return Both(Remove(path), [=](SimulatedUpdate& u) {
+    u.computer.disk.MakeSymbolicLink(Place(u, path), to, false);
+  });
 }
 
 inline Act ReadOnly(const Path& path) {
-  return [=](SimulatedUpdate& u) { u.world.SetAttributes(Place(u, path), 1); };
+  return [=](SimulatedUpdate& u) { u.computer.disk.SetAttributes(Place(u, path), 1); };
 }
 
 // Another process reads or writes the file, and lets nobody delete it.
 inline Act Hold(const Path& path, std::uint32_t access = platform::kGenericRead) {
-  return [=](SimulatedUpdate& u) { u.world.Hold(Place(u, path), access, 3); };
+  return [=](SimulatedUpdate& u) { u.computer.disk.Hold(Place(u, path), access, 3); };
 }
 
-inline constexpr std::uint64_t kAlways = ~std::uint64_t{0};
-
 // Calls on paths with this end fail from one of them on.
-inline Act Fail(Call call, const Path& end, std::uint64_t first = 1, std::uint64_t times = 1,
-                std::uint32_t code = 5) {
-  return [=](SimulatedUpdate& u) { u.world.Plan({call, first, times, code, end}); };
+inline Act Inject(Call call, const Path& end, std::uint64_t first = 1, std::uint64_t times = 1,
+                  std::uint32_t code = 5) {
+  return [=](SimulatedUpdate& u) { u.computer.calls.Inject({call, first, times, code, end}); };
 }
 
 // Right before every call of this kind on a path with this end.
 inline Act Before(Call call, const Path& end, const Act& act) {
   return [=](SimulatedUpdate& u) {
-    u.world.before_call = [=, &u](const CallRecord& record) {
+    u.computer.calls.before_call = [=, &u](const CallRecord& record) {
       if (record.call == call && record.path.ends_with(end)) act(u);
     };
   };

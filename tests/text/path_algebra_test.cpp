@@ -1,6 +1,6 @@
 #include "text/path_algebra.h"
 
-#include "text/machine.h"
+#include "support/simulated_fixture.h"
 
 namespace tolvarine::updater {
 namespace {

@@ -1,12 +1,12 @@
 #include "text/utf8.h"
 
-#include "text/machine.h"
+#include "support/simulated_fixture.h"
 #include "text/system_error.h"
 
 namespace tolvarine::updater {
 namespace {
 
-class Utf8 : public Machine {};
+class Utf8 : public SimulatedFixture {};
 
 template <typename Conversion>
 std::uint32_t CodeOf(Conversion convert) {
@@ -26,9 +26,9 @@ TEST_F(Utf8, WellFormedTextSurvivesBothWaysAndAllElseIsRefused) {
   EXPECT_EQ(CodeOf([] { return Utf8FromUtf16(u"a\xd800"); }), 1113u);
   EXPECT_EQ(CodeOf([] { return Utf16FromUtf8("a\xe2\x82"); }), 1113u);
   for (const std::uint64_t pass : {1u, 2u}) {
-    world.ClearFaults();
-    world.Plan({.call = Call::WideCharToMultiByte, .first = pass, .code = 8});
-    world.Plan({.call = Call::MultiByteToWideChar, .first = pass, .code = 14});
+    computer.calls.ClearFaults();
+    computer.calls.Inject({.call = Call::WideCharToMultiByte, .first = pass, .code = 8});
+    computer.calls.Inject({.call = Call::MultiByteToWideChar, .first = pass, .code = 14});
     EXPECT_EQ(CodeOf([] { return Utf8FromUtf16(u"a"); }), 8u);
     EXPECT_EQ(CodeOf([] { return Utf16FromUtf8("a"); }), 14u);
   }

@@ -17,14 +17,14 @@ enum class Channel { kOutput, kError };
 // they are.
 void Print(Channel channel, std::string_view text);
 
-// 64 random digits of 0-9 and a-f. Raises std::runtime_error.
+// 64 random digits of 0-9 and a-f. Throws std::runtime_error.
 [[nodiscard]] std::u16string RandomIdentifier();
 
 // The directory that this program was started from.
 [[nodiscard]] Path ProgramDirectory();
 
 // Starts a program with exactly this command line, waits for its end and returns its exit code.
-// Raises SystemError when it cannot be started.
+// Throws SystemError when it cannot be started.
 [[nodiscard]] std::uint32_t RunProgram(const Path& program, std::u16string command_line);
 
 }  // namespace tolvarine::updater::stage

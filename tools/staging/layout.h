@@ -33,7 +33,7 @@ struct UpdateLayout {
                                     std::u16string_view update_id);
 
 // The inventory of the release below a directory, in no particular order. Each file is hashed under
-// the lock that the updater takes. Raises what the updater would raise for it.
+// the lock that the updater takes. Throws what the updater would throw for it.
 [[nodiscard]] SourceInventory InventoryOf(const Path& release);
 
 // One argument as CommandLineToArgvW gives it back, whatever it holds but a zero unit.

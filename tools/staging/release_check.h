@@ -39,13 +39,13 @@ inline constexpr PathView kReleaseName = u"release";
 // The problem of a command line that is too long to start a process with.
 [[nodiscard]] Problems CheckCommandLine(std::u16string_view line);
 
-// The files below a directory, relative to it, in no particular order. Raises SystemError.
+// The files below a directory, relative to it, in no particular order. Throws SystemError.
 [[nodiscard]] std::vector<Path> FilesOf(const Path& directory);
 
 // A path in quotes, for a sentence. Lone surrogates are replaced.
 [[nodiscard]] std::string Quoted(PathView path);
 
-// The text of a failure of the floors below, which stands in the code page of path texts, as UTF-8.
+// The text of a failure of the layers below, which stands in the code page of path texts, as UTF-8.
 [[nodiscard]] std::string FailureText(const std::exception& failure);
 
 }  // namespace tolvarine::updater::staging

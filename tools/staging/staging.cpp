@@ -21,12 +21,12 @@ namespace {
 // path is too long only here.
 constexpr PathView kUnfinishedName = u"new";
 
-void RaiseIfFailed(std::string_view operation, std::uint32_t code, const Path& path) {
+void ThrowIfFailed(std::string_view operation, std::uint32_t code, const Path& path) {
   if (code != 0) throw FilesystemError(operation, code, path);
 }
 
 void MakeDirectories(const Path& path) {
-  RaiseIfFailed("create_directories", CreateDirectories(path), path);
+  ThrowIfFailed("create_directories", CreateDirectories(path), path);
 }
 
 void WriteAndFlush(const Path& path, std::string_view text) {
@@ -57,7 +57,7 @@ void CopyTree(const Path& from, const Path& to) {
     CopyLockedFileToTemporary(LockedReleaseFile(entry.path), copy);
     return 0;
   });
-  RaiseIfFailed("copy", code, from);
+  ThrowIfFailed("copy", code, from);
 }
 
 // Copies the release beside its place and renames the whole of it, so that a stage is never
@@ -65,7 +65,7 @@ void CopyTree(const Path& from, const Path& to) {
 void CopyRelease(const Path& release, const UpdateLayout& layout, const Path& source) {
   const Path unfinished = JoinPath(layout.stages, kUnfinishedName);
   if (QueryLinkStatus(unfinished).kind == FileKind::directory) {
-    RaiseIfFailed("remove", RemoveTree(unfinished).error, unfinished);
+    ThrowIfFailed("remove", RemoveTree(unfinished).error, unfinished);
   }
   CopyTree(release, unfinished);
   if (!platform::MoveFileExW(unfinished.c_str(), source.c_str(), platform::kMovefileWriteThrough)) {
@@ -226,9 +226,9 @@ ManagedDeletionList DeletionsSince(const Path& previous, const Path& release) {
 Path FullPath(const Path& path) {
   Path current;
   std::uint32_t code = Canonicalize(u".", current);
-  RaiseIfFailed("canonicalize", code, u".");
+  ThrowIfFailed("canonicalize", code, u".");
   Path full = WeaklyCanonicalize(JoinPath(current, path), code);
-  RaiseIfFailed("canonicalize", code, path);
+  ThrowIfFailed("canonicalize", code, path);
   return full;
 }
 

@@ -42,12 +42,12 @@ struct StagedUpdate {
 };
 
 // Checks the release, the places of its files, and that the command line can hold it all, with the
-// wait options at their longest. Changes nothing. Raises what the file operations raise.
+// wait options at their longest. Changes nothing. Throws what the file operations throw.
 [[nodiscard]] StagedUpdate PlanUpdate(const StagingRequest& request);
 
 // The same, and then lays everything out, the pending marker last. Where the plan has problems nothing
 // is changed; a stage that holds something else, or a layout that the updater would refuse, comes out
-// later. On whatever is raised, what has been made stays, and the release is in its stage as a whole
+// later. On whatever is thrown, what has been made stays, and the release is in its stage as a whole
 // or not at all.
 [[nodiscard]] StagedUpdate StageUpdate(const StagingRequest& request);
 
@@ -55,7 +55,7 @@ struct StagedUpdate {
 [[nodiscard]] ManagedDeletionList DeletionsSince(const Path& previous, const Path& release);
 
 // The path in canonical form; a relative one is taken from the current directory. It need not
-// exist. Raises FilesystemError.
+// exist. Throws FilesystemError.
 [[nodiscard]] Path FullPath(const Path& path);
 
 }  // namespace tolvarine::updater::staging

@@ -1,0 +1,165 @@
+#include <algorithm>
+#include <array>
+#include <new>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "crash_lab/campaigns.h"
+#include "crash_lab/scenario_runner.h"
+
+namespace tolvarine::updater::crash_lab {
+namespace {
+
+using simulated::Call;
+using simulated::Fault;
+using simulated::kAlways;
+
+// Codes that a call plausibly fails with, beside those of its kind of medium.
+std::vector<std::uint32_t> CodesOf(Call call) {
+  switch (call) {
+    case Call::CreateFileW:
+    case Call::CreateFile2:
+      return {2, 3, 5, 32, 1117, 1142};
+    case Call::ReadFile:
+    case Call::FlushFileBuffers:
+      return {0, 5, 21, 1117};
+    case Call::WriteFile:
+      return {29, 112, 1117};
+    case Call::MoveFileExW:
+      return {2, 5, 17, 32, 112, 1117};
+    case Call::CopyFileW:
+      return {2, 5, 32, 112};
+    case Call::DeleteFileW:
+    case Call::CreateDirectoryW:
+      return {3, 5, 32, 112};
+    case Call::SetFileInformationByHandle:
+      return {1, 5, 32, 50, 87, 145};
+    case Call::FindFirstFileW:
+    case Call::FindFirstFileExW:
+    case Call::FindNextFileW:
+      return {2, 3, 5, 18, 1117};
+    case Call::GetFileAttributesW:
+    case Call::GetFileAttributesExW:
+      return {2, 3, 5, 32, 53, 123};
+    case Call::GetFinalPathNameByHandleW:
+      return {3, 5, 50};
+    case Call::BCryptOpenAlgorithmProvider:
+    case Call::BCryptGetProperty:
+    case Call::BCryptCreateHash:
+    case Call::BCryptHashData:
+    case Call::BCryptFinishHash:
+      return {0xC0000017};
+    case Call::WideCharToMultiByte:
+    case Call::MultiByteToWideChar:
+      return {1113};
+    default:
+      return {5};
+  }
+}
+
+bool MovesBytes(Call call) {
+  return call == Call::WriteFile || call == Call::CopyFileW || call == Call::Fwrite ||
+         call == Call::Fread || call == Call::Fflush;
+}
+
+// Waits and the lock come before the transaction, the box and the restart after it; their failures
+// are rows of the ending table, which the program's own tests go through.
+bool IsOutsideTransaction(Call call) {
+  return call == Call::CommandLineToArgvW || call == Call::CreateMutexW ||
+         call == Call::WaitForSingleObject || call == Call::MessageBoxW ||
+         call == Call::GetLocalTime || call == Call::GetTimeZoneInformation;
+}
+
+// That what is there is missing, or that a directory ends where it goes on. A text that cannot be
+// mapped to lower case counts as its own key, by which the executable is not known for what it is.
+bool IsFalseAnswer(const Fault& fault) {
+  if (fault.call == Call::LCMapStringEx) return true;
+  static constexpr std::array<std::uint32_t, 5> kMissing = {2, 3, 18, 53, 123};
+  return std::ranges::find(kMissing, fault.code) != kMissing.end();
+}
+
+struct Case {
+  Fault fault;
+  std::optional<std::uint64_t> exhausted_at{};  // The call at which memory runs out, instead.
+
+  [[nodiscard]] Disturbance Kind() const {
+    if (exhausted_at) return Disturbance::kOnce;
+    if (IsFalseAnswer(fault)) return Disturbance::kFalseAnswer;
+    return fault.times == 1 ? Disturbance::kOnce : Disturbance::kLasting;
+  }
+  [[nodiscard]] std::string Text() const;
+};
+
+std::string Case::Text() const {
+  if (exhausted_at) return "memory:" + std::to_string(*exhausted_at);
+  std::string text = "fault:" + std::string(CallName(fault.call)) + ":" +
+                     std::to_string(fault.first) + ":" + std::to_string(fault.code);
+  if (fault.partial) text += ":short";
+  if (fault.times != 1) text += ":for-ever";
+  return text;
+}
+
+void AddCases(Call call, std::uint64_t occurrence, std::vector<Case>& cases) {
+  for (const std::uint32_t code : CodesOf(call)) {
+    for (const std::uint64_t times : {std::uint64_t{1}, kAlways}) {
+      cases.push_back({{.call = call, .first = occurrence, .times = times, .code = code}});
+    }
+  }
+  if (!MovesBytes(call)) return;
+  Fault cut_short{.call = call, .first = occurrence, .times = 1, .code = 112};
+  cut_short.partial = 3;
+  cases.push_back({cut_short});
+}
+
+std::vector<Case> AllCases(ScenarioRunner& runner, const PlannedRun& run) {
+  std::vector<Case> cases;
+  runner.Run(runner.start(), run, nullptr, [&](const simulated::CallRecord& call) {
+    if (IsOutsideTransaction(call.call) || simulated::IsRelease(call.call)) return;
+    AddCases(call.call, call.occurrence, cases);
+    cases.push_back({.fault = {}, .exhausted_at = call.index});
+  });
+  return cases;
+}
+
+// The scenario's own faults stay, and add to the one that is tried.
+PlannedRun RunOf(const PlannedRun& planned, const Case& tried) {
+  PlannedRun run = planned;
+  if (!tried.exhausted_at) run.faults.push_back(tried.fault);
+  run.disturbance = tried.Kind();
+  if (!planned.faults.empty() && run.disturbance == Disturbance::kOnce) {
+    run.disturbance = Disturbance::kLasting;
+  }
+  return run;
+}
+
+void Try(ScenarioRunner& runner, const PlannedRun& planned, const Case& tried) {
+  const PlannedRun run = RunOf(planned, tried);
+  CallVisitor exhaust;
+  if (tried.exhausted_at) {
+    exhaust = [&](const simulated::CallRecord& call) {
+      if (call.index == *tried.exhausted_at) throw std::bad_alloc();
+    };
+  }
+  Figures& figures = runner.figures();
+  const std::size_t first = figures.violations.size();
+  const auto check = [&](std::uint64_t state, const Disks& disks) {
+    runner.CheckState(disks, state, run.disturbance);
+  };
+  const std::string replay = "--case " + tried.Text();
+  const EndedRun ended = runner.CheckedRun(runner.start(), run, replay, check, exhaust);
+  runner.Attribute(first, replay);
+  if (run.disturbance != Disturbance::kFalseAnswer) runner.Converge(ended.disks, replay);
+}
+
+}  // namespace
+
+Figures BreakCalls(const Scenario& scenario, const CampaignBounds& bounds) {
+  ScenarioRunner runner(scenario, bounds.transcript);
+  const PlannedRun& run = scenario.runs.front();
+  TryEach(Chosen(AllCases(runner, run), bounds, runner.figures()), bounds, runner.figures(),
+          [&](const Case& tried) { Try(runner, run, tried); });
+  return runner.figures();
+}
+
+}  // namespace tolvarine::updater::crash_lab

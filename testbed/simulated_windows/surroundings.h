@@ -1,0 +1,74 @@
+// What surrounds the program on a simulated computer: other processes, the person at the desktop,
+// the clock and the language settings. Tests set these up and read them back.
+
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/time.h"
+
+namespace tolvarine::updater::simulated {
+
+struct Process {
+  std::uint64_t creation_time = 0;
+  std::optional<std::uint64_t> exits_after_ms{};  // From the computer's start; never if absent.
+  std::uint32_t open_error = 0;                   // What OpenProcess fails with, if not 0.
+  bool gone = false;                              // Ended, and no object is left: 87.
+};
+
+// How another process holds a mutex.
+struct MutexHolder {
+  std::optional<std::uint64_t> releases_after_ms{};  // From the computer's start; never if absent.
+  bool dies = false;                                 // Abandons the mutex instead of releasing it.
+};
+
+struct ProcessTable {
+  std::map<std::uint32_t, Process> by_id;
+  std::map<std::u16string, MutexHolder> mutex_holders;          // By name.
+  std::map<std::u16string, std::uint32_t> mutex_create_errors;  // Names held by another kind.
+  std::optional<std::uint32_t> terminated_with;  // By TerminateProcess on this process.
+};
+
+struct Box {
+  std::u16string text;
+  std::u16string title;
+  std::uint32_t type = 0;
+};
+
+struct ShellStart {
+  std::u16string verb;
+  std::u16string file;
+  std::u16string directory;
+  std::int32_t show = 0;
+};
+
+struct Desktop {
+  std::u16string command_line;
+  std::vector<Box> boxes;
+  std::function<void(const Box&)> on_box;
+  std::vector<ShellStart> starts;
+  // What ShellExecuteW answers; without it, 42 for a file that is there and 2 for one that is not.
+  std::optional<std::intptr_t> shell_result;
+};
+
+struct Clock {
+  platform::SystemTime local_time{2026, 3, 1, 14, 5, 9, 42};
+  platform::TimeZoneInformation zone{-60, 0, -60};
+  std::uint32_t zone_id = platform::kTimeZoneIdStandard;
+  std::uint64_t elapsed_ms = 0;  // Since the computer's start; waits let it pass.
+};
+
+struct Locale {
+  std::uint32_t ansi_code_page = 1252;  // 1252, 65001 or 54936.
+  std::uint32_t oem_code_page = 437;
+  std::uint32_t runtime_code_page = 0;  // That of the C runtime's locale "C".
+  bool file_apis_ansi = true;
+  std::optional<std::uint32_t> system_language = 1033;
+};
+
+}  // namespace tolvarine::updater::simulated
