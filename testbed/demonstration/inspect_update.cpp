@@ -8,7 +8,7 @@
 //   new|old|whole INSTALLATION BASELINE PREVIOUS RELEASE
 //       compares an installation that was BASELINE with what the update from the release PREVIOUS
 //       to RELEASE makes of it: all of it must be new, all of it old, or each file one of both.
-//       Prints the numbers of files
+//       Prints the numbers of files, as scripts/try-update shows them
 //
 // Ends with 1 where the comparison fails, and names the files; with 64 for wrong usage.
 
@@ -93,9 +93,10 @@ bool PrintChanges(const Trees& trees) {
       ++(trees.updated.contains(name) ? changed : deleted);
     }
   }
-  std::printf("%d changed, %d added, %d deleted, %d alike in both versions;\n", changed, added,
-              deleted, same);
-  std::printf("%d that no release has are untouched (all compared byte for byte)\n", unknown);
+  std::printf("  files        %d changed, %d added, %d deleted, %d alike in both versions;\n",
+              changed, added, deleted, same);
+  std::printf("               %d that no release has are untouched (all compared byte for byte)\n",
+              unknown);
   return std::min({changed, added, deleted, same, unknown}) > 0;
 }
 
@@ -104,11 +105,10 @@ void PrintVersions(const Trees& trees) {
   for (const auto& [name, version] : Compare(trees.now, trees.baseline, trees.updated)) {
     if (!name.ends_with('/')) ++counts[version];
   }
-  std::printf("%d as before the update, %d as after it, %d alike in both; none mixed or lost\n",
+  std::printf("  files        %d as before the update, %d as after it, %d alike in both;\n",
               counts[Version::Old], counts[Version::New], counts[Version::Both]);
-  if (counts[Version::Temporary] != 0) {
-    std::printf("and %d of the updater's temporaries\n", counts[Version::Temporary]);
-  }
+  std::printf("               none mixed or lost; temporaries of the updater: %d\n",
+              counts[Version::Temporary]);
 }
 
 const std::map<std::string_view, std::set<Version>> kAccepted = {
