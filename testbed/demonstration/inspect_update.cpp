@@ -15,8 +15,8 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <cstdio>
 #include <exception>
+#include <iostream>
 #include <map>
 #include <set>
 #include <string>
@@ -47,8 +47,7 @@ void Watch(const char* transaction) {
     if (phase == last || phase == TransactionPhase::None || phase == TransactionPhase::Corrupt) {
       continue;
     }
-    std::puts(NameOf(phase));
-    std::fflush(stdout);
+    std::cout << NameOf(phase) << "\n" << std::flush;
     last = phase;
   }
 }
@@ -79,25 +78,23 @@ Trees ReadTrees(char** paths) {
   return trees;
 }
 
-// Of files; an update that has nothing of each kind to do would prove little.
+// Of files. False for an update that has none of a kind: it would show little.
 bool PrintChanges(const Trees& trees) {
-  int changed = 0, added = 0, deleted = 0, same = 0, unknown = 0;
-  const Comparison comparison = Compare(trees.updated, trees.baseline, trees.updated);
-  for (const auto& [name, version] : comparison) {
-    if (name.ends_with('/')) continue;
-    if (version == Version::Both) {
-      ++(trees.release.contains(name) ? same : unknown);
-    } else if (!trees.baseline.contains(name)) {
-      ++added;
-    } else {
-      ++(trees.updated.contains(name) ? changed : deleted);
-    }
+  enum Kind : std::size_t { kChanged, kAdded, kDeleted, kSame, kUnknown };
+  const auto kind_of = [&](const std::string& name, Version version) {
+    if (version == Version::Both) return trees.release.contains(name) ? kSame : kUnknown;
+    if (!trees.baseline.contains(name)) return kAdded;
+    return trees.updated.contains(name) ? kChanged : kDeleted;
+  };
+  std::array<int, 5> counts = {};
+  for (const auto& [name, version] : Compare(trees.updated, trees.baseline, trees.updated)) {
+    if (!name.ends_with('/')) ++counts.at(kind_of(name, version));
   }
-  std::printf("  files        %d changed, %d added, %d deleted, %d alike in both versions;\n",
-              changed, added, deleted, same);
-  std::printf("               %d that no release has are untouched (all compared byte for byte)\n",
-              unknown);
-  return std::min({changed, added, deleted, same, unknown}) > 0;
+  std::cout << "  files        " << counts[kChanged] << " changed, " << counts[kAdded] << " added, "
+            << counts[kDeleted] << " deleted, " << counts[kSame]
+            << " alike in both versions;\n               " << counts[kUnknown]
+            << " that no release has are untouched (all compared byte for byte)\n";
+  return std::ranges::find(counts, 0) == counts.end();
 }
 
 void PrintVersions(const Trees& trees) {
@@ -105,23 +102,26 @@ void PrintVersions(const Trees& trees) {
   for (const auto& [name, version] : Compare(trees.now, trees.baseline, trees.updated)) {
     if (!name.ends_with('/')) ++counts[version];
   }
-  std::printf("  files        %d as before the update, %d as after it, %d alike in both;\n",
-              counts[Version::Old], counts[Version::New], counts[Version::Both]);
-  std::printf("               none mixed or lost; temporaries of the updater: %d\n",
-              counts[Version::Temporary]);
+  std::cout << "  files        " << counts[Version::Old] << " as before the update, "
+            << counts[Version::New] << " as after it, " << counts[Version::Both]
+            << " alike in both;\n               none mixed or lost; temporaries of the updater: "
+            << counts[Version::Temporary] << "\n";
 }
 
-const std::map<std::string_view, std::set<Version>> kAccepted = {
-    {"new", {Version::New}},
-    {"old", {Version::Old}},
-    {"whole", {Version::New, Version::Old, Version::Temporary}}};
+const std::map<std::string, std::set<Version>>& AcceptedVersions() {
+  static const std::map<std::string, std::set<Version>> accepted = {
+      {"new", {Version::New}},
+      {"old", {Version::Old}},
+      {"whole", {Version::New, Version::Old, Version::Temporary}}};
+  return accepted;
+}
 
 bool IsAsExpected(const std::string& expected, char** paths) {
   const Trees trees = ReadTrees(paths);
   const std::string deviations =
-      Deviations(trees.now, trees.baseline, trees.updated, kAccepted.at(expected));
+      Deviations(trees.now, trees.baseline, trees.updated, AcceptedVersions().at(expected));
   if (!deviations.empty()) {
-    std::fprintf(stderr, "not %s:\n%s", expected.c_str(), deviations.c_str());
+    std::cerr << "not " << expected << ":\n" << deviations;
     return false;
   }
   if (expected == "new") return PrintChanges(trees);
@@ -132,10 +132,14 @@ bool IsAsExpected(const std::string& expected, char** paths) {
 int Run(int count, char** arguments) {
   const std::string command = count > 1 ? arguments[1] : "";
   if (count == 3 && command == "watch") Watch(arguments[2]);
-  if (count == 3 && command == "phase") return std::puts(NameOf(SavedPhase(arguments[2]))) < 0;
-  if (count == 6 && kAccepted.contains(command))
+  if (count == 3 && command == "phase") {
+    std::cout << NameOf(SavedPhase(arguments[2])) << "\n";
+    return 0;
+  }
+  if (count == 6 && AcceptedVersions().contains(command))
     return IsAsExpected(command, arguments + 2) ? 0 : 1;
-  std::fputs("usage: see the top of inspect_update.cpp\n", stderr);
+  std::cerr << "usage: inspect_update watch|phase TRANSACTION, or\n"
+               "       inspect_update new|old|whole INSTALLATION BASELINE PREVIOUS RELEASE\n";
   return kWrongUsage;
 }
 
@@ -149,7 +153,7 @@ int main(int count, char** arguments) {
   try {
     return tolvarine::updater::inspection::Run(count, arguments);
   } catch (const std::exception& exception) {
-    std::fprintf(stderr, "%s\n", exception.what());
+    std::cerr << exception.what() << "\n";
     return 1;
   }
 }

@@ -70,7 +70,9 @@ Comparison Compare(const FileTree& now, const FileTree& before, const FileTree& 
     for (const auto& [name, content] : *tree) comparison[name];
   }
   for (auto& [name, version] : comparison) {
-    const Content held = In(now, name), old = In(before, name), updated = In(after, name);
+    const Content held = In(now, name);
+    const Content old = In(before, name);
+    const Content updated = In(after, name);
     if (held == old) {
       version = held == updated ? Version::Both : Version::Old;
     } else if (held == updated) {
