@@ -1,11 +1,11 @@
-// What a journal save costs beside its two waits for the disk: the building of its text. Each figure
-// stands beside a yardstick run on the same bytes, since only ratios mean something on a machine
-// that others use too:
+// The time that a save of the journal takes to build its text, and a load to read it, without the
+// waits for the disk. Only ratios mean something on a machine that others use too, so each figure
+// is to be divided by another one of the same run, over the same bytes:
 //
-//   SerializeJournal   against Checksum, the FNV-1a that every save must compute over its text
-//   ParseJournal       against Checksum, likewise
+//   Serialize   by Checksum, the FNV-1a that every save must compute over its text
+//   Parse       by Checksum, likewise
 //
-// Linearity shows in the items per second staying the same as the number of entries grows.
+// Both are linear where the items per second stay the same as the number of entries grows.
 
 #include <benchmark/benchmark.h>
 

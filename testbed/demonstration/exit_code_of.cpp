@@ -1,5 +1,5 @@
-// exit_code_of PROCESS-ID: takes hold of a process that somebody else has started, prints
-// "waiting", and ends with the exit code that it ends with; with 99 where there is no such process.
+// exit_code_of PROCESS-ID: opens a process that another one has started, prints "waiting", waits
+// until it ends, and ends with the same exit code; with 99 where there is no such process.
 
 #include <windows.h>
 

@@ -5,6 +5,7 @@
 
 #include "platform/windows/native.h"
 #include "staging/layout.h"
+#include "text/utf8.h"
 
 namespace tolvarine::updater::end_to_end {
 namespace {
@@ -13,66 +14,36 @@ using platform::Wide;
 
 constexpr DWORD kPollInterval = 10;  // Milliseconds.
 constexpr int kProcessLimit = 100;   // Seconds; above the updater's own wait of a minute.
-constexpr int kLikeness = 95;        // Per cent of the pixels.
 
-// A bitmap to draw into and to look at.
-class Picture {
- public:
-  explicit Picture(SIZE size)
-      : size_(size), bitmap_(CreateBitmap(size.cx, size.cy, 1, 32, nullptr)) {
-    SelectObject(context_, bitmap_);
-  }
-  Picture(const Picture&) = delete;
-  Picture& operator=(const Picture&) = delete;
-  ~Picture() {
-    DeleteDC(context_);
-    DeleteObject(bitmap_);
-  }
-
-  void TakeScreen(POINT corner) {
-    const HDC screen = GetDC(nullptr);
-    BitBlt(context_, 0, 0, size_.cx, size_.cy, screen, corner.x, corner.y, SRCCOPY);
-    ReleaseDC(nullptr, screen);
-  }
-
-  // An icon leaves its corner empty: what shows there is the ground that it is drawn on.
-  [[nodiscard]] bool Shows(const wchar_t* icon) const {
-    Picture expected(size_);
-    const RECT all = {0, 0, size_.cx, size_.cy};
-    const HBRUSH ground = CreateSolidBrush(GetPixel(context_, 0, 0));
-    FillRect(expected.context_, &all, ground);
-    DeleteObject(ground);
-    DrawIconEx(expected.context_, 0, 0, LoadIconW(nullptr, icon), size_.cx, size_.cy, 0, nullptr,
-               DI_NORMAL);
-    int same = 0;
-    for (int y = 0; y < size_.cy; ++y) {
-      for (int x = 0; x < size_.cx; ++x) {
-        if (GetPixel(context_, x, y) == GetPixel(expected.context_, x, y)) ++same;
-      }
+// By the colours on the screen: an icon's handle means nothing in another process. The error icon
+// is mainly red, the warning icon yellow.
+std::string IconAt(const RECT& area) {
+  const HDC screen = GetDC(nullptr);
+  int red = 0, yellow = 0;
+  for (LONG y = area.top; y < area.bottom; ++y) {
+    for (LONG x = area.left; x < area.right; ++x) {
+      const COLORREF colour = GetPixel(screen, x, y);
+      if (GetRValue(colour) < 160 || GetBValue(colour) > 110) continue;
+      ++(GetGValue(colour) < 110 ? red : yellow);
     }
-    return same * 100 >= size_.cx * size_.cy * kLikeness;
   }
+  ReleaseDC(nullptr, screen);
+  const LONG enough = (area.right - area.left) * (area.bottom - area.top) / 5;
+  if (red > enough) return "error";
+  return yellow > enough ? "warning" : "unknown icon";
+}
 
- private:
-  SIZE size_;
-  HBITMAP bitmap_;
-  HDC context_ = CreateCompatibleDC(nullptr);
-};
-
-// The icon is judged by what is on the screen: its handle means nothing in another process.
-std::string IconAt(HWND box, HWND control) {
+// The box may not have drawn itself yet.
+std::string AwaitIcon(HWND box, HWND control) {
   RECT area = {};
   GetWindowRect(control, &area);
-  Picture picture({area.right - area.left, area.bottom - area.top});
-  std::string name = "unknown icon";
+  std::string icon;
   static_cast<void>(Eventually([&] {
     SetWindowPos(box, HWND_TOPMOST, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE);
-    picture.TakeScreen({area.left, area.top});
-    if (picture.Shows(IDI_ERROR)) name = "error";
-    if (picture.Shows(IDI_WARNING)) name = "warning";
-    return name != "unknown icon";
+    icon = IconAt(area);
+    return icon != "unknown icon";
   }));
-  return name;
+  return icon;
 }
 
 std::string TextOf(HWND window) {
@@ -80,7 +51,7 @@ std::string TextOf(HWND window) {
   DWORD_PTR length = 0;
   SendMessageTimeoutW(window, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()),
                       SMTO_ABORTIFHUNG, 10000, &length);
-  return Utf8(std::u16string_view(text).substr(0, length));
+  return Utf8FromUtf16(std::u16string_view(text).substr(0, length));
 }
 
 bool IsOfClass(HWND window, std::wstring_view name) {
@@ -103,15 +74,15 @@ std::string Describe(HWND box) {
   for (HWND child = GetWindow(box, GW_CHILD); child; child = GetWindow(child, GW_HWNDNEXT)) {
     if (!IsOfClass(child, L"Static")) continue;
     const bool is_icon = (GetWindowLongW(child, GWL_STYLE) & SS_TYPEMASK) == SS_ICON;
-    (is_icon ? icon : text) = is_icon ? IconAt(box, child) : TextOf(child);
+    (is_icon ? icon : text) = is_icon ? AwaitIcon(box, child) : TextOf(child);
   }
   for (const HWND button : Buttons(box)) icon.append("|").append(TextOf(button));
   return "[" + icon.append("] ").append(TextOf(box)).append(": ").append(text) + "\n";
 }
 
-// Wine takes two seconds for every box that closes, waiting for a window manager that a bare
-// display does not have. This tells it that the updater's windows have none.
-bool LetBoxesCloseAtOnce() {
+// Wine waits two seconds for a window manager whenever a box closes, and a bare display has none.
+// This setting makes Wine draw the updater's windows by itself.
+bool DoWithoutWindowManager() {
   if (GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") == nullptr) return false;
   constexpr wchar_t kNo[] = L"N";
   return RegSetKeyValueW(HKEY_CURRENT_USER,
@@ -125,16 +96,8 @@ std::uint64_t Number(const FILETIME& time) {
 
 }  // namespace
 
-std::string Utf8(std::u16string_view text) {
-  std::string bytes(text.size() * 3, '\0');
-  bytes.resize(static_cast<std::size_t>(
-      WideCharToMultiByte(CP_UTF8, 0, Wide(text.data()), static_cast<int>(text.size()),
-                          bytes.data(), static_cast<int>(bytes.size()), nullptr, nullptr)));
-  return bytes;
-}
-
-bool Eventually(const std::function<bool()>& condition, int limit) {
-  const std::uint64_t end = GetTickCount64() + static_cast<std::uint64_t>(limit) * 1000;
+bool Eventually(const std::function<bool()>& condition, int seconds) {
+  const std::uint64_t end = GetTickCount64() + static_cast<std::uint64_t>(seconds) * 1000;
   while (!condition()) {
     if (GetTickCount64() > end) return false;
     Sleep(kPollInterval);
@@ -149,12 +112,12 @@ std::filesystem::path ProgramPath(std::string_view name) {
 }
 
 RealProcess::RealProcess(std::u16string command_line, SECURITY_ATTRIBUTES* security) {
-  [[maybe_unused]] static const bool prepared = LetBoxesCloseAtOnce();
+  [[maybe_unused]] static const bool prepared = DoWithoutWindowManager();
   STARTUPINFOW startup = {};
   startup.cb = sizeof(startup);
   if (!CreateProcessW(nullptr, Wide(command_line.data()), security, nullptr, FALSE, 0, nullptr,
                       nullptr, &startup, &process_)) {
-    throw std::runtime_error("cannot start " + Utf8(command_line.substr(0, 300)));
+    throw std::runtime_error("cannot start " + Utf8FromUtf16(command_line.substr(0, 300)));
   }
 }
 
@@ -214,25 +177,27 @@ std::string RealProcess::AwaitBox() {
 }
 
 std::string RealProcess::Finish() {
-  std::string story;
+  std::string outcome;
   while (const HWND box = NextBox()) {
-    story += Describe(box);
+    outcome += Describe(box);
     for (const HWND button : Buttons(box)) {
       PostMessageW(box, WM_COMMAND, static_cast<WPARAM>(GetDlgCtrlID(button)),
                    reinterpret_cast<LPARAM>(button));
     }
     if (!Eventually([&] { return !IsWindowVisible(box); })) {
-      throw std::runtime_error("the box stays: " + story);
+      throw std::runtime_error("the box stays: " + outcome);
     }
   }
   DWORD code = 0;
   GetExitCodeProcess(process_.hProcess, &code);
-  return story + Exit(code);
+  return outcome + Exit(code);
 }
 
-std::string ErrorBox(std::string_view text) {
-  return std::string("[error|OK] Could not install update: ").append(text) + "\n";
+std::string BoxStart(std::string_view text) {
+  return std::string("[error|OK] Could not install update: ").append(text);
 }
+
+std::string ErrorBox(std::string_view text) { return BoxStart(text) + "\n"; }
 
 std::string WarningBox(std::string_view text) {
   return std::string("[warning|OK] Update installed: ").append(text) + "\n";

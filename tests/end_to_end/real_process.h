@@ -1,5 +1,5 @@
-// Programs that are started for real: the updater with its message boxes, and the application that
-// it has to wait for.
+// Processes that are started for real: the updater with its message boxes, and the application that
+// it waits for.
 
 #pragma once
 
@@ -13,18 +13,16 @@
 
 namespace tolvarine::updater::end_to_end {
 
-[[nodiscard]] std::string Utf8(std::u16string_view text);
-
-// Polls until the condition holds; false when that many seconds did not bring it.
-[[nodiscard]] bool Eventually(const std::function<bool()>& condition, int limit = 30);
+// Polls until the condition holds; false when it does not within so many seconds.
+[[nodiscard]] bool Eventually(const std::function<bool()>& condition, int seconds = 30);
 
 // The updater or a program of this suite: they lie where this very program does.
 [[nodiscard]] std::filesystem::path ProgramPath(std::string_view name);
 
-// A process, ended by force if it still runs when its owner goes.
+// A process. Its destructor terminates it if it still runs.
 class RealProcess {
  public:
-  // `security` may deny others the access to the process. Throws std::runtime_error.
+  // `security` may deny others access to the process. Throws std::runtime_error.
   explicit RealProcess(std::u16string command_line, SECURITY_ATTRIBUTES* security = nullptr);
   RealProcess(const RealProcess&) = delete;
   RealProcess& operator=(const RealProcess&) = delete;
@@ -36,11 +34,14 @@ class RealProcess {
   [[nodiscard]] bool Running() const;
   void Kill();  // With exit code 99.
 
-  // What its next box shows, as ErrorBox and WarningBox spell it; the box stays. Empty when the
-  // process ends without one.
+  // Waits for the next box and returns it as ErrorBox and WarningBox do; the box stays open.
+  // Returns an empty text when the process ends without one. Throws std::runtime_error after 100
+  // seconds.
   [[nodiscard]] std::string AwaitBox();
 
-  // Dismisses every box and waits for the end. A line for each box, then the exit code.
+  // Closes every box by its button and waits for the end. Returns the text of each box, then that
+  // of the exit code. Throws std::runtime_error where a box stays, or neither a box nor the end
+  // comes within 100 seconds.
   [[nodiscard]] std::string Finish();
 
  private:
@@ -49,12 +50,13 @@ class RealProcess {
   PROCESS_INFORMATION process_ = {};
 };
 
-// What Finish tells.
+// The texts that Finish returns, and how that of an error box begins.
+[[nodiscard]] std::string BoxStart(std::string_view text);
 [[nodiscard]] std::string ErrorBox(std::string_view text);
 [[nodiscard]] std::string WarningBox(std::string_view text);
 [[nodiscard]] std::string Exit(std::uint32_t code);
 
-// The stand-in application, running until it is told to end.
+// The application, running until End is called.
 class RunningApplication {
  public:
   explicit RunningApplication(const std::filesystem::path& program,

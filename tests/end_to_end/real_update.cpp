@@ -4,31 +4,24 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <stdexcept>
 
-#include "engine/transaction_run.h"
 #include "files/file_operations.h"
-#include "journal/journal_store.h"
-#include "text/fnv1a.h"
 #include "text/hex.h"
+#include "text/utf8.h"
 
 namespace tolvarine::updater::end_to_end {
 namespace {
 
 namespace fs = std::filesystem;
+using inspection::NameOf;
+using inspection::ReadFile;
 
-constexpr std::size_t kShortContent = 100;
 constexpr char16_t kUpdateId[] =
     u"00112233445566778899aabbccddeeff0123456789abcdef0123456789abcdef";
 
-std::string Summary(const std::string& content) {
-  if (content.size() <= kShortContent) return content;
-  return std::to_string(content.size()) + " bytes, " + std::to_string(Fnv1a64(content));
-}
-
-void WriteTree(const fs::path& directory, const Files& files) {
+void WriteTree(const fs::path& directory, const FileTree& files) {
   fs::create_directories(directory);
   for (const auto& [name, content] : files) {
     const fs::path path = directory / std::u8string(name.begin(), name.end());
@@ -37,15 +30,28 @@ void WriteTree(const fs::path& directory, const Files& files) {
   }
 }
 
-Files AsReadBack(const Files& files) {
-  Files tree;
+FileTree WithDirectories(const FileTree& files) {
+  FileTree tree;
   for (const auto& [name, content] : files) {
     for (std::size_t at = name.find('/'); at != std::string::npos; at = name.find('/', at + 1)) {
       tree[name.substr(0, at + 1)];
     }
-    tree[name] = Summary(content);
+    tree[name] = content;
   }
   return tree;
+}
+
+// Holds the scratch directories of this run.
+const fs::path& ScratchRoot() {
+  static const fs::path root = [] {
+    fs::path path = fs::canonical(fs::temp_directory_path()) /
+                    ("tolvarine-" + std::to_string(GetCurrentProcessId()));
+    // An interrupted run with the same process id may have left it.
+    static_cast<void>(RemoveTree(path.u16string()));
+    return path;
+  }();
+  fs::create_directories(root);
+  return root;
 }
 
 fs::path NewScratchDirectory() {
@@ -65,7 +71,7 @@ std::u16string NewInstallKey() {
   return {digits.begin(), digits.end()};
 }
 
-// The library's own tells whole seconds only.
+// The standard library's has whole seconds only.
 std::uint64_t LastWriteTime(const fs::path& path) {
   WIN32_FILE_ATTRIBUTE_DATA data = {};
   GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data);
@@ -73,7 +79,7 @@ std::uint64_t LastWriteTime(const fs::path& path) {
   return (std::uint64_t{time.dwHighDateTime} << 32) | time.dwLowDateTime;
 }
 
-// What a record of the log begins with that is written now.
+// The beginning of a record of the log that is written now.
 std::string TimePrefix() {
   TIME_ZONE_INFORMATION zone = {};
   const DWORD id = GetTimeZoneInformation(&zone);
@@ -89,34 +95,24 @@ std::string TimePrefix() {
   return text;
 }
 
-// The form is one in which text sorts as time does; only the zone must be the same.
+// In this form text sorts as time does while the offset is the same.
 bool IsTimeBetween(std::string_view prefix, std::string_view from, std::string_view to) {
-  constexpr std::size_t kZone = 25;
-  const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
-  const auto same_kind = [&](char a, char b) { return is_digit(a) ? is_digit(b) : a == b; };
-  return std::ranges::equal(from, prefix, same_kind) && from <= prefix && prefix <= to &&
-         prefix.substr(kZone) == from.substr(kZone);
+  constexpr std::size_t kOffset = 25;
+  return prefix.size() == from.size() && from <= prefix && prefix <= to &&
+         prefix.substr(kOffset) == from.substr(kOffset);
 }
 
 }  // namespace
 
-std::string NameOf(const fs::path& path) {
-  const std::u8string name = path.generic_u8string();
-  return {name.begin(), name.end()};
-}
-
 std::string Application(std::string_view version) {
-  static const std::string program = ReadBytes(ProgramPath("end_to_end_stand_in.exe"));
+  static const std::string program = ReadFile(ProgramPath("stand_in_application.exe"));
   return program + "\n" + std::string(version);
 }
 
-std::string ReadBytes(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) throw std::runtime_error("cannot read " + NameOf(path));
-  std::string bytes(fs::file_size(path), '\0');
-  file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  bytes.resize(static_cast<std::size_t>(file.gcount()));
-  return bytes;
+FileHandle OpenWithoutDeleteSharing(const fs::path& path) {
+  return FileHandle(platform::CreateFileW(path.u16string().c_str(), platform::kGenericRead,
+                                          platform::kFileShareRead | platform::kFileShareWrite,
+                                          platform::kOpenExisting, platform::kFileAttributeNormal));
 }
 
 void WriteBytes(const fs::path& path, std::string_view bytes) {
@@ -125,24 +121,12 @@ void WriteBytes(const fs::path& path, std::string_view bytes) {
   if (!file.flush()) throw std::runtime_error("cannot write " + NameOf(path));
 }
 
-const fs::path& ScratchRoot() {
-  static const fs::path root = [] {
-    fs::path path = fs::canonical(fs::temp_directory_path()) /
-                    ("tolvarine-" + std::to_string(GetCurrentProcessId()));
-    // What an interrupted run with our id has left.
-    static_cast<void>(RemoveTree(path.u16string()));
-    return path;
-  }();
-  fs::create_directories(root);
-  return root;
-}
-
 UpdateContents UsualContents() {
   return {.installed = {{"Tolvarine.exe", Application("1")},
                         {"bin/core.dll", "core 1"},
                         {"bin/old.dll", "old"},
                         {"same.txt", "the same"},
-                        {"settings.ini", "the user's own"}},
+                        {"settings.ini", "made by the user"}},
           .release = {{"Tolvarine.exe", Application("2")},
                       {"bin/core.dll", "core 2"},
                       {"big.bin", std::string(200000, 'b')},
@@ -200,52 +184,31 @@ std::unique_ptr<RealProcess> RealUpdate::Start() const {
   return std::make_unique<RealProcess>(CommandLine());
 }
 
-void RealUpdate::RunEngine(const TransactionHook& hook) const {
-  const TransactionRequest request = {.source = arguments.source,
-                                      .target = arguments.target,
-                                      .transaction = layout.transaction,
-                                      .inventory = arguments.source_inventory,
-                                      .recovery_policy = RecoveryPolicy::ResumeForward,
-                                      .crash_hook = hook,
-                                      .managed_deletions = arguments.managed_deletions};
-  try {
-    static_cast<void>(RunTransaction(request, nullptr));
-  } catch (const SimulatedCrash&) {
-    // The disk is left as by a crash, which is what it was called for.
-  }
+fs::path RealUpdate::RestartAnotherProgram() {
+  const fs::path launcher = root / "launcher" / "Start.exe";
+  fs::create_directory(launcher.parent_path());
+  WriteBytes(launcher, Application("launcher"));
+  arguments.restart = launcher.u16string();
+  return launcher;
 }
 
 TransactionPhase RealUpdate::SavedPhase() const {
-  const JournalLoadResult loaded = LoadJournal(layout.transaction);
-  if (loaded.state == JournalLoadState::Corrupt) return TransactionPhase::Corrupt;
-  return loaded.journal ? loaded.journal->phase : TransactionPhase::None;
+  return inspection::SavedPhase(layout.transaction);
 }
 
-Files RealUpdate::Target() const {
-  Files files;
-  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(target)) {
-    const std::string name = NameOf(entry.path().lexically_relative(target));
-    if (entry.is_directory()) {
-      files[name + "/"];
-    } else if (name != "log.txt") {
-      files[name] = Summary(ReadBytes(entry.path()));
-    }
-  }
-  return files;
-}
-
-Files RealUpdate::Baseline() const { return AsReadBack(contents.installed); }
-
-Files RealUpdate::Installed() const {
-  Files files = contents.installed;
-  for (const Path& path : contents.deletions) files.erase(NameOf(path));
-  for (const auto& [name, content] : contents.release) files[name] = content;
-  return AsReadBack(files);
+void RealUpdate::ExpectTarget(const std::set<inspection::Version>& versions) const {
+  FileTree now = inspection::ReadTree(target);
+  now.erase("log.txt");
+  FileTree updated = contents.installed;
+  for (const Path& path : contents.deletions) updated.erase(NameOf(path));
+  for (const auto& [name, content] : contents.release) updated[name] = content;
+  const FileTree before = WithDirectories(contents.installed), after = WithDirectories(updated);
+  EXPECT_EQ(inspection::Deviations(now, before, after, versions), "");
 }
 
 void RealUpdate::ExpectInstalled() const {
-  EXPECT_EQ(Started(target), Utf8(target.u16string() + u"\n" + application.u16string() + u"\n2"));
-  EXPECT_EQ(Target(), Installed());
+  EXPECT_EQ(Restarted(application), Restart("2", target, application));
+  ExpectTarget({inspection::Version::New});
 }
 
 Changes RealUpdate::ChangesSince() {
@@ -260,14 +223,15 @@ Changes RealUpdate::ChangesSince() {
   return changes;
 }
 
-std::string RealUpdate::ShortName(std::string name) const {
+std::string RealUpdate::ShortName(const fs::path& path) const {
   const std::pair<fs::path, const char*> words[] = {{target, "target"},
                                                     {release, "release"},
                                                     {layout.workspace, "workspace"},
                                                     {layout.state, "state"}};
-  for (const auto& [path, word] : words) {
-    const std::string long_name = NameOf(path.lexically_relative(ScratchRoot()));
-    if (name.starts_with(long_name)) return name.replace(0, long_name.size(), word);
+  std::string name = NameOf(path);
+  for (const auto& [directory, word] : words) {
+    const std::string prefix = NameOf(directory);
+    if (name.starts_with(prefix)) return name.replace(0, prefix.size(), word);
   }
   return name;
 }
@@ -275,7 +239,7 @@ std::string RealUpdate::ShortName(std::string name) const {
 RealUpdate::Stamps RealUpdate::StampsNow() const {
   Stamps stamps;
   for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root)) {
-    const std::string name = ShortName(NameOf(entry.path().lexically_relative(ScratchRoot())));
+    const std::string name = ShortName(entry.path());
     if (entry.is_directory()) {
       stamps.emplace(name + "/", 0);
     } else {
@@ -286,7 +250,7 @@ RealUpdate::Stamps RealUpdate::StampsNow() const {
 }
 
 std::string RealUpdate::Log() const {
-  const std::string log = ReadBytes(target / "log.txt");
+  const std::string log = ReadFile(target / "log.txt");
   const std::string now = TimePrefix();
   std::string records;
   for (std::size_t at = 0; at < log.size();) {
@@ -300,15 +264,19 @@ std::string RealUpdate::Log() const {
   return records;
 }
 
-std::string RealUpdate::Started(const fs::path& directory) const {
-  const fs::path path = directory / "started.txt";
+std::string RealUpdate::Restarted(const fs::path& program) const {
+  const fs::path report = program.parent_path() / "restarted.txt";
   // It cannot be opened while it is being renamed.
-  if (!Eventually([&] { return std::ifstream(path).is_open(); })) return "nothing was started";
-  const std::string bytes = ReadBytes(path);
-  fs::remove(path);
-  std::u16string text(bytes.size() / sizeof(char16_t), u'\0');
-  std::memcpy(text.data(), bytes.data(), text.size() * sizeof(char16_t));
-  return Utf8(text);
+  if (!Eventually([&] { return std::ifstream(report).is_open(); })) return "nothing was restarted";
+  const std::string text = ReadFile(report);
+  fs::remove(report);
+  return text;
+}
+
+std::string Restart(std::string_view version, const fs::path& directory, const fs::path& program) {
+  return std::string("version ").append(version) + "\nworking directory " +
+         Utf8FromUtf16(directory.u16string()) + "\nprogram " + Utf8FromUtf16(program.u16string()) +
+         "\n";
 }
 
 std::string LogRecord(std::string_view level, std::string message) {

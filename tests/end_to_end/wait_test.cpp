@@ -21,37 +21,12 @@ TEST(Wait, NothingIsTouchedBeforeTheApplicationHasEnded) {
   update.WaitFor(application.process());
   const auto updater = update.Start();
   ASSERT_TRUE(Eventually([&] { return LockExists(update); }));
-  // Had it not waited, it would be done by then.
+  // An updater that does not wait would end within this second.
   EXPECT_FALSE(Eventually([&] { return !updater->Running(); }, 1));
   EXPECT_EQ(update.ChangesSince(), Changes());
   application.End();
   EXPECT_EQ(updater->Finish(), Exit(0));
   update.ExpectInstalled();
-}
-
-TEST(Wait, AnApplicationThatHasGoneIsNotWaitedFor) {
-  auto ended = std::make_unique<RunningApplication>(ProgramPath("end_to_end_stand_in.exe"));
-  ended->End();
-  ASSERT_TRUE(Eventually([&] { return !ended->process().Running(); }));
-  const struct {
-    const char* what;
-    std::function<void(UpdaterArguments&)> arrange;
-  } rows[] = {
-      {"ended, but still known to the system", [](UpdaterArguments&) {}},
-      {"its id is another process's now",
-       [](UpdaterArguments& arguments) { arguments.wait_pid = GetCurrentProcessId(); }},
-      {"unknown to the system", [&](UpdaterArguments&) { ended.reset(); }},
-  };
-  for (const auto& [what, arrange] : rows) {
-    SCOPED_TRACE(what);
-    RealUpdate update;
-    update.WaitFor(ended->process());
-    arrange(update.arguments);
-    const auto updater = update.Start();
-    EXPECT_EQ(updater->Finish(), Exit(0));
-    EXPECT_LT(updater->Seconds(), 45);
-    update.ExpectInstalled();
-  }
 }
 
 TEST(Wait, AnApplicationThatCannotBeOpenedStopsTheUpdate) {

@@ -1,6 +1,6 @@
-// Rules of this source tree that no compiler or formatter checks: no file includes a higher layer,
-// the system's headers stay behind the seam, files stay within their sizes. The length of functions
-// is a rule of .clang-tidy.
+// Rules of this source tree that no compiler or formatter checks: the include order of the layers,
+// the headers that the updater may not use, the sizes of files, the width of lines. clang-tidy
+// checks the sizes of functions outside tests/; scripts/count-lines prints the longest of all.
 
 #include <gtest/gtest.h>
 
@@ -29,21 +29,21 @@ std::vector<std::string> ReadLines(const fs::path& file) {
   return lines;
 }
 
-std::vector<Source> SourcesBelow(const std::string& folder) {
-  const fs::path root = TOLVARINE_ROOT;
-  std::vector<Source> sources;
-  for (const auto& entry : fs::recursive_directory_iterator(root / folder)) {
-    const std::string extension = entry.path().extension().string();
-    if (extension != ".cpp" && extension != ".h") continue;
-    sources.push_back({fs::relative(entry.path(), root).generic_string(), ReadLines(entry.path())});
-  }
-  return sources;
+Source ReadSource(const fs::path& file) {
+  return {fs::relative(file, TOLVARINE_ROOT).generic_string(), ReadLines(file)};
 }
 
-std::vector<Source> AllSources() {
+const std::vector<std::string> kFolders = {"src", "tools", "testbed", "tests", "bench"};
+
+bool IsCpp(const fs::path& file) { return file.extension() == ".cpp" || file.extension() == ".h"; }
+
+// All files of a folder whose path satisfies the predicate.
+std::vector<Source> SourcesIn(const std::string& folder, bool (*accepts)(const fs::path&) = IsCpp) {
   std::vector<Source> sources;
-  for (const char* folder : {"src", "tools", "testbed", "tests", "bench"}) {
-    for (Source& source : SourcesBelow(folder)) sources.push_back(std::move(source));
+  for (const auto& entry : fs::recursive_directory_iterator(fs::path(TOLVARINE_ROOT) / folder)) {
+    if (entry.is_regular_file() && accepts(entry.path())) {
+      sources.push_back(ReadSource(entry.path()));
+    }
   }
   return sources;
 }
@@ -58,7 +58,7 @@ int LayerOf(const std::string& path) {
   return layer == kLayers.end() ? -1 : static_cast<int>(layer - kLayers.begin());
 }
 
-// What a source includes, in quotes or in angle brackets.
+// The names that a source includes, in quotes or in angle brackets.
 std::vector<std::string> IncludesOf(const Source& source) {
   static const std::regex kInclude(R"(^\s*#\s*include\s*[<"]([^>"]+)[>"])");
   std::vector<std::string> includes;
@@ -70,17 +70,17 @@ std::vector<std::string> IncludesOf(const Source& source) {
 }
 
 TEST(Lint, NoFileIncludesAHigherLayer) {
-  for (const Source& source : SourcesBelow("src")) {
+  for (const Source& source : SourcesIn("src")) {
     const int layer = LayerOf(source.path.substr(4));
-    ASSERT_GE(layer, 0) << source.path << " lies on no layer";
+    ASSERT_GE(layer, 0) << source.path << " belongs to no layer";
     for (const std::string& include : IncludesOf(source)) {
       EXPECT_LE(LayerOf(include), layer) << source.path << " includes " << include;
     }
   }
 }
 
-TEST(Lint, OnlyThePlatformKnowsWhichOneItIs) {
-  for (const Source& source : SourcesBelow("src")) {
+TEST(Lint, OnlyTheWindowsPlatformIncludesTheSystemsHeader) {
+  for (const Source& source : SourcesIn("src")) {
     const bool windows = source.path.starts_with("src/platform/windows/");
     for (const std::string& include : IncludesOf(source)) {
       EXPECT_TRUE(windows || include != "windows.h") << source.path;
@@ -89,7 +89,7 @@ TEST(Lint, OnlyThePlatformKnowsWhichOneItIs) {
   }
 }
 
-TEST(Lint, ShippedCodeIncludesNothingHeavy) {
+TEST(Lint, TheUpdaterIncludesNoHeaderThatAddsMuchCode) {
   const std::map<std::string, std::string> instead = {
       {"iostream", "a platform call"},
       {"sstream", "text/decimal.h and appends"},
@@ -98,7 +98,7 @@ TEST(Lint, ShippedCodeIncludesNothingHeavy) {
       {"filesystem", "text/path_algebra.h and files/file_operations.h"},
       {"locale", "platform/text.h"},
       {"iomanip", "text/decimal.h"}};
-  for (const Source& source : SourcesBelow("src")) {
+  for (const Source& source : SourcesIn("src")) {
     for (const std::string& include : IncludesOf(source)) {
       const auto banned = instead.find(include);
       EXPECT_EQ(banned, instead.end())
@@ -110,11 +110,38 @@ TEST(Lint, ShippedCodeIncludesNothingHeavy) {
 TEST(Lint, FilesStayWithinTheirSizes) {
   constexpr std::size_t kSourceLimit = 500;
   constexpr std::size_t kHeaderLimit = 200;
-  for (const Source& source : AllSources()) {
-    const bool header = source.path.ends_with(".h");
-    const std::string table = "_table";
-    if (source.path.find(table) != std::string::npos) continue;  // Data, read off elsewhere.
-    EXPECT_LE(source.lines.size(), header ? kHeaderLimit : kSourceLimit) << source.path;
+  for (const std::string& folder : kFolders) {
+    for (const Source& source : SourcesIn(folder)) {
+      if (source.path.find("_table") != std::string::npos) continue;  // Data of the system.
+      const std::size_t limit = source.path.ends_with(".h") ? kHeaderLimit : kSourceLimit;
+      EXPECT_LE(source.lines.size(), limit) << source.path;
+    }
+  }
+}
+
+// In characters: the bytes of UTF-8 that are not continuation bytes.
+std::size_t WidthOf(const std::string& line) {
+  return static_cast<std::size_t>(
+      std::ranges::count_if(line, [](char c) { return (c & 0xC0) != 0x80; }));
+}
+
+void ExpectWidths(const Source& source) {
+  constexpr std::size_t kWidthLimit = 100;
+  for (std::size_t i = 0; i < source.lines.size(); ++i) {
+    EXPECT_LE(WidthOf(source.lines[i]), kWidthLimit) << source.path << ":" << i + 1;
+  }
+}
+
+// clang-format checks the width of code, but not that of comments.
+TEST(Lint, LinesStayWithinTheirWidth) {
+  const auto is_source = [](const fs::path& file) {
+    return IsCpp(file) || file.filename() == "CMakeLists.txt" || file.extension() == ".cmake" ||
+           file.extension() == ".sh" || file.extension().empty();
+  };
+  ExpectWidths(ReadSource(fs::path(TOLVARINE_ROOT) / "CMakeLists.txt"));
+  for (const char* folder :
+       {"src", "tools", "testbed", "tests", "bench", "cmake", "scripts", ".ci"}) {
+    for (const Source& source : SourcesIn(folder, is_source)) ExpectWidths(source);
   }
 }
 

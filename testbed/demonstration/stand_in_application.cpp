@@ -1,18 +1,22 @@
-// A stand-in for the application, built once for each version.
+// A stand-in for the application. Its version is what follows the last line feed of its own file,
+// so that one build serves for all versions.
 //
 //   Tolvarine.exe
-//       leaves "restarted.txt" in its own directory: its version, its working directory and its own
-//       path, each on a line, and ends
-//   Tolvarine.exe --update FILE [--stay-while NOTE]
-//       appends its own process to the updater's command line in FILE, starts the updater with it
-//       and ends; with a NOTE it writes the updater's process id and the whole line there, and ends
-//       only once somebody has removed it, so that one can get hold of the updater before it works
+//       writes "restarted.txt" into its own directory: its version, its working directory and its
+//       own path, each on a line
+//   Tolvarine.exe --update FILE NOTE
+//       appends its own process to the updater's command line in FILE and starts the updater with
+//       it; writes the updater's process id and the whole line to NOTE, and ends when somebody has
+//       removed that, so that one can open the updater's process before the updater begins to work
+//   Tolvarine.exe --until EVENT
+//       ends when the event of that name is signalled
 //
 // All texts are UTF-8. Ends with 1 where it could not do what was asked.
 
 #include <windows.h>
 
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -29,6 +33,7 @@ namespace {
 namespace platform = tolvarine::updater::platform;
 using tolvarine::updater::FileHandle;
 using tolvarine::updater::Path;
+using tolvarine::updater::Utf8FromUtf16;
 
 constexpr DWORD kPathCapacity = 32768;  // Units; no path is longer.
 constexpr DWORD kPollInterval = 10;     // Milliseconds.
@@ -48,7 +53,7 @@ std::string ReadText(const Path& path) {
   return text;
 }
 
-// Under its final name it is complete, so that a reader need not guess.
+// A reader finds the file whole or not at all.
 void Publish(const Path& path, std::string_view text) {
   const Path temporary = path + u".tmp";
   {
@@ -90,22 +95,16 @@ DWORD Start(const std::string& line) {
   return process.dwProcessId;
 }
 
-void StayWhile(const Path& note, DWORD updater, const std::string& line) {
-  std::string text;
-  tolvarine::updater::AppendDecimal(text, updater);
-  Publish(note, text + "\n" + line);
-  const auto removed = [&] {
-    return platform::GetFileAttributesW(note.c_str()) == platform::kInvalidFileAttributes;
-  };
-  while (!removed()) Sleep(kPollInterval);
-}
-
 void Update(const Path& line_file, const Path& note) {
   std::string line = ReadText(line_file);
   while (line.ends_with('\n') || line.ends_with('\r')) line.pop_back();
   AppendOwnProcess(line);
-  const DWORD updater = Start(line);
-  if (!note.empty()) StayWhile(note, updater, line);
+  std::string text;
+  tolvarine::updater::AppendDecimal(text, Start(line));
+  Publish(note, text + "\n" + line);
+  while (platform::GetFileAttributesW(note.c_str()) != platform::kInvalidFileAttributes) {
+    Sleep(kPollInterval);
+  }
 }
 
 void Report() {
@@ -113,22 +112,24 @@ void Report() {
   program.resize(GetModuleFileNameW(nullptr, Wide(program), kPathCapacity));
   Path directory(kPathCapacity, u'\0');
   directory.resize(GetCurrentDirectoryW(kPathCapacity, Wide(directory)));
-  const Path own_directory = tolvarine::updater::ParentPath(program);
-  Publish(tolvarine::updater::JoinPath(own_directory, u"restarted.txt"),
-          "version " STAND_IN_VERSION "\nworking directory " +
-              tolvarine::updater::Utf8FromUtf16(directory) + "\nprogram " +
-              tolvarine::updater::Utf8FromUtf16(program) + "\n");
+  const std::string file = ReadText(program);
+  Publish(tolvarine::updater::JoinPath(tolvarine::updater::ParentPath(program), u"restarted.txt"),
+          "version " + file.substr(file.rfind('\n') + 1) + "\nworking directory " +
+              Utf8FromUtf16(directory) + "\nprogram " + Utf8FromUtf16(program) + "\n");
+}
+
+void WaitUntil(Path event_name) {
+  const HANDLE event = OpenEventW(SYNCHRONIZE, /*bInheritHandle=*/FALSE, Wide(event_name));
+  if (event == nullptr || WaitForSingleObject(event, INFINITE) != WAIT_OBJECT_0) {
+    tolvarine::updater::ThrowLastError();
+  }
 }
 
 void Act(std::int32_t count, char16_t** arguments) {
-  const auto is = [&](std::int32_t i, std::u16string_view option) {
-    return i + 1 < count && arguments[i] == option;
-  };
+  const std::u16string_view option = count > 1 ? arguments[1] : u"";
   if (count == 1) return Report();
-  if (count == 3 && is(1, u"--update")) return Update(arguments[2], {});
-  if (count == 5 && is(1, u"--update") && is(3, u"--stay-while")) {
-    return Update(arguments[2], arguments[4]);
-  }
+  if (count == 4 && option == u"--update") return Update(arguments[2], arguments[3]);
+  if (count == 3 && option == u"--until") return WaitUntil(arguments[2]);
   throw std::runtime_error("wrong usage");
 }
 
