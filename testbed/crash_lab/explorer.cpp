@@ -109,7 +109,9 @@ std::vector<Explorer::SurvivingDisks> Explorer::CutRecovery(const SurvivingDisks
 Explorer::CutPoint Explorer::CheckLive(std::uint64_t state, const Disks& disks,
                                        Disturbance disturbance, const CutSequence& sequence) {
   const std::size_t first = runner_.figures().violations.size();
-  const CutPoint point{state, runner_.CheckState(disks, state, disturbance), disturbance};
+  CutPoint point{state, runner_.CheckState(disks, state, disturbance), disturbance};
+  // Under the weaker model the rename of the first save is durable once the second save is flushed.
+  if (weak_ && point.generation == 1) point.generation.reset();
   CutSequence here = sequence;
   here.cuts.push_back({state, 0});
   runner_.Attribute(first, ReplayOf(here));
@@ -135,10 +137,12 @@ void Explorer::CheckAfterCut(Disks disks, const CutPoint& point, const CutSequen
   Figures& figures = runner_.figures();
   ++figures.cuts;
   const Image image = ImageOf(disks);
-  if (!seen_.insert(Fingerprint(image)).second) return;
+  const std::uint64_t fingerprint = Fingerprint(image);
+  if (!checked_.insert({fingerprint, point.generation, point.disturbance}).second) return;
   const std::size_t first = figures.violations.size();
   runner_.check().CheckState(image, point.generation, point.disturbance, figures);
   runner_.Attribute(first, ReplayOf(sequence));
+  if (!recovered_.insert(fingerprint).second) return;
   left.push_back({std::move(disks), sequence});
 }
 

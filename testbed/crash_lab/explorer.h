@@ -13,6 +13,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "crash_lab/scenario_runner.h"
@@ -73,7 +74,7 @@ class Explorer {
   // A state of a run, as a cut meets it; its disks apart.
   struct CutPoint {
     std::uint64_t state = 0;
-    std::optional<std::uint64_t> generation;  // That a load would find.
+    std::optional<std::uint64_t> generation;  // That a load must find after the cut, or the next.
     Disturbance disturbance = Disturbance::kNone;
   };
 
@@ -102,7 +103,10 @@ class Explorer {
   std::string* const transcript_;
   ScenarioRunner runner_;
   std::mt19937_64 random_;
-  std::set<std::uint64_t> seen_;  // Disks, by fingerprint, that a recovery starts or started on.
+  // By fingerprint: disks that were checked after a cut, each with what its check depends on, and
+  // disks that a recovery starts or started on.
+  std::set<std::tuple<std::uint64_t, std::optional<std::uint64_t>, Disturbance>> checked_;
+  std::set<std::uint64_t> recovered_;
 };
 
 }  // namespace tolvarine::updater::crash_lab
