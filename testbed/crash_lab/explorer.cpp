@@ -234,7 +234,7 @@ void Explorer::RecoverWithRandomCut(const SurvivingDisks& survivor) {
 // Runs up to the cut and cuts. False where the run has no such state, or the state no such loss.
 bool Explorer::ReplayCut(const CutSequence& sequence, std::size_t cut, Disks& disks) {
   const PlannedRun run = cut == 0 ? scenario_.runs[sequence.run] : RecoveryRun(sequence);
-  const auto [at, loss] = sequence.cuts[cut];
+  const Cut& wanted = sequence.cuts[cut];
   CutPoint met;
   Disks met_disks;
   std::uint64_t last = 0;
@@ -242,17 +242,17 @@ bool Explorer::ReplayCut(const CutSequence& sequence, std::size_t cut, Disks& di
   const EndedRun ended = runner_.Run(disks, run, [&](std::uint64_t state, const Disks& now) {
     last = state;
     const CutPoint point = CheckLive(state, now, run.disturbance, sequence);
-    if (state != at) return;
+    if (state != wanted.state) return;
     transcript_->append("--- its calls up to the cut\n").append(CallsOf(runner_.computer()));
     met = point;
     met_disks = now;
   });
   const LossSpace space(met_disks);
-  if (met.state == 0 || loss >= space.count()) return false;
-  disks = AfterCut(met_disks, space.At(loss));
+  if (met.state == 0 || wanted.loss >= space.count()) return false;
+  disks = AfterCut(met_disks, space.At(wanted.loss));
   const Image left = ImageOf(disks);
   runner_.check().CheckState(left, met.generation, run.disturbance, runner_.figures());
-  if (at == last) CheckSuccess(ended.end, left);
+  if (wanted.state == last) CheckSuccess(ended.end, left);
   return true;
 }
 

@@ -149,7 +149,8 @@ std::string Summary(const Figures& figures) {
   std::string text = "\n";
   text.append(SummaryOfInvariants(figures)).append("\n").append(SummaryOfWork(figures));
   text.append("\n").append(SummaryOfAccepted(figures.accepted));
-  for (const std::string& between : figures.redirected) text.append("  ").append(between).append("\n");
+  for (const std::string& between : figures.redirected)
+    text.append("  ").append(between).append("\n");
   return text;
 }
 
