@@ -20,8 +20,8 @@ struct Job {
 
 using Clock = std::chrono::steady_clock;
 
-// No job takes two minutes on a quiet processor, the wide rounds included. A job that takes this
-// long hangs, on a loaded machine and with a counting build as well.
+// The longest job of the bounded run took two minutes on two processors that ten programs shared.
+// A job that takes fifteen times as long hangs, in a wide round and in a build that counts as well.
 inline constexpr unsigned kJobLimit = 1800;  // Seconds.
 
 // When jobs are not started any more, or ended.
