@@ -69,14 +69,15 @@ build_preset() {
 
 # build_host [TARGET...]: the native build with its tests, in build/host.
 build_host() {
-  need_packages g++ cmake ninja-build googletest libgtest-dev || return
+  need_packages g++ cmake ninja-build googletest libgtest-dev nlohmann-json3-dev || return
   build_preset host "$@"
 }
 
 # build_release [TARGET...]: the native build at full speed, with the benchmarks, in
 # build/host-release.
 build_release() {
-  need_packages g++ cmake ninja-build googletest libgtest-dev libbenchmark-dev || return
+  need_packages g++ cmake ninja-build googletest libgtest-dev libbenchmark-dev \
+    nlohmann-json3-dev || return
   build_preset host-release "$@"
 }
 

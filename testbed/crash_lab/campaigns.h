@@ -40,7 +40,7 @@ template <typename Case>
     return slice;
   }
   if (cases.size() <= bounds.cases) return cases;
-  figures.skipped += cases.size() - bounds.cases;
+  figures.skipped_cases += cases.size() - bounds.cases;
   std::mt19937_64 random(bounds.seed);
   std::shuffle(cases.begin(), cases.end(), random);
   cases.resize(bounds.cases);

@@ -2,13 +2,14 @@
 
 #include <algorithm>
 #include <numeric>
+#include <utility>
 
 #include "text/decimal.h"
 
 namespace tolvarine::updater::crash_lab {
 namespace {
 
-// Up to `bound` different numbers below `count`: all of them where that is enough.
+// Up to `bound` different numbers below `count`, in ascending order.
 std::vector<std::uint64_t> Sample(std::uint64_t count, std::uint64_t bound,
                                   std::mt19937_64& random) {
   std::vector<std::uint64_t> numbers;
@@ -23,7 +24,7 @@ std::vector<std::uint64_t> Sample(std::uint64_t count, std::uint64_t bound,
   return numbers;
 }
 
-// Leaves at most `bound` of the items, by the seed.
+// Keeps at most `bound` of the items, by the seed.
 template <typename Item>
 void Thin(std::vector<Item>& items, std::uint64_t bound, std::mt19937_64& random) {
   if (items.size() <= bound) return;
@@ -31,18 +32,16 @@ void Thin(std::vector<Item>& items, std::uint64_t bound, std::mt19937_64& random
   items.resize(bound);
 }
 
-std::string ReplayOf(const CutSequence& sequence) { return "--case " + sequence.Text(); }
-
 }  // namespace
 
 Explorer::Explorer(const Scenario& scenario, const Bounds& bounds, std::uint64_t seed, bool weak,
                    std::string* transcript)
     : scenario_(scenario),
       bounds_(bounds),
+      weak_(weak),
       transcript_(transcript),
       runner_(scenario, transcript),
-      random_(seed),
-      strict_(!weak) {
+      random_(seed) {
   runner_.computer().disks.write_through_holds = !weak;
 }
 
@@ -60,84 +59,151 @@ Figures Explorer::Explore() {
     for (const SurvivingDisks& survivor : later) RecoverWithRandomCut(survivor);
   }
   runner_.Converge(disks, ReplayOf({.run = scenario_.runs.size() - 1, .cuts = {}}));
-  runner_.figures().cuts = runner_.calls();
-  return runner_.figures();
+  Figures figures = runner_.figures();
+  if (weak_ && scenario_.plan.state_drive != scenario_.plan.target_drive) {
+    figures.SetKnownBreaksAside();
+  }
+  return figures;
+}
+
+std::string Explorer::ReplayOf(const CutSequence& sequence) const {
+  return (weak_ ? "--weak --case " : "--case ") + sequence.Text();
 }
 
 // --- Cuts ----------------------------------------------------------------------------------------
 
 std::vector<Explorer::SurvivingDisks> Explorer::CutPlannedRun(Disks& disks, std::size_t run) {
   const CutSequence sequence{.run = run, .cuts = {}};
+  const PlannedRun& planned = scenario_.runs[run];
+  const std::uint64_t calls_before = runner_.calls();
   std::vector<SurvivingDisks> left;
-  const auto visit = [&](std::uint64_t state, const Disks& now) {
-    LookAtState(now, state, bounds_.losses, scenario_.runs[run].disturbance, sequence, left);
-  };
-  disks = runner_.CheckedRun(disks, scenario_.runs[run], ReplayOf(sequence), visit).disks;
+  std::uint64_t last = 0;
+  EndedRun ended = runner_.CheckedRun(disks, planned, ReplayOf(sequence),
+                                      [&](std::uint64_t state, const Disks& now) {
+                                        last = state;
+                                        CutAt(CheckLive(state, now, planned.disturbance, sequence),
+                                              now, bounds_.losses, sequence, left);
+                                      });
+  runner_.figures().calls += runner_.calls() - calls_before;
+  CutAfterEnd(ended, last, bounds_.losses, sequence);
+  disks = std::move(ended.disks);
   return left;
 }
 
 std::vector<Explorer::SurvivingDisks> Explorer::CutRecovery(const SurvivingDisks& survivor) {
+  const CutSequence& sequence = survivor.sequence;
+  const std::uint64_t calls_before = runner_.calls();
   std::vector<SurvivingDisks> left;
-  runner_.Run(survivor.disks, Again(survivor.sequence), [&](std::uint64_t state, const Disks& now) {
-    LookAtState(now, state, bounds_.second_losses, Disturbance::kNone, survivor.sequence, left);
-  });
+  std::uint64_t last = 0;
+  const EndedRun ended = runner_.Run(survivor.disks, RecoveryRun(sequence),
+                                     [&](std::uint64_t state, const Disks& now) {
+                                       last = state;
+                                       CutAt(CheckLive(state, now, Disturbance::kNone, sequence),
+                                             now, bounds_.second_losses, sequence, left);
+                                     });
+  runner_.figures().calls += runner_.calls() - calls_before;
+  CutAfterEnd(ended, last, bounds_.second_losses, sequence);
   return left;
 }
 
-void Explorer::LookAtState(const Disks& disks, std::uint64_t state, std::uint64_t losses,
-                           Disturbance disturbance, const CutSequence& sequence,
-                           std::vector<SurvivingDisks>& left) {
+Explorer::CutPoint Explorer::CheckLive(std::uint64_t state, const Disks& disks,
+                                       Disturbance disturbance, const CutSequence& sequence) {
+  const std::size_t first = runner_.figures().violations.size();
+  CutPoint point{state, runner_.CheckState(disks, state, disturbance), disturbance};
+  // Under the weaker model the rename of the first save is durable once the second save is flushed.
+  if (weak_ && point.generation == 1) point.generation.reset();
+  CutSequence here = sequence;
+  here.cuts.push_back({state, 0});
+  runner_.Attribute(first, ReplayOf(here));
+  return point;
+}
+
+void Explorer::CutAt(const CutPoint& point, const Disks& disks, std::uint64_t losses,
+                     const CutSequence& sequence, std::vector<SurvivingDisks>& left) {
   Figures& figures = runner_.figures();
   ++figures.states;
   CutSequence here = sequence;
-  here.cuts.push_back({state, 0});
-  const std::size_t first = figures.violations.size();
-  const std::optional<std::uint64_t> generation = runner_.CheckState(disks, state, disturbance);
-  runner_.Attribute(first, ReplayOf(here));
+  here.cuts.push_back({point.state, 0});
   const LossSpace space(disks);
   if (space.count() > losses) figures.skipped += space.count() - losses;
   for (const std::uint64_t loss : Sample(space.count(), losses, random_)) {
     here.cuts.back().loss = loss;
-    LookAtLoss(AfterCut(disks, space.At(loss)), generation, disturbance, here, left);
+    CheckAfterCut(AfterCut(disks, space.At(loss)), point, here, left);
   }
 }
 
-void Explorer::LookAtLoss(Disks disks, std::optional<std::uint64_t> generation,
-                          Disturbance disturbance, const CutSequence& sequence,
-                          std::vector<SurvivingDisks>& left) {
+void Explorer::CheckAfterCut(Disks disks, const CutPoint& point, const CutSequence& sequence,
+                             std::vector<SurvivingDisks>& left) {
   Figures& figures = runner_.figures();
-  ++figures.images;
+  ++figures.cuts;
   const Image image = ImageOf(disks);
-  if (!seen_.insert(Fingerprint(image)).second) return;
+  const std::uint64_t fingerprint = Fingerprint(image);
+  if (!checked_.insert({fingerprint, point.generation, point.disturbance}).second) return;
   const std::size_t first = figures.violations.size();
-  runner_.check().CheckState(image, generation, disturbance, figures);
+  runner_.check().CheckState(image, point.generation, point.disturbance, figures);
   runner_.Attribute(first, ReplayOf(sequence));
+  if (!recovered_.insert(fingerprint).second) return;
   left.push_back({std::move(disks), sequence});
+}
+
+// The last state of a run is cut like every other. Only here it is known what the run has reported.
+void Explorer::CutAfterEnd(const EndedRun& ended, std::uint64_t last_state, std::uint64_t losses,
+                           const CutSequence& sequence) {
+  const std::size_t first = runner_.figures().violations.size();
+  CutSequence here = sequence;
+  here.cuts.push_back({last_state, 0});
+  const LossSpace space(ended.disks);
+  for (const std::uint64_t loss : Sample(space.count(), losses, random_)) {
+    here.cuts.back().loss = loss;
+    CheckSuccess(ended.end, ImageOf(AfterCut(ended.disks, space.At(loss))));
+    runner_.Attribute(first, ReplayOf(here));
+    if (runner_.figures().violations.size() > first) return;
+  }
+}
+
+void Explorer::CheckSuccess(const RunEnd& end, const Image& left) {
+  const bool installed = end.exit_code == 0 || end.exit_code == 6 || end.exit_code == 7;
+  if (weak_ || end.entry_point != EntryPoint::kMainSequence || !installed) return;
+  Check(runner_.figures(), Invariant::kSuccessLasts, runner_.check().IsNearlyInstalled(left),
+        "exit 0, 6 or 7, and a cut behind it takes the update back");
+  Check(runner_.figures(), Invariant::kSuccessLasts,
+        end.exit_code != 0 || runner_.check().MarkerMoved(left),
+        "exit 0, and a cut behind it takes the moved marker back");
 }
 
 // --- Recoveries ----------------------------------------------------------------------------------
 
-// The same updater, entered in the same way, with nothing in its way any more.
-PlannedRun Explorer::Again(const CutSequence& sequence) const {
+// The same updater, entered in the same way, without faults.
+PlannedRun Explorer::RecoveryRun(const CutSequence& sequence) const {
   return {.entry_point = scenario_.runs[sequence.run].entry_point};
 }
 
 void Explorer::Recover(const SurvivingDisks& survivor) {
   ++runner_.figures().disks;
   if (survivor.sequence.cuts.size() > 1) ++runner_.figures().second_order;
-  const std::string replay = ReplayOf(survivor.sequence);
-  const EndedRun ended = runner_.CheckedRun(survivor.disks, Again(survivor.sequence), replay);
+  const EndedRun ended = RunRecovery(survivor);
   const std::size_t first = runner_.figures().violations.size();
   CheckRecovery(survivor, ended.end);
-  runner_.Attribute(first, replay);
-  runner_.Converge(ended.disks, replay);
+  runner_.Attribute(first, ReplayOf(survivor.sequence));
+  runner_.Converge(ended.disks, ReplayOf(survivor.sequence));
 }
 
-// A way forward that was cut off is gone to its end by the next run. On two volumes what came back
-// may stand in its way.
+EndedRun Explorer::RunRecovery(const SurvivingDisks& survivor) {
+  const std::string replay = ReplayOf(survivor.sequence);
+  const std::size_t first = runner_.figures().violations.size();
+  EndedRun ended = runner_.CheckedRun(survivor.disks, RecoveryRun(survivor.sequence), replay,
+                                      [&](std::uint64_t state, const Disks& now) {
+                                        runner_.CheckState(now, state, Disturbance::kNone);
+                                      });
+  runner_.Attribute(first, replay);
+  return ended;
+}
+
+// An update that was cut on its way forward is finished by the next run. On two volumes a removed
+// file that a cut brought back may prevent that.
 void Explorer::CheckRecovery(const SurvivingDisks& survivor, const RunEnd& end) {
   const simulated::UpdatePlan& plan = scenario_.plan;
-  if (!strict_ || plan.state_drive != plan.target_drive) return;
+  if (plan.state_drive != plan.target_drive) return;
   if (end.entry_point != EntryPoint::kMainSequence) return;
   const JournalView found = runner_.check().JournalOf(ImageOf(survivor.disks));
   if (found.phase == TransactionPhase::Rollback || found.IsCorrupt()) return;
@@ -147,56 +213,72 @@ void Explorer::CheckRecovery(const SurvivingDisks& survivor, const RunEnd& end) 
 
 void Explorer::RecoverWithRandomCut(const SurvivingDisks& survivor) {
   Recover(survivor);
+  CutPoint kept;
+  Disks kept_disks;
+  runner_.Run(survivor.disks, RecoveryRun(survivor.sequence),
+              [&](std::uint64_t state, const Disks& now) {
+                // Reservoir sampling: how many states there are is known only at the end. If state
+                // number n replaces the kept one with probability 1/n, all are equally likely.
+                const CutPoint point = CheckLive(state, now, Disturbance::kNone, survivor.sequence);
+                if (random_() % state != 0) return;
+                kept = point;
+                kept_disks = now;
+              });
   std::vector<SurvivingDisks> left;
-  runner_.Run(survivor.disks, Again(survivor.sequence), [&](std::uint64_t state, const Disks& now) {
-    // Each state of a run of unknown length is as likely as any other.
-    if (random_() % state != 0) {
-      runner_.CheckState(now, state, Disturbance::kNone);
-      return;
-    }
-    left.clear();
-    LookAtState(now, state, 1, Disturbance::kNone, survivor.sequence, left);
-  });
+  CutAt(kept, kept_disks, 1, survivor.sequence, left);
   for (const SurvivingDisks& last : left) Recover(last);
 }
 
 // --- Replay --------------------------------------------------------------------------------------
 
-void Explorer::ReplayCut(const CutSequence& sequence, std::size_t cut, Disks& disks) {
-  const PlannedRun run = cut == 0 ? scenario_.runs[sequence.run] : Again(sequence);
-  Disks left;
+// Runs up to the cut and cuts. False where the run has no such state, or the state no such loss.
+bool Explorer::ReplayCut(const CutSequence& sequence, std::size_t cut, Disks& disks) {
+  const PlannedRun run = cut == 0 ? scenario_.runs[sequence.run] : RecoveryRun(sequence);
+  const Cut& wanted = sequence.cuts[cut];
+  CutPoint met;
+  Disks met_disks;
+  std::uint64_t last = 0;
   transcript_->append("--- a run starts on\n").append(Describe(ImageOf(disks)));
-  runner_.Run(disks, run, [&](std::uint64_t state, const Disks& now) {
-    const auto generation = runner_.CheckState(now, state, run.disturbance);
-    if (state != sequence.cuts[cut].state) return;
+  const EndedRun ended = runner_.Run(disks, run, [&](std::uint64_t state, const Disks& now) {
+    last = state;
+    const CutPoint point = CheckLive(state, now, run.disturbance, sequence);
+    if (state != wanted.state) return;
     transcript_->append("--- its calls up to the cut\n").append(CallsOf(runner_.computer()));
-    left = AfterCut(now, LossSpace(now).At(sequence.cuts[cut].loss));
-    runner_.check().CheckState(ImageOf(left), generation, run.disturbance, runner_.figures());
+    met = point;
+    met_disks = now;
   });
-  disks = std::move(left);
+  const LossSpace space(met_disks);
+  if (met.state == 0 || wanted.loss >= space.count()) return false;
+  disks = AfterCut(met_disks, space.At(wanted.loss));
+  const Image left = ImageOf(disks);
+  runner_.check().CheckState(left, met.generation, run.disturbance, runner_.figures());
+  if (wanted.state == last) CheckSuccess(ended.end, left);
+  return true;
 }
 
-Figures Explorer::Replay(const CutSequence& sequence) {
-  if (sequence.run >= scenario_.runs.size()) return {};
+std::optional<Figures> Explorer::Replay(const CutSequence& sequence) {
+  if (sequence.run >= scenario_.runs.size()) return std::nullopt;
   Disks disks = runner_.start();
   for (std::size_t run = 0; run < sequence.run; ++run) {
     disks = runner_.Run(disks, scenario_.runs[run]).disks;
   }
   for (std::size_t cut = 0; cut < sequence.cuts.size(); ++cut) {
-    ReplayCut(sequence, cut, disks);
-    if (!disks.empty()) continue;
-    transcript_->clear();  // The run has no such state.
-    return {};
+    if (!ReplayCut(sequence, cut, disks)) return std::nullopt;
   }
-  const PlannedRun last = sequence.cuts.empty() ? scenario_.runs[sequence.run] : Again(sequence);
-  const EndedRun ended = runner_.CheckedRun(disks, last, {});
-  if (!sequence.cuts.empty()) CheckRecovery({disks, sequence}, ended.end);
-  runner_.Converge(ended.disks, {});
+  if (sequence.cuts.empty()) {
+    disks = runner_.CheckedRun(disks, scenario_.runs[sequence.run], {}).disks;
+  } else {
+    const SurvivingDisks survivor{disks, sequence};
+    const EndedRun ended = RunRecovery(survivor);
+    CheckRecovery(survivor, ended.end);
+    disks = ended.disks;
+  }
+  runner_.Converge(disks, {});
   runner_.Attribute(0, ReplayOf(sequence));
   return runner_.figures();
 }
 
-// --- CutSequences --------------------------------------------------------------------------------------
+// --- Cut sequences as text -----------------------------------------------------------------------
 
 std::string CutSequence::Text() const {
   std::string text = std::to_string(run);
@@ -225,6 +307,7 @@ std::optional<CutSequence> CutSequence::Parse(std::string_view text) {
     sequence.cuts.push_back({*state, *loss});
     rest.remove_prefix(std::min(rest.size(), cut.size() + 1));
   }
+  if (sequence.Text() != text) return std::nullopt;  // A separator or a zero too many.
   return sequence;
 }
 

@@ -7,92 +7,74 @@
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
 
 namespace tolvarine::updater::crash_lab {
+
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Violation, invariant, what, replay)
+
 namespace {
+
+using Json = nlohmann::json;
 
 struct RunningJob {
   const Job* job = nullptr;
-  std::FILE* results = nullptr;  // What the child wrote, once it has ended.
+  std::FILE* results = nullptr;  // The child's figures as JSON, once it has ended.
   Clock::time_point started;
 };
 
-// The figures as lines: the numbers, then four lines for each violation.
-void Write(std::FILE* file, const Figures& figures) {
-  const auto number = [&](std::uint64_t value) {
-    std::fprintf(file, "%llu\n", static_cast<unsigned long long>(value));
-  };
-  Figures copy = figures;
-  for (std::uint64_t* field : copy.Fields()) number(*field);
-  number(figures.violations.size());
-  for (const Violation& violation : figures.violations) {
-    std::fprintf(file, "%d\n%s\n%s\n", static_cast<int>(violation.invariant),
-                 violation.what.c_str(), violation.replay.c_str());
-  }
-  number(figures.redirected.size());
-  for (const std::string& between : figures.redirected) std::fprintf(file, "%s\n", between.c_str());
+void Write(std::FILE* file, Figures figures) {
+  Json numbers = Json::array();
+  for (const std::uint64_t* field : figures.Fields()) numbers.push_back(*field);
+  const Json json = {{"numbers", std::move(numbers)},
+                     {"violations", figures.violations},
+                     {"redirected", figures.redirected}};
+  std::fputs(json.dump(-1, ' ', /*ensure_ascii=*/true, Json::error_handler_t::replace).c_str(),
+             file);
   std::fflush(file);
 }
 
-bool ReadLine(std::FILE* file, std::string& line) {
-  line.clear();
-  for (int c = std::fgetc(file); c != EOF; c = std::fgetc(file)) {
-    if (c == '\n') return true;
-    line.push_back(static_cast<char>(c));
-  }
-  return false;
-}
-
-bool ReadNumber(std::FILE* file, std::uint64_t& number) {
-  std::string line;
-  if (!ReadLine(file, line) || line.empty()) return false;
-  number = std::stoull(line);
-  return true;
-}
-
-// False where the child did not come to the end of its results.
-bool Read(std::FILE* file, Figures& figures) {
+// Nothing where the child did not write all of its figures.
+std::optional<Figures> Read(std::FILE* file) {
   std::rewind(file);
-  for (std::uint64_t* field : figures.Fields()) {
-    if (!ReadNumber(file, *field)) return false;
-  }
-  std::uint64_t count = 0;
-  if (!ReadNumber(file, count)) return false;
-  for (std::uint64_t i = 0; i < count; ++i) {
-    Violation violation;
-    std::uint64_t invariant = 0;
-    if (!ReadNumber(file, invariant) || !ReadLine(file, violation.what) ||
-        !ReadLine(file, violation.replay)) {
-      return false;
-    }
-    violation.invariant = static_cast<Invariant>(invariant);
-    figures.violations.push_back(std::move(violation));
-  }
-  if (!ReadNumber(file, count)) return false;
-  for (std::uint64_t i = 0; i < count; ++i) {
-    std::string between;
-    if (!ReadLine(file, between)) return false;
-    figures.redirected.insert(std::move(between));
-  }
-  return true;
+  const Json json = Json::parse(file, nullptr, /*allow_exceptions=*/false);
+  if (json.is_discarded()) return std::nullopt;
+  Figures figures;
+  const std::vector<std::uint64_t*> fields = figures.Fields();
+  for (std::size_t i = 0; i < fields.size(); ++i) json.at("numbers").at(i).get_to(*fields[i]);
+  json.at("violations").get_to(figures.violations);
+  json.at("redirected").get_to(figures.redirected);
+  return figures;
 }
 
-pid_t Start(const Job& job, std::FILE* results) {
+pid_t Start(const Job& job, std::FILE* results, unsigned limit) {
   std::fflush(stdout);
   const pid_t child = fork();
   if (child != 0) return child;
+  alarm(limit);  // Its signal ends a process that does not handle it.
   Write(results, job.work());
-  std::exit(EXIT_SUCCESS);  // Not _exit: what counts the lines that are run writes at exit.
+  std::exit(EXIT_SUCCESS);  // Not _exit: a build that counts lines writes its counts at exit.
+}
+
+// Why a job did not end by itself; empty if it did.
+std::string FailureOf(int status) {
+  if (WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM) return "killed at its time limit";
+  if (WIFSIGNALED(status)) return "killed by signal " + std::to_string(WTERMSIG(status));
+  if (WEXITSTATUS(status) != 0) return "exit code " + std::to_string(WEXITSTATUS(status));
+  return {};
 }
 
 Figures Finish(const RunningJob& running, int status) {
-  Figures figures;
-  const bool whole =
-      Read(running.results, figures) && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+  std::string failure = FailureOf(status);
+  const std::optional<Figures> read = failure.empty() ? Read(running.results) : std::nullopt;
   std::fclose(running.results);
-  if (!whole) {
-    figures.violations.push_back(
-        {Invariant::kEndsByTheTable, "the job died: " + running.job->name, {}});
+  Figures figures = read.value_or(Figures());
+  figures.jobs = read ? 1 : 0;
+  if (!read) {
+    if (failure.empty()) failure = "its figures are incomplete";
+    figures.failed_jobs.push_back(running.job->name + ": " + failure + "\n  crash_lab " +
+                                  running.job->again);
   }
   const std::chrono::duration<double> time = Clock::now() - running.started;
   std::fputs(TableRow(running.job->name, figures, time.count()).c_str(), stdout);
@@ -110,7 +92,7 @@ Figures RunJobs(const std::vector<Job>& jobs, unsigned parallel, const Stop& sto
   while (may_start() || !running.empty()) {
     while (may_start() && running.size() < parallel) {
       RunningJob started{&jobs[next++], std::tmpfile(), Clock::now()};
-      running[Start(*started.job, started.results)] = started;
+      running[Start(*started.job, started.results, stop.job_limit)] = started;
     }
     int status = 0;
     const pid_t ended = wait(&status);
@@ -118,7 +100,7 @@ Figures RunJobs(const std::vector<Job>& jobs, unsigned parallel, const Stop& sto
     if (job == running.end()) continue;
     all.Add(Finish(job->second, status));
     running.erase(job);
-    if (stop.at_first && !all.violations.empty()) break;
+    if (stop.at_first && !all.passed()) break;
   }
   for (const auto& [process, job] : running) {
     kill(process, SIGKILL);

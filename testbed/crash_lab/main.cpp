@@ -1,13 +1,19 @@
-// The crash laboratory: see docs/crash-model.md for what it assumes and what it proves.
+// The crash laboratory. docs/crash-model.md says what it assumes and what it checks.
 //
-//   crash_lab                            the bounded run that the tests make
-//   crash_lab --seconds S --seed N       explores with other seeds and wider bounds for S seconds
+//   crash_lab                            the bounded run of the tests
+//   crash_lab --seed N                   the same with other samples
+//   crash_lab --seconds S [--seed N]     wider rounds with other seeds; starts jobs for S seconds
+//   crash_lab --first                    the bounded run up to the first violation
+//   crash_lab --weak                     the weaker model of storage alone
 //   crash_lab --scenario NAME            one scenario alone
-//   crash_lab --scenario NAME --case T   replays one case, and writes what it met to --out FILE
-//   crash_lab --first                    the bounded run, no further than the first violation
+//   crash_lab --scenario NAME [--weak] --case T [--out FILE]
+//                                        one case again; writes what it did to FILE
+//   crash_lab --job-limit S              a job is killed after S seconds and counts as failed
 //   crash_lab --list                     the names of the scenarios
+//   crash_lab --list-invariants          the invariants, as tables of docs/crash-model.md
 //
-// Exits 0 when no invariant was broken. The last line is the sum.
+// Exits with 0 if no invariant was broken and no job failed, with 2 if the command line is refused,
+// and otherwise with 1. The last line is the sum, and says how many of the planned jobs were run.
 
 #include <unistd.h>
 
@@ -15,56 +21,82 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "crash_lab/campaigns.h"
-#include "crash_lab/explorer.h"
-#include "crash_lab/jobs.h"
+#include "crash_lab/plan.h"
+#include "text/decimal.h"
 
 namespace tolvarine::updater::crash_lab {
 namespace {
 
+constexpr int kExitUsage = 2;
+
 struct CommandLine {
   std::uint64_t seed = 1;
   std::uint64_t seconds = 0;  // 0 for the bounded run.
+  unsigned job_limit = kJobLimit;
   std::string scenario;
   std::string replayed;
   std::string out;
   bool first = false;
+  bool weak = false;
   bool list = false;
-  bool sound = true;
+  bool list_invariants = false;
+  std::string refusal;  // Why it is refused; empty if it is not.
 };
+
+void TakeNumber(const std::string& name, std::string_view value, CommandLine& line) {
+  const std::optional<std::uint64_t> number = ParseDecimal<std::uint64_t>(value);
+  if (name == "--seed" && number) {
+    line.seed = *number;
+  } else if (name == "--seconds" && number && *number > 0) {
+    line.seconds = *number;
+  } else if (name == "--job-limit" && number && *number > 0 && *number <= kJobLimit) {
+    line.job_limit = static_cast<unsigned>(*number);
+  } else {
+    line.refusal = name + " does not take '" + std::string(value) + "'";
+  }
+}
+
+bool TakeSwitch(std::string_view name, CommandLine& line) {
+  if (name == "--first") return line.first = true;
+  if (name == "--weak") return line.weak = true;
+  if (name == "--list") return line.list = true;
+  if (name == "--list-invariants") return line.list_invariants = true;
+  return false;
+}
+
+void TakeValue(const std::string& name, const std::string& value, CommandLine& line) {
+  if (name == "--seed" || name == "--seconds" || name == "--job-limit") {
+    TakeNumber(name, value, line);
+  } else if (name == "--scenario") {
+    line.scenario = value;
+  } else if (name == "--case") {
+    line.replayed = value;
+  } else if (name == "--out") {
+    line.out = value;
+  } else {
+    line.refusal = "no such option: " + name;
+  }
+  if (value.empty() && line.refusal.empty()) line.refusal = name + " lacks a value";
+}
 
 CommandLine Parse(int count, char** arguments) {
   CommandLine line;
-  for (int i = 1; i < count; ++i) {
+  for (int i = 1; i < count && line.refusal.empty(); ++i) {
     const std::string name = arguments[i];
-    if (name == "--list" || name == "--first") {
-      (name == "--list" ? line.list : line.first) = true;
-      continue;
-    }
+    if (TakeSwitch(name, line)) continue;
     const char* const value = i + 1 < count ? arguments[++i] : "";
-    if (name == "--seed") {
-      line.seed = std::strtoull(value, nullptr, 10);
-    } else if (name == "--seconds") {
-      line.seconds = std::strtoull(value, nullptr, 10);
-    } else if (name == "--scenario") {
-      line.scenario = value;
-    } else if (name == "--case") {
-      line.replayed = value;
-    } else if (name == "--out") {
-      line.out = value;
-    } else {
-      line.sound = false;
-    }
-    if (*value == '\0') line.sound = false;
+    TakeValue(name, value, line);
   }
+  if (!line.refusal.empty()) return line;
+  if (!line.replayed.empty() && line.scenario.empty()) line.refusal = "--case needs --scenario";
+  if (!line.out.empty() && line.replayed.empty()) line.refusal = "--out needs --case";
   return line;
 }
-
-unsigned Processors() { return static_cast<unsigned>(std::max(1L, sysconf(_SC_NPROCESSORS_ONLN))); }
 
 std::vector<Scenario> ScenariosOf(const CommandLine& line) {
   std::vector<Scenario> scenarios = AllScenarios();
@@ -73,192 +105,112 @@ std::vector<Scenario> ScenariosOf(const CommandLine& line) {
   return scenarios;
 }
 
-// --- The jobs of one round -----------------------------------------------------------------------
-
-struct Round {
-  Bounds bounds;
-  CampaignBounds broken;
-  CampaignBounds acts;
-  CampaignBounds corruptions;
-  std::uint64_t seed = 1;
-};
-
-Round BoundedRound(std::uint64_t seed, bool first = false) {
-  Round round;
-  round.seed = seed;
-  round.broken = {.cases = 700, .seed = seed};
-  round.acts = {.cases = 500, .seed = seed};
-  round.corruptions = {.cases = 700, .seed = seed};
-  round.broken.first = round.acts.first = round.corruptions.first = first;
-  return round;
+int Refuse(const std::string& why) {
+  std::fprintf(stderr,
+               "crash_lab: %s\n"
+               "usage: crash_lab [--seed N] [--seconds S | --first] [--weak] [--scenario NAME]"
+               " [--job-limit S]\n"
+               "       crash_lab --scenario NAME [--weak] --case T [--out FILE]\n"
+               "       crash_lab --list | --list-invariants\n",
+               why.c_str());
+  return kExitUsage;
 }
 
-Round WideRound(std::uint64_t seed) {
-  Round round = BoundedRound(seed);
-  round.bounds = {.losses = 4096, .second_cuts = 400, .second_losses = 16, .third_cuts = 2000};
-  round.broken.cases = round.acts.cases = round.corruptions.cases = 4000;
-  return round;
-}
+// --- Reports -------------------------------------------------------------------------------------
 
-// One of the things that befall a scenario beside power cuts.
-struct Campaign {
-  std::string name;
-  Figures (*carry_out)(const Scenario&, const CampaignBounds&);
-  CampaignBounds bounds;
-};
-
-bool HasTwoVolumes(const Scenario& scenario) {
-  return scenario.plan.state_drive != scenario.plan.target_drive;
-}
-
-std::vector<Campaign> CampaignsOf(const Scenario& scenario, const Round& round) {
-  // Whether the state lies on a volume of its own changes nothing where nothing is lost.
-  const bool forward = scenario.runs.front().entry_point == EntryPoint::kMainSequence;
-  if (HasTwoVolumes(scenario) || !forward) return {};
-  std::vector<Campaign> campaigns;
-  const bool undisturbed = scenario.runs.front().faults.empty();
-  if (undisturbed && !scenario.prepare && !scenario.plan.baseline.empty()) {
-    campaigns.push_back({"an adversary", Interfere, round.acts});
-  }
-  campaigns.push_back({"calls fail", BreakCalls, round.broken});
-  if (undisturbed) campaigns.push_back({"damage", Damage, round.corruptions});
-  return campaigns;
-}
-
-// A thorough scenario's campaigns go in slices, so that all processors have a share of each.
-void AddCampaigns(const Scenario& scenario, const Round& round, std::vector<Job>& jobs) {
-  constexpr std::uint64_t kSlices = 4;
-  const std::uint64_t slices = scenario.thorough ? kSlices : 1;
-  for (Campaign& campaign : CampaignsOf(scenario, round)) {
-    for (std::uint64_t slice = 0; slice < slices; ++slice) {
-      std::string name = scenario.name + ": " + campaign.name;
-      if (slices > 1) name += ", " + std::to_string(slice + 1) + "/" + std::to_string(slices);
-      campaign.bounds.slice = slice;
-      campaign.bounds.slices = slices;
-      jobs.push_back(
-          {std::move(name), [=] { return campaign.carry_out(scenario, campaign.bounds); }});
-    }
-  }
-}
-
-Job Exploration(const Scenario& scenario, bool weak, const Round& round) {
-  return {scenario.name,
-          [=] { return Explorer(scenario, round.bounds, round.seed, weak).Explore(); }};
-}
-
-// What finds most comes first: the cuts on one volume, then all of the thorough scenario.
-std::vector<Job> JobsOf(const std::vector<Scenario>& scenarios, const Round& round) {
-  std::vector<Job> jobs;
-  std::vector<Job> later;
-  for (const Scenario& scenario : scenarios) {
-    const bool early = scenario.thorough || !HasTwoVolumes(scenario);
-    (early ? jobs : later).push_back(Exploration(scenario, false, round));
-  }
-  for (const Scenario& scenario : scenarios) {
-    AddCampaigns(scenario, round, scenario.thorough ? jobs : later);
-  }
-  jobs.insert(jobs.end(), later.begin(), later.end());
-  return jobs;
-}
-
-// --- The weaker model ----------------------------------------------------------------------------
-
-void PrintWhatHolds(const char* where, const Figures& figures) {
-  std::printf("%s: ", where);
-  bool all = true;
-  for (std::size_t i = 0; i < kInvariantCount; ++i) {
-    const auto broken =
-        std::ranges::count(figures.violations, static_cast<Invariant>(i), &Violation::invariant);
-    if (broken == 0) continue;
-    std::printf("%s%s broken %lld times", all ? "" : ", ",
-                std::string(NameOf(static_cast<Invariant>(i))).c_str(),
-                static_cast<long long>(broken));
-    all = false;
-  }
-  std::printf("%s\n", all ? "every invariant holds" : "; the others hold");
-}
-
-// Reported apart, and not among the violations: it is the medium that breaks its word here.
-void ExploreWeakerModel(const std::vector<Scenario>& scenarios, const Round& round) {
-  std::printf("\nweaker model: a write-through rename returns before it is on the medium\n");
-  for (const bool apart : {false, true}) {
-    std::vector<Job> jobs;
-    for (const Scenario& scenario : scenarios) {
-      if (HasTwoVolumes(scenario) == apart) jobs.push_back(Exploration(scenario, true, round));
-    }
-    if (jobs.empty()) continue;
-    const Figures figures = RunJobs(jobs, Processors());
-    PrintWhatHolds(apart ? "on two volumes" : "on one volume", figures);
-  }
-}
-
-// --- Telling -------------------------------------------------------------------------------------
-
-int Tell(const Figures& figures, std::uint64_t seed) {
-  constexpr std::size_t kShown = 40;
-  std::fputs(Summary(figures).c_str(), stdout);
-  for (std::size_t i = 0; i < std::min(kShown, figures.violations.size()); ++i) {
+void PrintViolations(const Figures& figures) {
+  constexpr std::size_t kPrinted = 40;
+  for (std::size_t i = 0; i < std::min(kPrinted, figures.violations.size()); ++i) {
     const Violation& violation = figures.violations[i];
-    std::printf("BROKEN %s: %s\n  crash_lab %s\n", std::string(NameOf(violation.invariant)).c_str(),
-                violation.what.c_str(), violation.replay.c_str());
+    std::printf("BROKEN %s: %s\n  crash_lab %s\n",
+                std::string(RowOf(violation.invariant).name).c_str(), violation.what.c_str(),
+                violation.replay.c_str());
   }
-  std::printf("violations %zu, disks %llu, cuts %llu, seed %llu\n", figures.violations.size(),
-              static_cast<unsigned long long>(figures.disks),
-              static_cast<unsigned long long>(figures.cuts), static_cast<unsigned long long>(seed));
-  return figures.violations.empty() ? EXIT_SUCCESS : EXIT_FAILURE;
+  for (const std::string& job : figures.failed_jobs) std::printf("FAILED %s\n", job.c_str());
 }
 
-// The case's own text says which campaign it is of; a sequence begins with a number.
-Figures ReplayCase(const Scenario& scenario, const CommandLine& line, std::string& transcript) {
-  CampaignBounds one;
-  one.only = line.replayed;
-  one.transcript = &transcript;
-  if (line.replayed.starts_with("act:")) return Interfere(scenario, one);
-  if (line.replayed.starts_with("damage:")) return Damage(scenario, one);
+int ExitCodeOf(const Figures& figures) { return figures.passed() ? EXIT_SUCCESS : EXIT_FAILURE; }
+
+// `planned`: the jobs of the rounds that were begun.
+int Report(const Figures& figures, std::size_t planned, const CommandLine& line) {
+  std::fputs(Summary(figures).c_str(), stdout);
+  PrintViolations(figures);
+  if (figures.jobs < planned) {
+    std::printf("INCOMPLETE: %llu of the %zu planned jobs were not run to their end\n",
+                static_cast<unsigned long long>(planned - figures.jobs), planned);
+  }
+  std::printf(
+      "violations %zu, failed jobs %zu, jobs %llu of %zu%s%s, cuts %llu, disks %llu, %s %llu\n",
+      figures.violations.size(), figures.failed_jobs.size(),
+      static_cast<unsigned long long>(figures.jobs), planned,
+      line.scenario.empty() ? "" : " of one scenario alone",
+      line.weak ? " under the weaker model alone" : "",
+      static_cast<unsigned long long>(figures.cuts), static_cast<unsigned long long>(figures.disks),
+      line.seconds == 0 ? "seed" : "seeds from", static_cast<unsigned long long>(line.seed));
+  return ExitCodeOf(figures);
+}
+
+// --- What the command line asks for --------------------------------------------------------------
+
+std::optional<Figures> ReplayCase(const Scenario& scenario, const CommandLine& line,
+                                  std::string& transcript) {
   const std::optional<CutSequence> sequence = CutSequence::Parse(line.replayed);
-  if (!sequence) return BreakCalls(scenario, one);
-  return Explorer(scenario, Bounds(), line.seed, false, &transcript).Replay(*sequence);
+  if (sequence) {
+    return Explorer(scenario, Bounds(), line.seed, line.weak, &transcript).Replay(*sequence);
+  }
+  if (line.weak) return std::nullopt;  // The campaigns cut no power.
+  return ReplayInCampaign(scenario, line.replayed, transcript);
 }
 
 int Replay(const Scenario& scenario, const CommandLine& line) {
+  alarm(line.job_limit);
   std::string transcript;
-  const Figures figures = ReplayCase(scenario, line, transcript);
-  if (transcript.empty()) {
-    std::fprintf(stderr, "no such case: %s\n", line.replayed.c_str());
+  const std::optional<Figures> figures = ReplayCase(scenario, line, transcript);
+  if (!figures) {
+    std::fprintf(stderr, "crash_lab: no such case: %s\n", line.replayed.c_str());
     return EXIT_FAILURE;
   }
   std::FILE* const file = line.out.empty() ? stdout : std::fopen(line.out.c_str(), "w");
-  if (file == nullptr) return EXIT_FAILURE;
+  if (file == nullptr) {
+    std::perror(line.out.c_str());
+    return EXIT_FAILURE;
+  }
   std::fputs(transcript.c_str(), file);
   if (file != stdout) std::fclose(file);
-  return Tell(figures, line.seed);
+  PrintViolations(*figures);
+  std::printf("violations %zu, one case again\n", figures->violations.size());
+  return ExitCodeOf(*figures);
 }
 
 int Explore(const CommandLine& line, const std::vector<Scenario>& scenarios) {
-  const Clock::time_point end = Clock::now() + std::chrono::seconds(line.seconds);
+  const auto processors = static_cast<unsigned>(std::max(1L, sysconf(_SC_NPROCESSORS_ONLN)));
+  Stop stop{.at_first = line.first, .job_limit = line.job_limit};
   std::fputs(TableHead().c_str(), stdout);
   Figures all;
+  std::size_t planned = 0;
+  const auto carry_out = [&](const Round& round) {
+    const std::vector<Job> jobs = JobsOf(scenarios, round, line.weak);
+    planned += jobs.size();
+    all.Add(RunJobs(jobs, processors, stop));
+  };
   if (line.seconds == 0) {
-    const Round round = BoundedRound(line.seed, line.first);
-    all = RunJobs(JobsOf(scenarios, round), Processors(), {.at_first = line.first});
-    if (!line.first) ExploreWeakerModel(scenarios, round);
+    carry_out(BoundedRound(line.seed, line.first));
+  } else {
+    stop.at = Clock::now() + std::chrono::seconds(line.seconds);
+    for (std::uint64_t seed = line.seed; Clock::now() < stop.at; ++seed) carry_out(WideRound(seed));
   }
-  for (std::uint64_t seed = line.seed; line.seconds != 0 && Clock::now() < end; ++seed) {
-    all.Add(RunJobs(JobsOf(scenarios, WideRound(seed)), Processors(), {.at = end}));
-  }
-  return Tell(all, line.seed);
+  return Report(all, planned, line);
 }
 
 int Main(int count, char** arguments) {
   const CommandLine line = Parse(count, arguments);
-  const std::vector<Scenario> scenarios = ScenariosOf(line);
-  if (!line.sound || scenarios.empty()) {
-    std::fputs(
-        "usage: crash_lab [--seconds S] [--seed N] [--scenario NAME [--case T [--out FILE]]]"
-        " [--first] [--list]\n",
-        stderr);
-    return EXIT_FAILURE;
+  if (!line.refusal.empty()) return Refuse(line.refusal);
+  if (line.list_invariants) {
+    std::fputs(InvariantsAsMarkdown().c_str(), stdout);
+    return EXIT_SUCCESS;
   }
+  const std::vector<Scenario> scenarios = ScenariosOf(line);
+  if (scenarios.empty()) return Refuse("no such scenario: " + line.scenario);
   if (line.list) {
     for (const Scenario& scenario : scenarios) std::printf("%s\n", scenario.name.c_str());
     return EXIT_SUCCESS;
