@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "driver/main_sequence.h"
+#include "driver/failure_message.h"
 #include "end_to_end/real_update.h"
 #include "files/failure.h"
 #include "files/unique_handle.h"

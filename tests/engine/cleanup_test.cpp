@@ -1,5 +1,7 @@
 #include "engine/cleanup.h"
 
+#include "engine/finalization.h"
+
 #include <gtest/gtest.h>
 
 #include "support/engine_runs.h"
