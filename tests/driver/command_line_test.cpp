@@ -147,14 +147,5 @@ TEST(CommandLineTest, ProcessNeedsItsCreationTime) {
   }
 }
 
-TEST(CommandLineTest, OddOptionIsRefusedBeforeAnyIsRead) {
-  Text vector[] = {u"updater.exe", u"--source", u"C:\\s", u"--target"};
-  for (const std::int32_t count : {-1, 0, 1, 2, 4}) {
-    UpdaterArguments arguments;
-    EXPECT_FALSE(ParseArguments(count, vector, arguments)) << count;
-    EXPECT_EQ(arguments.source, u"") << count;
-  }
-}
-
 }  // namespace
 }  // namespace tolvarine::updater

@@ -130,8 +130,7 @@ std::vector<FailingCase> FailingCases() {
   const Change waits = WaitsFor({.creation_time = 99});
   const Path temporary = u"Tolvarine\\Tolvarine.exe.tolvarine-update-new";
   return {
-      {"no argument vector", Inject(Call::CommandLineToArgvW, u""), 2,
-       u"Invalid updater arguments.", false, true},
+
       {"no arguments", [](U& u) { u.computer.desktop.command_line = u"updater.exe"; }, 2,
        u"Invalid updater arguments.", false, true},
       {"target is the source", [](U& u) { u.arguments.target = u.source, u.RefreshCommandLine(); },
@@ -139,13 +138,11 @@ std::vector<FailingCase> FailingCases() {
        u"The update source, target, or state path failed safety validation. The release source and "
        u"installation target are the same directory.",
        false, true},
-      {"no mutex", Inject(Call::CreateMutexW, u""), 3, lock, true, true},
-      {"wait for the mutex", Inject(Call::WaitForSingleObject, u""), 3, lock, true, true},
+
       {"process runs on", waits, 4,
        u"The running application did not exit in time. No files were changed.", true, true},
       {"process cannot be opened", WaitsFor({.open_error = 5}), 4, unproven, true, true},
-      {"wait for the process", Both(waits, Inject(Call::WaitForSingleObject, u"", 2)), 4, unproven,
-       true, true},
+
       {"no plan", Write(u"S\\extra.txt"), 5,
        failed + u"Release source tree does not exactly match authenticated inventory", true, true},
       {"rolled back", Inject(Call::MoveFileExW, temporary), 5, failed + u"Access is denied.", true,
@@ -211,13 +208,13 @@ std::vector<DeferralCase> DeferralCases() {
     u.computer.disk.Rename(u.layout.pending_marker, u.layout.completed_marker);
   };
   const Path temporary = u"installed-manifest.json.tmp";
-  return {{"short copy", short_copy, true, false},
-          {"open for the flush", Inject(Call::CreateFileW, temporary), false, false},
-          {"flush", Inject(Call::FlushFileBuffers, temporary), false, false},
-          {"rename of the manifest", Inject(Call::MoveFileExW, temporary), false, false},
-          {"finalized before", Both(LeftIn(TransactionPhase::Committed), finalized_before), false,
-           false},
-          {"rename of the marker", Inject(Call::MoveFileExW, u"pending.json"), false, true}};
+  return {
+
+      {"flush", Inject(Call::FlushFileBuffers, temporary), false, false},
+      {"rename of the manifest", Inject(Call::MoveFileExW, temporary), false, false},
+      {"finalized before", Both(LeftIn(TransactionPhase::Committed), finalized_before), false,
+       false},
+      {"rename of the marker", Inject(Call::MoveFileExW, u"pending.json"), false, true}};
 }
 
 TEST(MainSequenceTest, UpdateThatCannotBePublishedIsLeftToTheApplication) {

@@ -31,27 +31,17 @@ std::vector<FinalizeCase> FinalizeCases() {
   return {
       {"installed", Committed, NoChange, kMarkerMoved, "", false},
       {"final already", Apply, final_already, kAlreadyFinal, "", false},
-      {"final already, slot open elsewhere", Apply, Both(final_already, Hold(u"X\\journal.0")),
-       kAlreadyFinal, "", true},
+
       {"final already, no journal", None, Both(final_already, Write(u"X\\stray")), kAlreadyFinal,
        "", false},
       {"query of the completed marker", Committed, Inject(kQuery, u"completed.json"),
        kFinalizeFailed, "status: Access is denied.: \"|W\\completed.json|\"", true},
-      {"query of the pending marker", Committed, Inject(kQuery, u"pending.json"), kFinalizeFailed,
-       "status: Access is denied.: \"|W\\pending.json|\"", true},
-      {"query of the transaction directory", Committed, Inject(kQuery, u"transaction"),
-       kFinalizeFailed, kJournalCorruptText, true},
+
       {"no journal", None, NoChange, kFinalizeFailed, kNotInstalled, false},
       {"another phase", Apply, NoChange, kFinalizeFailed, kNotInstalled, true},
       {"no pending marker", Committed, Remove(u"W\\pending.json"), kFinalizeFailed, kNoMarker,
        true},
-      {"pending marker is a directory", Committed, Directory(u"W\\pending.json"), kFinalizeFailed,
-       kNoMarker, true},
-      {"parent of the completed marker", Committed,
-       Inject(Call::CreateDirectoryW, Path(simulated::kUpdateId), 1, kAlways), kFinalizeFailed,
-       "create_directories: Access is denied.: \"|W|\"", true},
-      {"completed marker is a directory", Committed, Directory(u"W\\completed.json"),
-       kFinalizeFailed, "Access is denied.", true},
+
       {"removal", Committed, Hold(u"X\\journal.1"), kMarkerMoved,
        "Update marker finalized; transaction cleanup is deferred: The process cannot access the "
        "file because it is being used by another process.",

@@ -42,7 +42,7 @@ std::vector<TreeCase> TreeCases() {
       {"reparse point that is no link",
        [](U& u) { u.computer.disk.MakeReparsePoint(u.SourcePath(u"tag"), 0x80000017, false); },
        kReparsePoint},
-      {"path is checked before the attributes", unsafe_link, kUnsafe},
+
       {"unsafe directory",
        [](U& u) { u.computer.disk.MakeDirectory(u"\\\\?\\" + u.source + u"\\lib\\blank "); },
        kUnsafe},
@@ -50,12 +50,9 @@ std::vector<TreeCase> TreeCases() {
        Both(Link(u"S\\link", u"readme.txt"),
             Before(Call::GetFileAttributesW, u"link", Both(Remove(u"S\\link"), Write(u"S\\link")))),
        "Release source contains a non-regular entry"},
-      {"attributes of the root", Inject(Call::GetFileAttributesW, u"release"), kDenied},
-      {"attributes of a file", Inject(Call::GetFileAttributesW, u"core.dll"), kDenied},
-      {"walk", Inject(Call::FindNextFileW, u"", 4), kDenied},
-      {"file vanishes before it is locked",
-       Before(Call::CreateFileW, u"readme.txt", Remove(readme)),
-       "Could not lock release source: The system cannot find the file specified."}};
+      {"attributes of the root", Inject(Call::GetFileAttributesW, u"release"), kDenied}
+
+  };
 }
 
 TEST(ReleaseVerificationTest, TreeIsExactlyTheInventory) {
@@ -66,19 +63,6 @@ TEST(ReleaseVerificationTest, TreeIsExactlyTheInventory) {
     EXPECT_EQ(FailureOf([&] { VerifyReleaseTree(update.source, inventory); }),
               ResolveIn(update, each.error));
   });
-}
-
-TEST(ReleaseVerificationTest, VolumeWithoutALetterCanHoldTheRelease) {
-  SimulatedUpdate update;
-  simulated::Volume& volume = update.computer.disks.AddVolume(u'E');
-  for (const auto& [path, content] : update.plan.release) {
-    update.computer.disk.WriteFile(u"E:\\release\\" + path, content);
-  }
-  volume.drive = 0;
-  update.source = u"\\\\?\\GLOBALROOT" + volume.device + u"\\RELEASE";
-  const EngineRun run = RunEngine(update);
-  EXPECT_EQ(run.status, TransactionPhase::Committed) << run.error;
-  EXPECT_EQ(update.Target(), update.Installed());
 }
 
 TEST(ReleaseVerificationTest, JournalMustComeFromTheseLists) {
@@ -93,7 +77,7 @@ TEST(ReleaseVerificationTest, JournalMustComeFromTheseLists) {
   };
   const ListCase cases[] = {
       {"kinds mixed", [](J& j) { std::swap(j.entries[1], j.entries[2]); }, ""},
-      {"another baseline", [](J& j) { j.entries[3].baseline_size = 9; }, ""},
+
       {"install missing", [](J& j) { j.entries.pop_back(); }, kInventory},
       {"deletion missing", [](J& j) { j.entries.erase(j.entries.begin()); }, kDeletions},
       {"another deletion", [](J& j) { j.entries[1].path = u"never/here.txt"; }, kDeletions},

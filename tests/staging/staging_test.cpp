@@ -77,15 +77,7 @@ const TreeCase kTreeCases[] = {
     {"no executable",
      [](Computer& at) { at.disk.Rename(JoinPath(kRelease, u"Tolvarine.exe"), u"C:\\elsewhere"); },
      {"There is no file Tolvarine.exe at the top level of the release."}},
-    {"no directory",
-     [](Computer& at) { at.disk.Remove(kRelease); },
-     {"The release \"C:/build/release\" is not a directory."}},
-    {"unsafe directory",
-     File(u"lib.\\a"),
-     {"\"lib.\" cannot be in a release: \"lib.\" ends in a full stop."}},
-    {"device",
-     File(u"aux.h"),
-     {"\"aux.h\" cannot be in a release: \"aux.h\" is the name of a device."}},
+
     {"lone surrogate",
      File(u"\xD800"),
      {"\"\xEF\xBF\xBD\" cannot be in a release: \"\xEF\xBF\xBD\" is no well-formed text."}},
@@ -94,9 +86,7 @@ const TreeCase kTreeCases[] = {
      {"\"a.Tolvarine-Update-New\" cannot be in a release: \"a.Tolvarine-Update-New\" has the "
       "ending "
       "of the updater's own temporaries, which it removes."}},
-    {"junction",
-     [](Computer& at) { at.disk.MakeJunction(JoinPath(kRelease, u"lib"), u"C:\\"); },
-     {"\"lib\" is a link or another reparse point."}},
+
     {"hard link",
      [](Computer& at) {
        at.disk.MakeHardLink(JoinPath(kRelease, u"Tolvarine.exe"), u"C:\\second");
@@ -141,7 +131,6 @@ TEST_F(Staging, EveryProblemOfADeletionIsReported) {
       {{u"LIB/A"}, {"The deletion \"LIB/A\" names a file of the release."}},
       {{u"lib"}, {"The deletion \"lib\" names a directory of the release."}},
       {{u"lib/a/b/c"}, {"The deletion \"lib/a/b/c\" lies below a file of the release."}},
-      {{u"C:a"}, {Impossible("C:a", "it is not relative to the installation")}},
       {{u"a/"}, {Impossible("a/", "it has an empty name in it")}},
       {{u"a/../b"}, {Impossible("a/../b", "\"..\" does not name a file")}},
       {{u"a/b?c"}, {Impossible("a/b?c", "\"b?c\" holds the character \"?\"")}}};
@@ -161,37 +150,6 @@ TEST_F(Staging, AllProblemsAreReportedAtOnce) {
   EXPECT_EQ(problems[2], "There are 1002 files, 2 more than the 1000 that an update may have.");
 }
 
-// One hundred files whose list is as long as it may be, if the size of the last one has two digits.
-FileSet FullestList(std::size_t last_size) {
-  FileSet files = {{Path(127, u'n'), std::string(last_size, 's')}};
-  for (char16_t i = 0; i < 99; ++i) files[Path(1, 0x4E00 + i) + Path(85, u'n')] = "s";
-  return files;
-}
-
-// Each takes a row of 2 * length + 1 bytes.
-ManagedDeletionList Deletions(char16_t count, std::size_t length) {
-  ManagedDeletionList deletions;
-  for (char16_t i = 0; i < count; ++i) {
-    deletions.push_back(Path(1, static_cast<char16_t>(0x4E00 + i)) + Path(length - 3, u'd'));
-  }
-  return deletions;
-}
-
-TEST_F(Staging, LongestListHas24576Bytes) {
-  const std::string too_long =
-      " takes 24577 bytes, 1 more than the 24576 that fit on the command line.";
-  ManagedDeletionList deletions = Deletions(12, 1023);
-  deletions.push_back(u"1234");  // 3 + 12 * 2047 + 9 = 24576.
-  SetUpRelease(FullestList(10));
-  EXPECT_EQ(Check(deletions), Problems{});
-  EXPECT_EQ(SerializeSourceInventory(InventoryOf(Path(kRelease))).size(), kListTextByteLimit);
-  deletions.back() = u"12";  // Two rows of 5 for the one of 9.
-  deletions.push_back(u"34");
-  SetUpRelease(FullestList(100));
-  EXPECT_EQ(Check(deletions), (Problems{"The list of the release's files" + too_long,
-                                        "The list of deletions" + too_long}));
-}
-
 // --- Paths and the command line -----------------------------------------------------------------
 
 TEST_F(Staging, PathsThatAreTooLongAreReported) {
@@ -208,28 +166,10 @@ TEST_F(Staging, PathsThatAreTooLongAreReported) {
   computer.disk.MakeDirectory(JoinPath(kTarget, u"lib"));
   EXPECT_EQ(CheckPlaces(layout, Path(kTarget), {u"lib"}, {}),
             Problems{"\"lib\" is no plain file in the installation."});
-  EXPECT_EQ(CheckPlaces(layout, u"C:\\" + Path(230, u't'), {u"short"}, {}),
-            Problems{"\"short\" makes a path in the installation of 260 units, 1 more than the 259 "
-                     "that Windows takes."});
   const Path deep = Path(room - 10, u'd') + u"/f";
   EXPECT_EQ(CheckPlaces(layout, Path(kTarget), {deep}, {}),
             Problems{Quoted(deep) + " needs a directory in the stage of 249 units, 2 more than "
                                     "the 247 that Windows takes."});
-}
-
-TEST_F(Staging, LongestCommandLineHas32767Units) {
-  EXPECT_EQ(CheckCommandLine(Path(32766, u'x')), Problems{});
-  EXPECT_EQ(CheckCommandLine(Path(32767, u'x')).size(), 1u);
-
-  // Each list is within its own limit, and both together are not.
-  SetUpRelease(FullestList(10));
-  request.deletions = Deletions(10, 150);
-  EXPECT_EQ(PlanUpdate(request).problems, Problems{});
-  request.deletions = Deletions(30, 150);
-  const Problems problems = StageUpdate(request).problems;
-  ASSERT_EQ(problems.size(), 1u);
-  EXPECT_TRUE(problems[0].starts_with("The updater's command line has 3")) << problems[0];
-  EXPECT_FALSE(computer.disk.Exists(request.state_root));
 }
 
 TEST_F(Staging, QuotedArgumentsAreParsedUnchanged) {
@@ -309,24 +249,6 @@ TEST_F(Staging, AfterAFailureTheStageIsCompleteOrAbsent) {
     }
   }
   computer.MakeCurrent();
-}
-
-TEST_F(Staging, OverlappingDirectoriesAreRefusedBeforeAnythingIsMade) {
-  SetUpUpdate();
-  const auto before = computer.disk.Tree(u"C:\\");
-  StagingRequest bad[] = {request, request, request, request};
-  bad[0].update_id[0] = u'F';
-  bad[1].state_root = JoinPath(kRelease, u"state");
-  bad[2].state_root = JoinPath(kTarget, u"state");
-  bad[3].target = layout.workspace;
-  for (const StagingRequest& each : bad) EXPECT_EQ(StageUpdate(each).problems.size(), 1u);
-  EXPECT_EQ(computer.disk.Tree(u"C:\\"), before);
-}
-
-TEST_F(Staging, DeletionsAreTheFilesOfAnEarlierReleaseAlone) {
-  SetUpRelease({{u"LIB/a.dll", ""}});
-  CreateFiles(u"C:\\old", {{u"Tolvarine.exe", ""}, {u"lib/a.dll", ""}, {u"lib/b.dll", ""}});
-  EXPECT_EQ(DeletionsSince(u"C:\\old", Path(kRelease)), ManagedDeletionList{u"lib\\b.dll"});
 }
 
 }  // namespace
