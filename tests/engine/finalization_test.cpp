@@ -26,8 +26,8 @@ struct FinalizeCase {
 std::vector<FinalizeCase> FinalizeCases() {
   const Change final_already = Write(u"W\\completed.json", "earlier");
   constexpr Call kQuery = Call::GetFileAttributesExW;
-  constexpr char kNotInstalled[] = "Update payload is not durably installed";
-  constexpr char kNoMarker[] = "Pending update marker is missing";
+  static constexpr char kNotInstalled[] = "Update payload is not durably installed";
+  static constexpr char kNoMarker[] = "Pending update marker is missing";
   return {
       {"installed", Committed, NoChange, kMarkerMoved, "", false},
       {"final already", Apply, final_already, kAlreadyFinal, "", false},

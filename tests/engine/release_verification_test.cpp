@@ -14,10 +14,11 @@ struct TreeCase {
 };
 
 std::vector<TreeCase> TreeCases() {
-  constexpr char kMismatch[] = "Release source tree does not exactly match authenticated inventory";
-  constexpr char kReparsePoint[] = "Release source contains a reparse point";
-  constexpr char kUnsafe[] = "Unsafe release path";
-  constexpr char kDenied[] = "Access is denied.";
+  static constexpr char kMismatch[] =
+      "Release source tree does not exactly match authenticated inventory";
+  static constexpr char kReparsePoint[] = "Release source contains a reparse point";
+  static constexpr char kUnsafe[] = "Unsafe release path";
+  static constexpr char kDenied[] = "Access is denied.";
   using U = SimulatedUpdate;
   const Path readme = u"S\\readme.txt";
   const Change other_case = [](U& u) {
@@ -66,8 +67,9 @@ TEST(ReleaseVerificationTest, TreeIsExactlyTheInventory) {
 }
 
 TEST(ReleaseVerificationTest, JournalMustComeFromTheseLists) {
-  constexpr char kInventory[] = "Authenticated source inventory does not match transaction journal";
-  constexpr char kDeletions[] =
+  static constexpr char kInventory[] =
+      "Authenticated source inventory does not match transaction journal";
+  static constexpr char kDeletions[] =
       "Authenticated managed deletion list does not match transaction journal";
   using J = TransactionJournal;
   struct ListCase {
