@@ -257,6 +257,7 @@ TEST(TransactionRunTest, OverlappingDirectoriesAreRefusedBeforeTheListsAreRead) 
                                           {inner, b, a}};
   for (const auto& [source, target, transaction] : overlaps) {
     SimulatedUpdate update;
+    for (const Path& path : {a, b}) update.computer.disk.MakeDirectory(path);
     update.source = source;
     update.target = target;
     update.layout.transaction = transaction;
