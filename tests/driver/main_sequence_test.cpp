@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <new>
 
 #include "driver/installation_lock.h"
 #include "driver/update_log.h"
@@ -254,18 +253,6 @@ TEST(MainSequenceTest, RestartUsesItsPathAsGiven) {
     EXPECT_EQ(start.file, file);
     EXPECT_EQ(start.directory, u"C:\\Program Files\\Tolvarine");
     EXPECT_EQ(start.show, 1);
-  }
-}
-
-TEST(MainSequenceTest, ExceptionsOutsideTheTransactionLeaveTheProcess) {
-  const std::pair<Call, const char16_t*> calls[] = {
-      {Call::CreateMutexW, u""}, {Call::CopyFileW, u"pending.json"}, {Call::ShellExecuteW, u""}};
-  const Change no_memory = [](SimulatedUpdate&) { throw std::bad_alloc(); };
-  for (const auto& [call, suffix] : calls) {
-    SimulatedUpdate update;
-    Before(call, suffix, no_memory)(update);
-    EXPECT_THROW(update.Run(), std::bad_alloc);
-    ExpectNothingLeftOpen(update.computer);
   }
 }
 
