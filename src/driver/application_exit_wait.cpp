@@ -6,7 +6,7 @@
 namespace tolvarine::updater {
 namespace {
 
-// No more than it takes to identify the process and wait for it.
+// The least rights that identifying the process and waiting for it need.
 constexpr std::uint32_t kAccess =
     platform::kSynchronize | platform::kProcessQueryLimitedInformation;
 
@@ -14,7 +14,9 @@ class WindowsProcessWaitApi final : public ProcessWaitApi {
  public:
   platform::Handle OpenProcessHandle(std::uint32_t process_id, std::uint32_t access,
                                      std::uint32_t& error) override {
-    platform::SetLastError(0);  // The code read below must not be left over from earlier.
+    // An earlier call's code must not be taken for that of OpenProcess: 87 would mean "not
+    // running".
+    platform::SetLastError(0);
     const platform::Handle process = platform::OpenProcess(access, process_id);
     error = process == platform::kNullHandle ? platform::GetLastError() : 0;
     return process;

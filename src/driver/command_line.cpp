@@ -15,7 +15,7 @@ namespace {
 
 constexpr char16_t kLastAscii = 0x7F;
 
-// The 8-bit text of a serialized list, unit by unit. Nothing for one that is too long or not ASCII.
+// Converts a serialized list to 8-bit text. Returns nothing if it is too long or not ASCII.
 std::optional<std::string> NarrowList(std::u16string_view value) {
   if (value.size() > kListTextByteLimit) return std::nullopt;
   std::string text;
@@ -37,8 +37,8 @@ bool FillDeletions(UpdaterArguments& arguments, const char16_t* value) {
   return text && ParseManagedDeletionList(*text, arguments.managed_deletions, nullptr);
 }
 
-// Text behind the digits is left unread, on purpose; leading blanks and a sign pass as the conversion
-// takes them, so that -1 is 0xFFFFFFFF.
+// Text after the digits is ignored on purpose. The conversion accepts leading blanks and a sign, so
+// -1 is 0xFFFFFFFF.
 bool FillWaitPid(UpdaterArguments& arguments, const char16_t* value) {
   const char16_t* end = value;
   errno = 0;
@@ -48,7 +48,7 @@ bool FillWaitPid(UpdaterArguments& arguments, const char16_t* value) {
   return true;
 }
 
-// Unlike the process id, the creation time must be consumed to its last unit.
+// Unlike the process id, the creation time must have no text after its digits.
 bool FillCreationTime(UpdaterArguments& arguments, const char16_t* value) {
   const char16_t* end = value;
   errno = 0;
@@ -93,8 +93,7 @@ constexpr std::array kRequiredPaths = {
     &UpdaterArguments::completed_file, &UpdaterArguments::installed_manifest_file,
     &UpdaterArguments::workspace};
 
-// An expected creation time without a process is a contradiction, and a process without one is not
-// identified.
+// A process is identified only by both values together, so one without the other is refused.
 bool WaitOptionsAgree(const UpdaterArguments& arguments) {
   if (arguments.wait_pid == 0) return !arguments.has_wait_process_created_at;
   return arguments.has_wait_process_created_at && arguments.wait_process_created_at != 0;

@@ -1,8 +1,8 @@
-// The command line: a fixed set of named options, each with a value of its own.
+// The command line: a fixed set of named options, each followed by its value.
 //
 // The parser is strict by design: no defaults for required options, no abbreviations, no repeated
-// options, no `--name=value`, no switch without a value. It gives no reason for a refusal and
-// touches no file; paths are stored as given and judged by ValidateRequest.
+// options, no `--name=value`, no option without a value. It reports no reason for a refusal and
+// touches no file. It stores paths as given; ValidateRequest checks them.
 
 #pragma once
 
@@ -28,21 +28,22 @@ struct UpdaterArguments {
   std::u16string install_key;             // --install-key: the same form.
   SourceInventory source_inventory;       // --source-inventory: its text form.
   ManagedDeletionList managed_deletions;  // --managed-deletions: its text form; optional.
-  // --wait-pid: the process to wait for; 0 for none. Text behind the digits is ignored.
+  // --wait-pid: the process to wait for; 0 for none. Text after the digits is ignored.
   std::uint32_t wait_pid = 0;
-  // --wait-process-created-at: its creation time, a raw file time (100 nanoseconds since 1601, UTC).
-  // Given exactly with a process. Leading blanks and a sign pass, nothing behind the digits.
+  // --wait-process-created-at: its creation time, a raw file time (100 nanoseconds since 1601,
+  // UTC). Required exactly if there is a process. Leading blanks and a sign are accepted, text
+  // after the digits is not.
   std::uint64_t wait_process_created_at = 0;
   bool has_wait_process_created_at = false;
 };
 
-// Takes the argument vector, the program's own name first, and fresh arguments to fill. True when
-// all of it is acceptable; otherwise the arguments may be partly filled, and are not to be read.
-// Throws nothing but exhausted memory.
+// Parses the argument vector, whose first element is the program's own name, into
+// default-constructed arguments. Returns false if anything is not acceptable; the arguments may
+// then be partly filled and must not be used. Throws only std::bad_alloc.
 [[nodiscard]] bool ParseArguments(std::int32_t count, const char16_t* const* vector,
                                   UpdaterArguments& arguments);
 
-// True for exactly 64 units of 0-9 and a-f.
+// True for exactly 64 units, each 0-9 or a-f.
 [[nodiscard]] bool IsInstallationIdentifier(std::u16string_view text);
 
 }  // namespace tolvarine::updater

@@ -1,4 +1,4 @@
-// Where the system enters the program.
+// The entry point of the program.
 
 #include <cstdint>
 #include <exception>
@@ -10,19 +10,20 @@ namespace {
 
 namespace platform = tolvarine::updater::platform;
 
-// What the system itself ends a program with that has found its own state broken. The program's
-// exit codes are small numbers, so whoever started it cannot take this one for an outcome.
+// STATUS_STACK_BUFFER_OVERRUN, the code with which Windows ends a program that fails fast. The
+// updater's own exit codes are small numbers, so this code cannot be confused with an outcome.
 constexpr std::uint32_t kAbnormalEnd = 0xC0000409;
 
-// Takes the place of the runtime's abort, which would show a box of its own and then end with 3, a
-// code that says "nothing was changed". The next run goes on from the journal as after a power cut,
-// so there is nothing to tidy up, and a destructor could only do harm.
+// Replaces the runtime's abort, which would show its own box and then end with code 3; that is the
+// updater's code for "nothing changed". The next run continues from the journal as after a power
+// cut, so no destructor needs to run.
 void EndAbnormally() { platform::TerminateProcess(platform::GetCurrentProcess(), kAbnormalEnd); }
 
 }  // namespace
 
-// The runtime's start-up calls this by name in a program without a console. Its arguments are left
-// aside: the command line comes from the system, in its full 16-bit text.
+// The runtime calls this function by name in a program without a console. Its arguments are
+// ignored, since they hold the command line in the ANSI code page; the main sequence reads the
+// 16-bit text.
 extern "C" int WinMain(void* /*instance*/, void* /*previous*/, char* /*command_line*/,
                        int /*show*/) {
   std::set_terminate(EndAbnormally);

@@ -1,6 +1,6 @@
-// The lock that keeps two updaters from working on one installation: a named mutex of the logon
-// session whose name comes straight from the installation's key. It is held from its acquisition on
-// through every box and the restart. If its owner dies, the next updater acquires it.
+// The lock that prevents two updaters from working on one installation: a named mutex of the logon
+// session, whose name contains the installation's key. Updaters in different logon sessions do not
+// exclude each other. If the owner dies, the next updater acquires the mutex.
 
 #pragma once
 
@@ -14,29 +14,29 @@ namespace tolvarine::updater {
 
 enum class LockAcquireResult : std::int32_t {
   Acquired = 0,
-  TimedOut = 1,  // Another owner kept it for the whole time.
-  Failed = 2,    // No mutex, already owned, a negative timeout, or the wait failed.
+  TimedOut = 1,  // Another process owned it during the whole timeout.
+  Failed =
+      2,  // There is no mutex, it is already owned, the timeout is negative, or the wait failed.
 };
 
-// Empty for a key that is no installation identifier.
+// Returns the name of the mutex, empty if the key is not an installation identifier.
 [[nodiscard]] std::u16string InstallationMutexName(std::u16string_view install_key);
 
 class InstallationLock {
  public:
-  // Creates or opens the mutex. A key that is no installation identifier makes none; that shows in
-  // Acquire, as a failure does.
+  // Creates or opens the mutex. If that fails, or if the key is not an installation identifier,
+  // Acquire returns Failed.
   explicit InstallationLock(std::u16string_view install_key);
   InstallationLock(const InstallationLock&) = delete;
   InstallationLock& operator=(const InstallationLock&) = delete;
   ~InstallationLock() { Release(); }
 
-  // One single wait, never an unbounded one: milliseconds, 0xFFFFFFFE at most; 0 polls. A mutex
-  // whose owner died counts as acquired. Does not wait where it fails for another reason than the
-  // wait.
+  // Waits once, for at most `timeout` milliseconds; 0 polls. Longer timeouts are shortened to
+  // 0xFFFFFFFE, since 0xFFFFFFFF would wait without limit. A mutex whose owner died is acquired.
   [[nodiscard]] LockAcquireResult Acquire(std::int64_t timeout);
 
-  // Gives the mutex up, if it is owned, and closes it; the lock is spent from then on. Whether
-  // either call failed is of no consequence: the end of the process does both. Safe to call again.
+  // Releases the mutex, if it is owned, and closes it. Acquire then returns Failed. Failures are
+  // ignored, since the end of the process does both. May be called more than once.
   void Release();
 
  private:

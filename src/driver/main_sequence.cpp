@@ -1,8 +1,6 @@
 #include "driver/main_sequence.h"
 
 #include "driver/updater.h"
-#include "files/unique_handle.h"
-#include "platform/files.h"
 #include "platform/shell.h"
 
 namespace tolvarine::updater {
@@ -14,7 +12,6 @@ constexpr std::intptr_t kLastShellError = 32;
 
 constexpr char16_t kErrorTitle[] = u"Could not install update";
 constexpr char16_t kWarningTitle[] = u"Update installed";
-constexpr char16_t kDetailsSeparator[] = u"\n\nDetails: ";
 constexpr char16_t kCleanupDeferred[] =
     u"The files were installed, but update cleanup could not be completed. The application will "
     u"recognize the completed transaction on startup and clean it up later.";
@@ -35,21 +32,20 @@ class ArgumentVector {
   }
 
  private:
-  std::int32_t count_ = 0;  // Before the vector, whose initializer sets it.
+  std::int32_t count_ = 0;  // Declared first: the initializer of `arguments_` sets it.
   char16_t** arguments_;
 };
 
-// The steps, in the order in which they are taken.
+// The steps, in the order of their calls.
 ExitCode ReportFailure(const std::u16string& message, ExitCode code);
 const char16_t* RefusalOfApplicationWait(const UpdaterArguments& arguments);
 TransactionPhase RunInstallation(const UpdaterArguments& arguments, std::string& details);
-std::u16string FailureMessage(TransactionPhase status, std::string_view details);
 bool PublishMarkers(const UpdaterArguments& arguments);
 void WarnOfDeferredCleanup();
 bool RestartApplication(const UpdaterArguments& arguments);
 
-// The lock is held from its acquisition on through every box and the restart, so that a further
-// updater steps aside.
+// The lock is held during every box and during the restart, so that another updater for this
+// installation ends instead of starting its work.
 ExitCode RunSequence(const ArgumentVector& vector) {
   UpdaterArguments arguments;
   if (!vector.ParseInto(arguments)) {
@@ -69,7 +65,7 @@ ExitCode RunSequence(const ArgumentVector& vector) {
     return ReportFailure(u"Could not create the update transaction lock.",
                          ExitCode::InvalidRequest);
   }
-  // Another updater is at work: not an error, and not a word.
+  // Another updater works on this installation. That is not an error: no box and no record.
   if (acquired == LockAcquireResult::TimedOut) return ExitCode::Done;
 
   const char16_t* const still_running = RefusalOfApplicationWait(arguments);
@@ -89,7 +85,7 @@ ExitCode RunSequence(const ArgumentVector& vector) {
   return published ? ExitCode::Done : ExitCode::CleanupDeferred;
 }
 
-// The record is written before the box can block.
+// Writes the record first, since the box blocks until it is closed.
 void ShowFatalError(const std::u16string& message) {
   WriteUpdateLog(kLogError, message);
   platform::MessageBoxW(message.c_str(), kErrorTitle, platform::kMessageBoxIconError);
@@ -100,7 +96,7 @@ ExitCode ReportFailure(const std::u16string& message, ExitCode code) {
   return code;
 }
 
-// Null when the application has ended, or none was named.
+// Returns null if the application has ended or if the request names no process to wait for.
 const char16_t* RefusalOfApplicationWait(const UpdaterArguments& arguments) {
   if (arguments.wait_pid == 0) return nullptr;
   const ProcessWaitResult result = WaitForApplicationExit(
@@ -131,35 +127,17 @@ TransactionPhase RunInstallation(const UpdaterArguments& arguments, std::string&
   return status;
 }
 
-const char16_t* BaseMessage(TransactionPhase status) {
-  switch (status) {
-    case TransactionPhase::Corrupt:
-      return u"The update transaction state is corrupt. No cleanup was attempted; the protected "
-             u"update workspace was preserved.";
-    case TransactionPhase::Rollback:
-      return u"The update failed and rollback is incomplete. Retry the update before using the "
-             u"application.";
-    default:
-      return u"The update failed. The original installation was restored.";
-  }
-}
-
-std::u16string FailureMessage(TransactionPhase status, std::string_view details) {
-  std::u16string message = BaseMessage(status);
-  if (!details.empty()) message.append(kDetailsSeparator).append(WidenBytes(details));
-  return message;
-}
-
-// Publishes the installed manifest, finalizes the markers and deletes the archive. True when the
-// copy was made and the finalization did not fail; what could not be removed does not count.
+// Publishes the installed manifest, finalizes the markers and deletes the archive. Returns true if
+// the manifest was copied and the finalization did not fail. Failing removals, and the text that
+// the finalization gives for one, are ignored.
 bool PublishMarkers(const UpdaterArguments& arguments) {
   if (!CopyMarkerDurably(arguments.state_file, arguments.installed_manifest_file)) return false;
   const TransactionFinalizeRequest request{.transaction = TransactionDirectory(arguments),
                                            .pending_marker = arguments.state_file,
                                            .completed_marker = arguments.completed_file,
                                            .before_marker_move = {}};
-  std::string dropped;
-  if (FinalizeUpdateMarkers(request, &dropped) == kFinalizeFailed) return false;
+  std::string ignored;
+  if (FinalizeUpdateMarkers(request, &ignored) == kFinalizeFailed) return false;
   RemoveEntry(JoinPath(arguments.workspace, u"archive.zip"));
   return true;
 }
@@ -177,42 +155,11 @@ bool RestartApplication(const UpdaterArguments& arguments) {
                                  platform::kShowNormal) > kLastShellError;
 }
 
-// FlushFile would take the extended form; a marker's path is taken as given throughout.
-bool FlushTemporary(const Path& temporary) {
-  const FileHandle file(platform::CreateFileW(
-      temporary.c_str(), platform::kGenericRead | platform::kGenericWrite, platform::kFileShareRead,
-      platform::kOpenExisting, platform::kFileAttributeNormal));
-  return file && platform::FlushFileBuffers(file.get());
-}
-
 }  // namespace
 
 std::int32_t RunUpdater() {
   const ArgumentVector vector;
   return static_cast<std::int32_t>(RunSequence(vector));
-}
-
-bool CopyMarkerDurably(const Path& source, const Path& destination) {
-  const Path temporary = destination + u".tmp";
-  platform::DeleteFileW(temporary.c_str());
-  if (!platform::CopyFileW(source.c_str(), temporary.c_str(), /*fail_if_exists=*/false)) {
-    return false;
-  }
-  const bool published =
-      FlushTemporary(temporary) &&
-      platform::MoveFileExW(temporary.c_str(), destination.c_str(),
-                            platform::kMovefileReplaceExisting | platform::kMovefileWriteThrough);
-  if (!published) platform::DeleteFileW(temporary.c_str());
-  return published;
-}
-
-std::u16string WidenBytes(std::string_view text) {
-  std::u16string wide;
-  wide.reserve(text.size());
-  for (const char byte : text) {
-    wide.push_back(static_cast<char16_t>(static_cast<signed char>(byte)));
-  }
-  return wide;
 }
 
 }  // namespace tolvarine::updater

@@ -32,7 +32,7 @@ constexpr std::array<CanonicalField, 6> kCanonicalFields = {{
      u"Could not canonicalize the installed manifest marker."},
 }};
 
-// What the layout derives from the workspace.
+// The paths that follow from the workspace.
 struct Layout {
   Path updates;
   Path state;
@@ -114,7 +114,8 @@ Message CheckTargetAndRelease(const UpdaterArguments& arguments) {
   return kAcceptable;
 }
 
-// The platform's own lower case, unit by unit, is wanted here, and not that of comparison keys.
+// Folds case with the platform's CharLowerBuffW, unit by unit, and not with the comparison keys of
+// release paths: the two fold some characters differently.
 Path LoweredNormal(const Path& path) {
   Path text = LexicallyNormal(path);
   std::ranges::replace(text, u'/', u'\\');

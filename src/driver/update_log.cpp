@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <limits>
 #include <string>
 
@@ -14,7 +13,7 @@
 namespace tolvarine::updater {
 namespace {
 
-constexpr std::uint32_t kMinutesPerHour = 60;
+constexpr std::int64_t kMinutesPerHour = 60;
 
 std::u16string Escaped(std::u16string_view message) {
   std::u16string text;
@@ -40,22 +39,23 @@ void AppendPadded(std::u16string& text, std::uint32_t number, std::size_t width)
   text.append(digits);
 }
 
-// Minutes that local time is ahead of UTC.
-std::int32_t OffsetFromUtc() {
+// The minutes by which local time is ahead of UTC. The fields of the zone are 32-bit; their sum is
+// formed in 64 bits, since damaged zone data may hold any value.
+std::int64_t OffsetFromUtc() {
   platform::TimeZoneInformation zone;
   const std::uint32_t id = platform::GetTimeZoneInformation(&zone);
-  std::int32_t bias = zone.bias;
+  std::int64_t bias = zone.bias;
   if (id == platform::kTimeZoneIdStandard) bias += zone.standard_bias;
   if (id == platform::kTimeZoneIdDaylight) bias += zone.daylight_bias;
   return -bias;
 }
 
-void AppendOffset(std::u16string& text, std::int32_t offset) {
-  const auto minutes = static_cast<std::uint32_t>(std::abs(offset));
+void AppendOffset(std::u16string& text, std::int64_t offset) {
+  const std::int64_t minutes = offset < 0 ? -offset : offset;
   text.push_back(offset < 0 ? u'-' : u'+');
-  AppendPadded(text, minutes / kMinutesPerHour, 2);
+  AppendPadded(text, static_cast<std::uint32_t>(minutes / kMinutesPerHour), 2);
   text.push_back(u':');
-  AppendPadded(text, minutes % kMinutesPerHour, 2);
+  AppendPadded(text, static_cast<std::uint32_t>(minutes % kMinutesPerHour), 2);
 }
 
 std::u16string Prefix(std::u16string_view level) {
@@ -93,13 +93,13 @@ std::string LenientUtf8(std::u16string_view text) {
   return convert(bytes.data(), size) == size ? bytes : std::string();
 }
 
-// Several processes may append: the access right puts every write at the end, and a single write keeps
-// their records apart.
+// Several processes may append. The access right makes each write go to the end of the file, and a
+// single write per record keeps records whole.
 void AppendToLog(const std::string& record) {
   const FileHandle file(platform::CreateFileW(UpdateLogPath().c_str(), platform::kFileAppendData,
                                               platform::kFileShareAll, platform::kOpenAlways,
                                               platform::kFileAttributeNormal));
-  // Either value means that there is nothing to write to.
+  // The calls of the platform return either value for a failed open.
   if (!file || file.get() == platform::kNullHandle) return;
   std::uint32_t written = 0;
   platform::WriteFile(file.get(), record.data(), static_cast<std::uint32_t>(record.size()),
@@ -120,7 +120,7 @@ void WriteUpdateLog(std::u16string_view level, std::u16string_view message) noex
     const std::string record = LenientUtf8(Prefix(level) + text + u"\r\n");
     if (!record.empty()) AppendToLog(record);
   } catch (...) {
-    // The record is dropped.
+    // The log must not cause a failure: the record is dropped.
   }
 }
 

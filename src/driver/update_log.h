@@ -1,16 +1,16 @@
-// The update log: "log.txt" in the target, where the driver's failures and warnings are recorded.
+// The update log: "log.txt" in the target, the record of the driver's failures and warnings.
 //
-// UTF-8 without a byte-order mark; one record a line, lines ended by carriage return and line feed.
-// A record is the local time and its offset from UTC, the level, the program and the message:
+// The file is UTF-8 without a byte-order mark. A record is one line, which ends in carriage return
+// and line feed: the local time with its offset from UTC, the level, the program and the message.
 //
-//     [2026-03-01 14:05:09.042 +01:00] [ERROR] [Updater] Could not create the update transaction lock.
+//     [2026-03-01 14:05:09.042 +01:00] [ERROR] [Updater] The running application did not exit …
 //
-// Within a message a carriage return stands as the two characters \r, a line feed as \n. A
-// backslash is not doubled, so this cannot be undone.
+// A carriage return in a message is written as the two characters \r, a line feed as \n.
+// Backslashes are not doubled, so the message cannot be restored exactly.
 //
-// The log is never a cause of failure: a record that cannot be written is dropped without a word,
-// and one that is written short, as on a full disk, stays cut off; the next follows on the same
-// line. It is not flushed.
+// The log never causes a failure. A record that cannot be written is dropped. A record that is
+// written only in part, as on a full disk, stays in part, and the next record follows on the same
+// line. The file is not flushed.
 
 #pragma once
 
@@ -23,13 +23,13 @@ namespace tolvarine::updater {
 inline constexpr std::u16string_view kLogError = u"ERROR";
 inline constexpr std::u16string_view kLogWarning = u"WARNING";
 
-// The log's path, one for the process. The main sequence sets it once the request is accepted;
-// while it is empty nothing is written.
+// The path of the log of this process. The main sequence sets it when the request is accepted.
+// While it is empty, nothing is written.
 [[nodiscard]] Path& UpdateLogPath();
 
-// Appends one record with a single write, and makes the file, but not its directory, if it is
-// missing. The file is open only meanwhile; others may append to it, read it or delete it. `level`,
-// one of the two above, goes in as it stands. Throws nothing.
+// Appends one record by a single write. Makes the file if it is missing, but not its directory. The
+// file is open only during the call, and other processes may append to it, read it or delete it.
+// `level` is one of the two above.
 void WriteUpdateLog(std::u16string_view level, std::u16string_view message) noexcept;
 
 }  // namespace tolvarine::updater

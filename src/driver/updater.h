@@ -1,10 +1,12 @@
-// The updater's table of contents: the records that cross its modules, and the chief operations
-// that the two drivers, the main sequence and the transaction run, call. Each is defined on the
-// lowest layer that needs it.
+// Table of contents of the updater: the records that several modules share, and the main operations
+// that the main sequence and the transaction run call. Each is declared in the lowest layer that
+// needs it.
 //
 //     driver   main_sequence.h          RunUpdater, the exit codes
 //              command_line.h           ParseArguments, UpdaterArguments
 //              request_validation.h     ValidateRequest
+//              failure_message.h        FailureMessage
+//              marker_copy.h            CopyMarkerDurably
 //              update_log.h             WriteUpdateLog, UpdateLogPath
 //              installation_lock.h      InstallationLock, LockAcquireResult
 //              application_exit_wait.h  WaitForApplicationExit, IsProcessWaitSafe,
@@ -17,8 +19,8 @@
 //              baseline_backup.h        BackupBaseline, VerifyBaselineBackups
 //              apply.h                  ApplyRelease
 //              rollback.h               MarkRollback, RollbackToBaseline
-//              cleanup.h                CleanupRolledBack, FinalizeUpdateMarkers,
-//                                       TransactionFinalizeRequest
+//              cleanup.h                CleanupRolledBack
+//              finalization.h           FinalizeUpdateMarkers, TransactionFinalizeRequest
 //     journal  journal_record.h         TransactionJournal, TransactionPhase
 //     lists    source_inventory.h       SourceInventory, SourceInventoryEntry,
 //                                       ParseSourceInventory
@@ -30,13 +32,16 @@
 
 #include "driver/application_exit_wait.h"
 #include "driver/command_line.h"
+#include "driver/failure_message.h"
 #include "driver/installation_lock.h"
 #include "driver/main_sequence.h"
+#include "driver/marker_copy.h"
 #include "driver/request_validation.h"
 #include "driver/update_log.h"
 #include "engine/apply.h"
 #include "engine/baseline_backup.h"
 #include "engine/cleanup.h"
+#include "engine/finalization.h"
 #include "engine/release_verification.h"
 #include "engine/rollback.h"
 #include "engine/transaction.h"

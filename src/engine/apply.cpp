@@ -22,6 +22,8 @@ void InstallEntry(const TransactionRequest& request, const JournalEntry& entry, 
                   const Path& target) {
   const Path source = SafeJoin(request.source, entry.path, "release source");
   const Path temporary = SafeJoin(request.target, TemporaryOf(entry), "target temporary");
+  // One handle for the hash and the copy, held until the rename: nobody can change the file
+  // between.
   const LockedReleaseFile file(source);
   if (!MatchesRelease(file, entry.size, entry.sha256)) {
     ThrowAboutPath("Release file failed authenticated verification: ", source);

@@ -1,4 +1,4 @@
-// The name of the temporary under which an entry is made, beside its destination.
+// The name of the temporary that a new file has, beside its destination, until it is complete.
 
 #pragma once
 
@@ -10,7 +10,7 @@ namespace tolvarine::updater {
 // Appended to the entry's path.
 inline constexpr PathView kTemporarySuffix = u".tolvarine-update-new";
 
-// The temporary's path, relative to the root that the entry's path is joined to: the target, or the
+// The path of an entry's temporary, relative like the entry's own path: to the target or to the
 // backup tree.
 [[nodiscard]] inline Path TemporaryOf(const JournalEntry& entry) {
   return entry.path + Path(kTemporarySuffix);

@@ -21,8 +21,8 @@ constexpr char kInventoryMismatch[] =
 constexpr char kDeletionMismatch[] =
     "Authenticated managed deletion list does not match transaction journal";
 
-// A file as the tree or the inventory has it. Unlike the lists' keys, its key is not folded: spellings
-// must agree. Its order serves the comparison alone.
+// A file of the tree or of the inventory. Unlike the keys of the lists, this key is case-sensitive:
+// the spellings must be equal. Both sides are sorted so that they can be compared.
 struct TreeItem {
   std::string key;  // GenericUtf8Path of the path below the root.
   std::uint64_t size = 0;
@@ -33,16 +33,16 @@ struct TreeItem {
   }
 };
 
-// Throws `refusal` for a reparse point of any kind, which FileKind would not tell, and SystemError
-// where the attributes cannot be read.
+// Throws `refusal` for a reparse point of any kind. Checks the attribute, since FileKind
+// distinguishes only some kinds. Throws SystemError if the attributes cannot be read.
 void RefuseReparsePoint(const Path& path, const char* refusal) {
   const std::uint32_t attributes = platform::GetFileAttributesW(path.c_str());
   if (attributes == platform::kInvalidFileAttributes) ThrowLastError();
   if ((attributes & platform::kFileAttributeReparsePoint) != 0) throw std::runtime_error(refusal);
 }
 
-// Adds the entry to `items` if it is a file; throws for anything that a release must not hold. Returns
-// the code of a size that cannot be had, else 0.
+// Adds the entry to `items` if it is a file. Throws for anything that a release must not contain.
+// Returns the code if the size cannot be queried, otherwise 0.
 std::uint32_t CollectItem(const Path& source_root, const TreeEntry& entry,
                           std::vector<TreeItem>& items) {
   const Path relative = LexicallyNormal(LexicallyRelative(entry.path, source_root));

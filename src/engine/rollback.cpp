@@ -20,7 +20,7 @@ constexpr StepRule kRollbackStep = {TransactionIntent::Rollback, &TransactionJou
 void RestoreFromBackup(const Path& target_root, const Path& backup_root, const JournalEntry& entry,
                        const Path& target) {
   const Path backup = BackupOf(backup_root, entry);
-  // The copy must be sound before it may overwrite anything.
+  // A damaged copy must not overwrite the target.
   VerifyFileFingerprint(backup, entry.baseline_size, entry.baseline_hash, "Baseline backup");
   const Path temporary = SafeJoin(target_root, TemporaryOf(entry), "target temporary");
   CopyFileDurably(backup, target, temporary);
@@ -28,7 +28,7 @@ void RestoreFromBackup(const Path& target_root, const Path& backup_root, const J
 }
 
 void RestoreEntry(const Path& target_root, const Path& backup_root, const JournalEntry& entry) {
-  // The gate holds for every entry, also for one that needs no work.
+  // SafeJoin checks every entry's path, also that of an entry that needs no work.
   const Path target = SafeJoin(target_root, entry.path, "update target");
   if (entry.baseline_exists) {
     RestoreFromBackup(target_root, backup_root, entry, target);

@@ -1,5 +1,5 @@
-// What goes into a transaction run and what comes out of it, and the points at which a caller of
-// the engine can watch a run or end it as a crash would.
+// The request and the result of a transaction run, and the hook points at which a caller can
+// observe a run or simulate a crash.
 
 #pragma once
 
@@ -14,18 +14,18 @@
 
 namespace tolvarine::updater {
 
-// What to do with a transaction, be it found in the journal or just planned. Any value but
-// RestoreBaseline acts as ResumeForward.
+// How a run continues a transaction, whether the journal held it or the run has just planned it.
+// Any value but RestoreBaseline acts as ResumeForward.
 enum class RecoveryPolicy : std::int32_t {
-  ResumeForward = 0,  // Carry it forward to Committed.
-  // Cancel it in Backup, roll it back in Apply, leave it in RolledBack. A rollback under way and a
-  // commit are as they would be otherwise.
+  ResumeForward = 0,  // Continue it until it is in Committed.
+  // Cancel it in Backup, roll it back in Apply, leave it in RolledBack. In Rollback and Committed
+  // the policy makes no difference.
   RestoreBaseline = 1,
 };
 
-// Where a hook is called. Its index is that of the entry, or the number of entries for
-// ApplyFinished. "Started": the announcement is durable, no file work has been done. "Done": the
-// file work is done, its count is not saved.
+// The points at which the hook is called, with the index of the entry, or with the number of
+// entries for ApplyFinished. "Started": the intent is durable, no file has been touched. "Done":
+// the file work is done, the counter is not saved yet.
 enum class CrashPoint : std::int32_t {
   BackupEntryStarted = 0,
   BackupEntryDone = 1,
@@ -40,8 +40,8 @@ enum class CrashPoint : std::int32_t {
 
 using TransactionHook = std::function<void(CrashPoint, std::uint64_t)>;
 
-// Stands for the death of the process at a chosen point. Thrown by hooks alone. It is not of the
-// standard hierarchy, so that nothing takes it for a failure: it leaves the run and the
+// Simulates the death of the process at a chosen point. Only hooks throw it. It does not derive
+// from std::exception, so that no handler treats it as a failure: it passes through the run and the
 // finalization, and the disk stays as a crash would leave it.
 struct SimulatedCrash final {};
 
@@ -49,25 +49,28 @@ struct TransactionRequest {
   Path source;                // The release directory: the staged, authenticated files.
   Path target;                // The installation directory.
   Path transaction;           // The journal slots and the backup tree.
-  SourceInventory inventory;  // As the driver holds it; the run normalizes it itself.
+  SourceInventory inventory;  // Need not be normalized; the run does that.
   RecoveryPolicy recovery_policy = RecoveryPolicy::ResumeForward;
   TransactionHook crash_hook;             // May be empty.
-  ManagedDeletionList managed_deletions;  // As the driver holds it, like the inventory.
+  ManagedDeletionList managed_deletions;  // Need not be normalized either.
 };
 
 struct TransactionResult {
-  // The phase of the record in memory when the run ended. A failed last save leaves it one phase
-  // ahead of the disk. What each tells the caller:
-  //   None        the run failed before a record was adopted; the target is untouched
+  // The phase of the record in memory when the run ended. If the last save failed, it is one phase
+  // ahead of the disk. The meaning of each:
+  //   None        the run failed before it had a record; the target is untouched
   //   Backup      the backup failed; the target is untouched; a later run resumes
   //   Apply       never returned
   //   Rollback    the rollback is incomplete; a later run resumes it
   //   Committed   every entry is applied; finalization proves that it is durable
-  //   RolledBack  the baseline stands: the update failed, or was cancelled before it touched the target
+  //   RolledBack  the target holds the baseline: the update failed and was rolled back, or it was
+  //               cancelled before it touched the target
   //   Corrupt     the journal could not be read; nothing was attempted
   TransactionPhase status = TransactionPhase::None;
 
-  // From the record: the number of its entries, its counters, its failure's text.
+  // Copies of the record's fields. `error` may hold the text of an earlier run, also in Committed:
+  // a run that resumes a backup or a rollback does not clear it. A failure in None, Committed or
+  // RolledBack is not recorded in it.
   std::uint64_t entry_count = 0;
   std::uint64_t backup = 0;
   std::uint64_t apply = 0;

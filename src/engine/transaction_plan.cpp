@@ -20,16 +20,14 @@ void ThrowIfFailed(std::uint32_t error_code) {
   if (error_code != 0) throw SystemError(error_code);
 }
 
-// The kind of what stands at a path, absence being an answer; a failing query leaves its code.
+// Returns the kind of the entry at a path. Absence is a result and not a failure; `error_code`
+// receives the code of a query that fails otherwise, else 0.
 FileKind QueryPresence(const Path& path, std::uint32_t& error_code) {
   const FileStatus status = QueryLinkStatus(path);
   const bool failed = status.error != 0 && !IsNoSuchFileOrDirectory(status.error);
   error_code = failed ? status.error : 0;
   return status.kind;
 }
-
-// A query that failed otherwise has left its code by then.
-bool IsAbsent(FileKind kind) { return kind == FileKind::none || kind == FileKind::not_found; }
 
 void PlanDeletions(const Path& target, const ManagedDeletionList& deletions,
                    TransactionJournal& journal, std::uint32_t& error_code) {
@@ -55,8 +53,10 @@ void PlanInstalls(const Path& target, const SourceInventory& inventory, Transact
   }
 }
 
-// Only neighbours are compared. Two spellings of one directory that do not stand side by side both
-// stay; the removal of the second finds nothing.
+// Only neighbours are compared, and the order is case-sensitive. Two spellings of one directory
+// that are not neighbours, such as "A" and "a" with "B" between them, therefore both stay. The
+// journal's reader refuses such a record: the transaction can be carried out by the run that
+// planned it, but no later run can resume it, and neither cleanup nor finalization can load it.
 void SortDirectories(std::vector<JournalDirectory>& directories) {
   std::ranges::sort(directories, DirectoryBefore);
   const auto same = [](const JournalDirectory& a, const JournalDirectory& b) {
@@ -93,7 +93,7 @@ void ProbeTargetEntry(const Path& target, JournalEntry& entry, std::uint32_t& er
   entry.baseline_exists = false;
   entry.baseline_size = 0;
   entry.baseline_hash = 0;
-  if (IsAbsent(kind)) return;
+  if (kind == FileKind::not_found) return;
   if (kind != FileKind::regular) {
     throw std::runtime_error("Update target entry is not a regular file");
   }
@@ -111,7 +111,7 @@ void CollectMissingParents(const Path& target, const Path& entry_path, Transacti
     const Path path = SafeJoin(target, directory, "update target parent");
     const FileKind kind = QueryPresence(path, error_code);
     if (error_code != 0) return;
-    if (IsAbsent(kind)) {
+    if (kind == FileKind::not_found) {
       journal.directories.push_back({directory});
       continue;
     }

@@ -32,21 +32,18 @@ class TransactionRun {
   void ResolvePaths();
   void RefuseOverlap() const;
   void AdoptOrPlan();
-  void Dispatch();
+  void CarryForward();
+  void ReturnToBaseline();
 
   JournalLoadResult GuardedLoad();
   void CancelBackup();
-  void ResumeRolledBack();
+  void ReopenRolledBack();
   void RollBackAndCleanUp();
   void HandleFailure(const std::string& message);
   void ActByPhase(const std::string& message);
   [[nodiscard]] TransactionResult Result() const;
 
-  [[nodiscard]] bool RestoresBaseline() const {
-    return request_.recovery_policy == RecoveryPolicy::RestoreBaseline;
-  }
-
-  TransactionRequest request_;  // With canonical paths, once they are resolved.
+  TransactionRequest request_;  // Its paths are canonical after ResolvePaths.
   TransactionJournal journal_;
 };
 
@@ -76,11 +73,16 @@ void TransactionRun::Proceed() {
   if (!SamePathKey(request_.target, journal_.target)) {
     throw std::runtime_error("Transaction belongs to a different installation target");
   }
-  Dispatch();
+  if (request_.recovery_policy == RecoveryPolicy::RestoreBaseline) {
+    ReturnToBaseline();
+  } else {
+    CarryForward();
+  }
 }
 
-// The first load settles whether the transaction directory has to be made and whether it can be
-// read; what it holds is loaded again once its path is resolved.
+// The transaction directory must exist before its path can be resolved. The load determines whether
+// it has to be made and whether it can be read; its record is dropped, and AdoptOrPlan loads it
+// again from the resolved path.
 void TransactionRun::ResolvePaths() {
   request_.source = CanonicalAbsolute(request_.source, "Invalid source path");
   request_.target = CanonicalAbsolute(request_.target, "Invalid target path");
@@ -102,8 +104,8 @@ void TransactionRun::RefuseOverlap() const {
   }
 }
 
-// The lists are proved against a loaded record before it is adopted, so that lists of another
-// update leave it alone; everything that fails later is handled by its phase.
+// The lists are verified before the loaded record is adopted: lists of another update must not
+// change the transaction. A failure after the adoption is handled by the record's phase.
 void TransactionRun::AdoptOrPlan() {
   const SourceInventory inventory = NormalizeSourceInventory(request_.inventory);
   const ManagedDeletionList deletions =
@@ -120,27 +122,46 @@ void TransactionRun::AdoptOrPlan() {
   }
 }
 
-// The phase is read again after each action, so that a fresh transaction goes from Backup to
-// Committed in one pass.
-void TransactionRun::Dispatch() {
-  if (journal_.phase == TransactionPhase::Rollback) return RollBackAndCleanUp();
-  if (journal_.phase == TransactionPhase::Backup) {
-    if (RestoresBaseline()) return CancelBackup();
-    BackupBaseline(request_, journal_);
-  } else if (journal_.phase == TransactionPhase::RolledBack) {
-    if (RestoresBaseline()) return;
-    ResumeRolledBack();
-  }
-  if (journal_.phase != TransactionPhase::Apply) return;
-  if (RestoresBaseline()) {
-    MarkRollback(request_, journal_, "Recovery policy requested baseline restoration");
-    RollBackAndCleanUp();
-  } else {
-    ApplyRelease(request_, journal_);
+// The changes of phase for ResumeForward, from each phase that a run can find.
+void TransactionRun::CarryForward() {
+  switch (journal_.phase) {
+    case TransactionPhase::Backup:
+      BackupBaseline(request_, journal_);  // To Apply.
+      return ApplyRelease(request_, journal_);
+    case TransactionPhase::Apply:
+      return ApplyRelease(request_, journal_);  // To Committed.
+    case TransactionPhase::Rollback:
+      return RollBackAndCleanUp();  // To RolledBack: a rollback is always completed first.
+    case TransactionPhase::RolledBack:
+      ReopenRolledBack();  // To Apply.
+      return ApplyRelease(request_, journal_);
+    case TransactionPhase::Committed:
+    case TransactionPhase::None:
+    case TransactionPhase::Corrupt:
+      return;
   }
 }
 
-// A journal that cannot be loaded makes the run's record Corrupt, so that nothing is attempted.
+// The changes of phase for RestoreBaseline.
+void TransactionRun::ReturnToBaseline() {
+  switch (journal_.phase) {
+    case TransactionPhase::Backup:
+      return CancelBackup();  // To RolledBack.
+    case TransactionPhase::Apply:
+      MarkRollback(request_, journal_, "Recovery policy requested baseline restoration");
+      return RollBackAndCleanUp();
+    case TransactionPhase::Rollback:
+      return RollBackAndCleanUp();
+    case TransactionPhase::RolledBack:
+    case TransactionPhase::Committed:
+    case TransactionPhase::None:
+    case TransactionPhase::Corrupt:
+      return;
+  }
+}
+
+// Sets the run's record to Corrupt if the journal cannot be loaded: the failure handler then
+// changes nothing.
 JournalLoadResult TransactionRun::GuardedLoad() {
   try {
     JournalLoadResult loaded = LoadJournal(request_.transaction);
@@ -160,7 +181,7 @@ void TransactionRun::CancelBackup() {
   CleanupRolledBack(request_, nullptr);
 }
 
-void TransactionRun::ResumeRolledBack() {
+void TransactionRun::ReopenRolledBack() {
   VerifyBaselineBackups(request_, journal_);
   journal_.phase = TransactionPhase::Apply;
   journal_.apply = 0;
@@ -174,7 +195,8 @@ void TransactionRun::RollBackAndCleanUp() {
   CleanupRolledBack(request_, nullptr);
 }
 
-// What fails in here is put behind the failure that led here.
+// Handles a failure of the run by its phase. If that fails too, the record's error holds both
+// texts.
 void TransactionRun::HandleFailure(const std::string& message) {
   try {
     ActByPhase(message);
@@ -183,12 +205,12 @@ void TransactionRun::HandleFailure(const std::string& message) {
     try {
       SaveJournal(request_.transaction, journal_);
     } catch (...) {
-      // The record could not be saved; the last one that was decides the next run.
+      // The last record that was saved decides how the next run continues.
     }
   }
 }
 
-// Goes by the phase in memory, which may be one save ahead of the disk.
+// Uses the phase in memory, which is one save ahead of the disk if the save of a new phase failed.
 void TransactionRun::ActByPhase(const std::string& message) {
   switch (journal_.phase) {
     case TransactionPhase::Apply:

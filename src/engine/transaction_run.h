@@ -1,20 +1,25 @@
-// One transaction from its plan to its end, or from wherever an earlier process left it.
+// One transaction, from its plan or from the state in which an earlier process left it.
 //
 // Invariants. "Durable" means saved in the journal, or renamed with write-through.
 //
-//  1. At every moment each entry's name in the target holds its complete old file, its complete new
-//     file, or, where the baseline or the release has none, nothing.
-//  2. No entry of the target is changed before a proved, durable copy of every file that is to be
-//     touched exists.
-//  3. The work on an entry begins after its announcement is durable; its count becomes durable
-//     after the work is. A step may therefore be done twice, and tolerates it.
-//  4. Bytes come under an entry's name only from a release file that was verified through the very
-//     handle they were copied from, or from a verified baseline copy.
+//  1. At every moment each entry's path in the target holds its complete old file, its complete
+//     new file, or, where the baseline or the release has no file, nothing. During a step the
+//     entry's temporary, `<name>.tolvarine-update-new`, may exist beside it with any content. An
+//     interrupted step leaves it there until the step is repeated or CleanupRolledBack removes
+//     it.
+//  2. No entry of the target is changed before a verified, durable copy of every file that will be
+//     replaced or deleted exists.
+//  3. The work on an entry begins after its intent is durable, and its counter is saved after the
+//     work is durable. A step may therefore be done twice, and every step permits that.
+//  4. The bytes at an entry's path come only from a release file that was verified through the same
+//     handle that they were copied from, or from a verified baseline copy.
 //  5. The application's executable is the last entry.
-//  6. How a run goes on is decided by the recovery policy, the saved phase and its counter; how a
-//     failure is handled, by the phase in memory. Nothing decides by the intent.
-//  7. From a durable Committed on, no failure leads back.
-//  8. What the journal and the lists do not name is not touched.
+//  6. The recovery policy, the saved phase and its counter decide how a run continues; the phase in
+//     memory decides how a failure is handled. The intent decides nothing.
+//  7. After a durable Committed no failure causes a rollback.
+//  8. In the target, a run changes only the entries of the journal, their temporaries, and missing
+//     parent directories, which it makes. A file of the installation that has the path of a
+//     temporary is therefore removed.
 //
 // The saved phases. Every change of phase but the last is one save:
 //
@@ -38,13 +43,12 @@
 //     Apply      -> Rollback   MarkRollback, for a failure or RestoreBaseline
 //     Rollback   -> RolledBack RollbackToBaseline
 //     RolledBack -> Apply      the run, for ResumeForward
-//     Committed  -> none       FinalizeUpdateMarkers (cleanup.h)
+//     Committed  -> none       FinalizeUpdateMarkers (finalization.h)
 //
-// Within a phase, each entry is saved twice by its phase's function, and the run's failure handler
-// saves the failure's text.
+// Within a phase, the record is saved twice for each entry. The failure handler of the run saves
+// the failure's text. A run of n entries that succeeds from the start saves 4n + 3 times.
 //
-// A run that succeeds from the start with n entries saves 4n + 3 times. The caller holds the
-// installation lock; the engine takes none of its own but the locks on single release files.
+// The caller must hold the installation lock; the engine only locks single release files.
 
 #pragma once
 
@@ -54,13 +58,13 @@
 
 namespace tolvarine::updater {
 
-// Installs the release, or carries on with the transaction that the journal holds. The result tells
-// the phase that the run's record ended in. `error_out`, if given, is empty unless the run met a
-// failure; then it holds the record's error, or the failure's text where the record has none.
+// Installs the release, or continues the transaction that the journal holds. The result holds the
+// phase of the run's record when the run ended. `error_out`, if given, is empty if nothing failed;
+// otherwise it holds the record's error, or the failure's text if the record has none.
 //
-// Throws nothing but what a hook throws outside the standard hierarchy (SimulatedCrash leaves the
-// disk as a crash at that point would), and exhausted memory while the request is copied or a
-// failure is put into words.
+// Throws only what a hook throws that does not derive from std::exception (after SimulatedCrash the
+// disk is as a crash at that point would leave it), and std::bad_alloc while it copies the request
+// or forms the text of a failure.
 [[nodiscard]] TransactionResult RunTransaction(const TransactionRequest& request,
                                                std::string* error_out);
 

@@ -1,7 +1,8 @@
-// How the phases Backup, Apply and Rollback work on one entry: announce it in the journal, do it,
-// count it in the journal. Each save is durable before it returns, so after a crash the record
-// tells which entry may be half done, and the next run does that entry again from its start. A
-// step that is never repeated leaves at worst its temporary and the directories that it made.
+// The step that the phases Backup, Apply and Rollback share: for each entry, save the intent, do
+// the work, save the counter. Each save is durable when it returns. After a crash the record
+// therefore names the entry that may be incomplete, and the next run does that entry again from its
+// start. An interrupted step that is never repeated leaves at most its temporary and the
+// directories that it made.
 
 #pragma once
 
@@ -13,13 +14,13 @@
 
 namespace tolvarine::updater {
 
-// Calls the hook, if there is one; what it throws passes through.
+// Calls the hook, if there is one. Its exceptions pass through.
 inline void CallHook(const TransactionRequest& request, CrashPoint point, std::uint64_t index) {
   if (request.crash_hook) request.crash_hook(point, index);
 }
 
-// What differs between the phases: the intent that announces an entry, the counter that counts it,
-// and the crash points before and after its work.
+// The differences between the phases: the intent, the counter, and the crash points before and
+// after the work.
 struct StepRule {
   TransactionIntent intent;
   std::uint64_t TransactionJournal::*counter;
@@ -27,10 +28,10 @@ struct StepRule {
   CrashPoint done;
 };
 
-// Carries out `work` (given the entry and its index) on every entry from the rule's counter on,
-// each between its announcement and its count. What the work, a hook or a save throws ends the
-// walk, with the counter at that entry; where the save that counts it failed, behind it, but in
-// memory alone.
+// Calls `work(entry, index)` for every entry from the rule's counter on, each between the save of
+// its intent and the save of its counter. Exceptions of the work, a hook or a save pass through.
+// The counter is then the index of that entry, or, if the save of the counter failed, one more in
+// memory but not on the disk.
 template <typename Work>
 void ForEachPendingEntry(const TransactionRequest& request, TransactionJournal& journal,
                          const StepRule& rule, Work work) {

@@ -1,5 +1,6 @@
-// Fields set off by white space, as intent and entry lines hold them. White space before a field is
-// skipped; a number ends at the first character that is no digit, a token at the next white space.
+// Reads fields that white space separates, as intent and entry lines hold them. White space before
+// a field is skipped. A number ends at the first character that is not a digit, a token at the next
+// white space.
 
 #pragma once
 
@@ -16,14 +17,15 @@ class FieldReader {
  public:
   explicit FieldReader(std::string_view text) : rest_(text) {}
 
-  // Nothing where no digit follows or where the value does not fit; the digits are then used up all
-  // the same. Signs are no part of the format.
+  // Returns nothing if no digit follows or if the value does not fit; in both cases the digits are
+  // consumed. The format has no signs.
   template <std::integral Value>
   [[nodiscard]] std::optional<Value> Number() {
     return ParseDecimal<Value>(Take([](char c) { return c >= '0' && c <= '9'; }));
   }
 
-  // A view into the text, as far as the next white space. Nothing where only white space is left.
+  // Returns a view into the text, up to the next white space. Returns nothing if only white space
+  // is left.
   [[nodiscard]] std::optional<std::string_view> Token() {
     const std::string_view token = Take([](char c) { return !IsSpace(c); });
     if (token.empty()) return std::nullopt;
@@ -36,7 +38,7 @@ class FieldReader {
  private:
   static bool IsSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-  // Skips white space and takes what follows, as far as it belongs.
+  // Skips white space and consumes the characters that belong to the field.
   template <typename Belongs>
   std::string_view Take(Belongs belongs) {
     rest_.remove_prefix(

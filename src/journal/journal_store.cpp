@@ -18,7 +18,7 @@ constexpr PathView kOddSlot = u"journal.1";
 constexpr PathView kSlotTemporarySuffix = u".new";
 constexpr std::size_t kReadBlockSize = 65536;
 
-// A read that fails counts as the end: the checksum refuses what is cut short.
+// A failing read counts as the end of the file: the checksum then refuses the truncated text.
 std::optional<std::string> ReadWholeFile(const Path& path) {
   const UniqueStream stream = OpenStream(path, u"rb");
   if (!stream) return std::nullopt;
@@ -31,7 +31,7 @@ std::optional<std::string> ReadWholeFile(const Path& path) {
   }
 }
 
-// A slot that is missing, unreadable or unsound holds nothing.
+// Returns nothing for a slot that is missing, unreadable or invalid.
 std::optional<TransactionJournal> ReadSlot(const Path& path) {
   const std::optional<std::string> text = ReadWholeFile(path);
   if (!text) return std::nullopt;
@@ -44,7 +44,7 @@ std::optional<TransactionJournal> ReadSlot(const Path& path) {
 
 enum class Content { kEmpty, kSomething, kUnreadable };
 
-// Any entry counts, a stray file or a lone temporary included.
+// Any entry makes the directory non-empty, also an unrelated file or a temporary.
 Content ContentOf(const Path& directory) {
   constexpr std::uint32_t kStop = ~std::uint32_t{0};
   const std::uint32_t code = EnumerateDirectory(directory, [](const TreeEntry&) { return kStop; });
@@ -87,7 +87,7 @@ void SaveJournal(const Path& directory, TransactionJournal& journal) {
   ++journal.generation;
   const Path slot = JournalSlot(directory, journal.generation);
   const Path temporary = slot + Path(kSlotTemporarySuffix);
-  RemoveEntry(temporary);  // If it stays, the write truncates it.
+  RemoveEntry(temporary);  // The result is ignored: the write truncates a temporary that stays.
   WriteJournalFile(temporary, SerializeJournal(journal));
   ReplaceFileDurably(temporary, slot);
 }
@@ -100,7 +100,7 @@ void WriteJournalFile(const Path& path, std::string_view text) {
   if (!written || !flushed || platform::ferror(stream.get()) != 0) {
     throw std::runtime_error("Could not write transaction journal");
   }
-  stream.reset();  // A failure of the close is not reported: the flush by name decides.
+  stream.reset();  // A failing close is ignored: the flush below proves that the bytes are on disk.
   FlushFile(path);
 }
 

@@ -1,26 +1,26 @@
-// The two-slot store that keeps a journal record alive across a crash, a power cut and a full disk.
+// The two-slot store of the journal. A valid record survives a crash, a power cut and a full disk.
 //
-// The transaction directory holds "journal.0", the slot of even generations, and "journal.1", that
-// of odd ones. A save writes its slot's temporary (the slot's name with ".new" appended), flushes
-// it and renames it onto the slot with write-through. After a save that succeeded, the slot that
-// the next one replaces holds the state of two saves ago; the last state, in the other slot, is not
-// touched by any step. So, with g the last generation saved,
+// The transaction directory holds two slots: "journal.0" for even generations and "journal.1" for
+// odd ones. A save writes a temporary (the slot's name with ".new" appended), flushes it and
+// renames it onto the slot with write-through. A save replaces the older record; the newer one is
+// in the other slot and stays untouched. With g the last generation saved:
 //
 //     a crash during the save of g + 1 ...    leaves                            a load then finds
 //     before the rename                       both slots, perhaps a temporary   g
-//     during the rename                       either                            g or g + 1
+//     during the rename                       either of the other two rows      g or g + 1
 //     after the rename                        both slots                        g + 1
 //
-// and in the first save of all, once the temporary is made and before its rename, a temporary
-// alone: Corrupt. A slot that is damaged later fails its checksum, and the other one, a save older,
-// counts: every step of a transaction can be done twice.
+// A crash during the very first save, after the temporary is made and before it is renamed, leaves
+// only the temporary: a load then returns Corrupt. If a slot is damaged later, its checksum fails
+// and a load returns the other slot, which is one save older. That is safe, since every step of a
+// transaction can be done twice.
 //
-// A save that fails leaves the generation incremented, so that the next one goes to the other slot and
-// replaces the last good state itself, in one step. That leaves a gap in the generations, which
-// nobody looks for, and until the save after it the other slot is older than one save, or missing.
+// A failing save leaves the generation incremented. The next save therefore replaces the newest
+// record, by one rename. The generations then have a gap, which no load checks, and until the save
+// after that the other slot is more than one save old, or missing.
 //
-// The store knows nothing of phases and repairs nothing. It relies on the installation lock to keep
-// other updaters away.
+// The store does not interpret phases and repairs nothing. The installation lock keeps other
+// updaters away from the directory.
 
 #pragma once
 
@@ -34,8 +34,8 @@ namespace tolvarine::updater {
 
 enum class JournalLoadState : std::int32_t {
   None = 0,     // There is no transaction: the directory is missing or empty.
-  Loaded = 1,   // A valid slot was found.
-  Corrupt = 2,  // The directory cannot be read, or something is in it and no slot is valid.
+  Loaded = 1,   // At least one slot is valid.
+  Corrupt = 2,  // The directory cannot be read, or it is not empty and no slot is valid.
 };
 
 struct JournalLoadResult {
@@ -43,30 +43,30 @@ struct JournalLoadResult {
   std::optional<TransactionJournal> journal{};  // Present exactly when `state` is Loaded.
 };
 
-// What callers say about Corrupt.
+// The text with which callers report Corrupt.
 inline constexpr char kJournalCorruptText[] =
     "Transaction artifacts exist, but both journal slots are missing or corrupt";
 
-// The slot that a save of this generation goes to.
+// The path of the slot that a save of this generation writes.
 [[nodiscard]] Path JournalSlot(const Path& directory, std::uint64_t generation);
 
-// The newest valid record of a directory; "journal.0" where both slots hold the same generation.
-// Changes nothing. On purpose, a slot's parity is not checked, a temporary is never read however
-// complete it is, and a slot that cannot be opened counts as missing. Nothing in the directory's
-// content makes it throw; exhausted memory does.
+// Returns the newest valid record of a directory, that of "journal.0" if both slots hold the same
+// generation. Changes nothing. It does not check a slot's parity, never reads a temporary, however
+// complete, and treats a slot that cannot be opened as missing. Throws only when memory is
+// exhausted.
 [[nodiscard]] JournalLoadResult LoadJournal(const Path& directory);
 
-// Makes the record durable under the next generation, and its directory where that is missing. The
-// record's `generation` is incremented whatever then happens, unless the directory cannot be made.
-// On failure throws FilesystemError, SystemError or std::runtime_error; both slots then stand as
-// they were, and a temporary may be left, which the next save of the same slot removes or
+// Makes the record durable under the next generation. Makes the directory if it is missing. The
+// record's `generation` is incremented even if the save then fails, unless the directory cannot be
+// made. Throws FilesystemError, SystemError or std::runtime_error on failure; both slots are then
+// unchanged, and a temporary may be left, which the next save of the same slot removes or
 // overwrites.
 void SaveJournal(const Path& directory, TransactionJournal& journal);
 
-// Writes a file anew and flushes it to the disk. The open takes the path as given, the flush its
-// extended form. Throws std::runtime_error where the file cannot be opened or written and
-// SystemError where it cannot be flushed; what was written by then stays. A failing close is no
-// failure.
+// Creates or truncates a file, writes the text and flushes it to the disk. The open uses the path
+// as given, the flush its extended form. Throws std::runtime_error if the file cannot be opened or
+// written and SystemError if it cannot be flushed; the bytes that were written then stay. A failing
+// close is ignored.
 void WriteJournalFile(const Path& path, std::string_view text);
 
 }  // namespace tolvarine::updater

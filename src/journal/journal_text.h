@@ -1,7 +1,7 @@
-// The text form of a journal record. Neither direction touches a file.
+// The text form of a journal record. The functions here touch no file.
 //
-// Every line ends in 0x0A. Numbers are plain decimal; paths and messages are the hexadecimal form
-// of their bytes, a path's bytes being UTF-8 with `/` as separator.
+// Every line ends in 0x0A. Numbers are decimal. Paths and messages are the hexadecimal form of
+// their bytes; the bytes of a path are UTF-8 with `/` as separator.
 //
 //     journal   = magic generation phase target backup apply rollback intent error
 //                 entries *entry directories *directory checksum
@@ -18,9 +18,9 @@
 //     directory = "directory " hex
 //     checksum  = "checksum " number            ; Fnv1a64 of every byte before this line
 //
-// Generation 7 of a transaction of D:/Apps/Demo in phase Apply, with one of two entries done and
-// the other announced, is 440 bytes. Both digests are cut short here: the first is the SHA-256 of
-// the bytes `hello`, the second is 64 zeros.
+// Example: generation 7 of a transaction of D:/Apps/Demo in phase Apply. One of two entries is
+// done, the intent names the other one. The text has 440 bytes. Both digests are shortened here:
+// the first is the SHA-256 of the bytes `hello`, the second is 64 zeros.
 //
 //     TOLVARINE-UPDATE-TRANSACTION-2
 //     generation 7
@@ -38,19 +38,23 @@
 //     directory 62696e
 //     checksum 9885737470916672921
 //
-// where the line "error" still ends in its blank. The older magic ends in "-1"; its entry lines
-// have no kind, and all of them are Install. It is read and never written.
+// The line "error" ends in its blank. An older format has a magic that ends in "-1" and entry lines
+// without a kind; all its entries are Install. It is read and never written.
 //
-// The checksum is the whole protection against change, so a reader takes more than a writer emits:
-// upper-case digits in hex fields, leading zeros, white space (blanks and \t to \r) before, between
-// and behind the fields of intent and entry lines, and a last line without its newline before the
-// checksum.
+// Only the checksum protects against changes, so the reader also accepts what the writer never
+// emits: upper-case digits in hex fields, leading zeros, white space (blanks and \t to \r) before,
+// between and after the fields of intent and entry lines, and a missing newline directly before the
+// checksum line.
 //
-// A writer checks nothing, so it can write a record that a reader refuses. A reader's limits: at
-// most 100000 entries and as many directories; counters up to the number of entries, and the
-// intent's index below it unless the intent is None; a target without U+0000; digests of exactly 64
-// lower-case digits; a Delete entry with size 0 and a digest of zeros; safe release paths, no two
-// entries and no two directories with the same comparison key (a path may stand in both).
+// The writer checks nothing, so it can write a record that the reader refuses. The reader requires:
+//
+//   - at most 100000 entries and at most 100000 directories;
+//   - counters up to the number of entries, and the intent's index below that number, unless the
+//     intent is None;
+//   - a target without U+0000;
+//   - digests of exactly 64 lower-case digits, and for a Delete entry size 0 and 64 zeros;
+//   - safe release paths; no two entries with the same comparison key, and no two directories with
+//     the same comparison key. An entry and a directory may share one.
 
 #pragma once
 
@@ -67,18 +71,15 @@ inline constexpr std::string_view kJournalMagic = "TOLVARINE-UPDATE-TRANSACTION-
 inline constexpr std::string_view kJournalMagicVersion1 = "TOLVARINE-UPDATE-TRANSACTION-1\n";
 inline constexpr std::uint64_t kJournalCountLimit = 100000;  // Of entries, and of directories.
 
-// What stands in for the digest of a Delete entry.
-inline constexpr std::string_view kNoSha256 =
-    "0000000000000000000000000000000000000000000000000000000000000000";
-
-// The complete content of a journal file. Throws SystemError for a path with a lone surrogate.
+// Returns the complete content of a journal file. Throws SystemError for a path with a lone
+// surrogate.
 [[nodiscard]] std::string SerializeJournal(const TransactionJournal& journal);
 
-// The same without the checksum line.
+// Returns the same without the checksum line.
 [[nodiscard]] std::string FormatJournalBody(const TransactionJournal& journal);
 
-// The record of a text that is a sound journal, nothing for any other. Throws SystemError where a
-// path is not well-formed UTF-8; a caller treats that as a refusal.
+// Returns the record of a valid journal text, and nothing for any other text. Throws SystemError if
+// the bytes of a path are not well-formed UTF-8; callers treat that as an invalid text.
 [[nodiscard]] std::optional<TransactionJournal> ParseJournal(std::string_view text);
 
 }  // namespace tolvarine::updater

@@ -2,7 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "support/update_scenes.h"
+#include "simulated_windows/objects.h"
+#include "support/update_changes.h"
 
 namespace tolvarine::updater {
 namespace {
@@ -12,57 +13,50 @@ using enum ProcessWaitResult;
 constexpr std::uint32_t kId = 7;
 constexpr std::uint64_t kCreated = 133'000'000'000'000'001;
 
-struct Answers {
-  platform::Handle handle;
-  std::uint32_t open_error;
-  bool queries;
-  std::uint64_t created;
-  std::uint32_t wait;
+struct WaitCase {
+  const char* name;
+  simulated::Process process;
+  std::optional<Call> failing;
   ProcessWaitResult result;
   bool safe;
+  std::uint64_t elapsed;
 };
 
-struct FakeApi : ProcessWaitApi {
-  explicit FakeApi(const Answers& all) : answers(all) {}
-
-  platform::Handle OpenProcessHandle(std::uint32_t id, std::uint32_t access,
-                                     std::uint32_t& error) override {
-    EXPECT_EQ(id, kId);
-    EXPECT_EQ(access, 0x101000u);
-    error = answers.open_error;
-    return answers.handle;
-  }
-  bool GetProcessCreationTime(platform::Handle, std::uint64_t& time, std::uint32_t&) override {
-    time = answers.created;
-    return answers.queries;
-  }
-  std::uint32_t WaitForProcess(platform::Handle, std::uint32_t timeout, std::uint32_t&) override {
-    EXPECT_EQ(timeout, 60000u);
-    EXPECT_EQ(answers.created, kCreated) << "a wait for a stranger";
-    return answers.wait;
-  }
-  void CloseProcessHandle(platform::Handle process) override { closed.push_back(process); }
-
-  const Answers& answers;
-  std::vector<platform::Handle> closed;
-};
-
-TEST(ApplicationExitWaitTest, AnswersOfThePlatformDecide) {
-  const Answers rows[] = {{0, 87, true, 0, 0, NotRunning, true},
-                          {0, 5, true, 0, 0, OpenFailed, false},
-                          {0, 0, true, 0, 0, OpenFailed, false},
-                          {4, 0, false, kCreated, 0, QueryFailed, false},
-                          {4, 0, true, kCreated + 1, 0, IdentityChanged, true},
-                          {4, 0, true, kCreated, 0, Exited, true},
-                          {4, 0, true, kCreated, 0x102, TimedOut, false},
-                          {4, 0, true, kCreated, 0x80, WaitFailed, false},
-                          {4, 0, true, kCreated, 0xFFFFFFFF, WaitFailed, false}};
-  ForEachRow(rows, [](const Answers& row) {
-    FakeApi api(row);
-    EXPECT_EQ(WaitForApplicationExit(api, kId, kCreated, 60000), row.result);
-    EXPECT_EQ(api.closed, std::vector<platform::Handle>(row.handle == 0 ? 0 : 1, row.handle));
-    EXPECT_EQ(IsProcessWaitSafe(row.result), row.safe);
+TEST(ApplicationExitWaitTest, ResultsOfThePlatformDecide) {
+  const WaitCase cases[] = {
+      {"no process", {.gone = true}, {}, NotRunning, true, 0},
+      {"open denied", {.open_error = 5}, {}, OpenFailed, false, 0},
+      {"query fails", {kCreated}, Call::GetProcessTimes, QueryFailed, false, 0},
+      {"another process", {kCreated + 1}, {}, IdentityChanged, true, 0},
+      {"ends", {kCreated, 400}, {}, Exited, true, 400},
+      {"runs on", {kCreated}, {}, TimedOut, false, 1000},
+      {"wait fails", {kCreated}, Call::WaitForSingleObject, WaitFailed, false, 0}};
+  ForEachCase(cases, [](const WaitCase& each) {
+    Computer computer;
+    computer.MakeCurrent();
+    computer.processes.by_id[kId] = each.process;
+    if (each.failing) computer.calls.Inject({.call = *each.failing});
+    EXPECT_EQ(WaitForApplicationExit(kId, kCreated, 1000), each.result);
+    EXPECT_EQ(IsProcessWaitSafe(each.result), each.safe);
+    EXPECT_EQ(computer.clock.elapsed_ms, each.elapsed);
+    EXPECT_EQ(computer.objects().open_handles(), 0u);
   });
+}
+
+// A failing open that sets no code must not be judged by the code of an earlier call: 87 would mean
+// that the process is gone.
+TEST(ApplicationExitWaitTest, CodeOfAnEarlierCallIsForgotten) {
+  Computer computer;
+  computer.MakeCurrent();
+  computer.last_error = 87;
+  bool opened = false;
+  computer.calls.before_call = [&](const CallRecord& record) {
+    if (record.call != Call::OpenProcess) return;
+    opened = true;
+    computer.calls.Inject({.call = Call::OpenProcess, .code = computer.last_error});
+  };
+  EXPECT_EQ(WaitForApplicationExit(kId, kCreated, 0), OpenFailed);
+  EXPECT_TRUE(opened);
 }
 
 }  // namespace

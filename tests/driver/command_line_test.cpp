@@ -13,7 +13,7 @@
 namespace tolvarine::updater {
 namespace {
 
-// Names without their dashes; a null value leaves an option out.
+// Names without their dashes. A null value omits the option.
 using Text = const char16_t*;
 using Options = std::vector<std::pair<std::u16string, Text>>;
 
@@ -83,7 +83,7 @@ TEST(CommandLineTest, EveryRequiredOptionIsNeededOnceAndNotEmpty) {
   }
 }
 
-TEST(CommandLineTest, ValuesAreTakenStrictly) {
+TEST(CommandLineTest, ValuesAreCheckedStrictly) {
   const std::u16string wide_header = u'\u0149' + kInventory.substr(1);  // 'I' in its low byte.
   const std::u16string key(kKey);
   const auto accepts = [](const std::u16string& name, const std::u16string& value) {
@@ -105,7 +105,7 @@ TEST(CommandLineTest, ValuesAreTakenStrictly) {
   }
 }
 
-TEST(CommandLineTest, AListOf24576UnitsIsTaken) {
+TEST(CommandLineTest, AListOf24576UnitsIsAccepted) {
   simulated::Computer computer;
   computer.MakeCurrent();
   ManagedDeletionList paths;
@@ -117,7 +117,7 @@ TEST(CommandLineTest, AListOf24576UnitsIsTaken) {
   EXPECT_TRUE(Accepts(With({{u"managed-deletions", value.c_str()}})));
 }
 
-TEST(CommandLineTest, ProcessAndItsCreationTimeGoTogether) {
+TEST(CommandLineTest, ProcessNeedsItsCreationTime) {
   const auto wait = [](Text pid, Text created) {
     UpdaterArguments arguments;
     const bool parses =
@@ -144,15 +144,6 @@ TEST(CommandLineTest, ProcessAndItsCreationTimeGoTogether) {
   for (const auto& [pid, created] : refused) {
     EXPECT_EQ(wait(pid, created), std::nullopt)
         << (pid ? Shown(pid) : "-") << " " << (created ? Shown(created) : "-");
-  }
-}
-
-TEST(CommandLineTest, OddOptionIsRefusedBeforeAnyIsRead) {
-  Text vector[] = {u"updater.exe", u"--source", u"C:\\s", u"--target"};
-  for (const std::int32_t count : {-1, 0, 1, 2, 4}) {
-    UpdaterArguments arguments;
-    EXPECT_FALSE(ParseArguments(count, vector, arguments)) << count;
-    EXPECT_EQ(arguments.source, u"") << count;
   }
 }
 

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <new>
 
 #include "driver/installation_lock.h"
 #include "driver/update_log.h"
@@ -27,7 +26,7 @@ constexpr char16_t kDeferred[] =
 constexpr char16_t kNotRestarted[] =
     u"The update was installed, but the application could not be restarted.";
 
-// How the log record of a box's text ends.
+// The end of the log record for a box.
 std::string RecordOf(const Box& box) {
   std::u16string text = box.text;
   for (std::size_t at = 0; (at = text.find(u'\n', at)) != text.npos;) text.replace(at, 1, u"\\n");
@@ -40,8 +39,8 @@ void ExpectNothingLeftOpen(Computer& computer) {
   EXPECT_EQ(computer.files().open_handles() + computer.objects().bad_closes(), 0u);
 }
 
-// Runs one process, and checks what holds of every ending: a record is on the disk before its box
-// appears, the mutex outlasts boxes and restart, and nothing is left open.
+// Runs one process and checks what holds for every exit code: a record is on the disk before its
+// box appears, the mutex is held during boxes and restart, and nothing stays open.
 std::int32_t RunProcess(SimulatedUpdate& update) {
   Computer& computer = update.computer;
   computer.desktop.boxes.clear();
@@ -68,7 +67,7 @@ Texts BoxesOf(const SimulatedUpdate& update) {
   return texts;
 }
 
-Act WaitsFor(const simulated::Process& process) {
+Change WaitsFor(const simulated::Process& process) {
   return [=](SimulatedUpdate& update) {
     update.arguments.wait_pid = 7;
     update.arguments.wait_process_created_at = 99;
@@ -78,100 +77,111 @@ Act WaitsFor(const simulated::Process& process) {
   };
 }
 
-Act Shell(std::intptr_t result) {
+Change Shell(std::intptr_t result) {
   return [=](SimulatedUpdate& update) { update.computer.desktop.shell_result = result; };
 }
 
-TEST(MainSequenceTest, SuccessPublishesTheUpdateAndRestartsWithoutAWord) {
-  const Act acts[] = {Nothing, WaitsFor({.creation_time = 99, .exits_after_ms = 59999}),
-                      WaitsFor({.creation_time = 98}), WaitsFor({.gone = true}),
-                      Inject(Call::CreateFile2, u"launched.json")};
-  ForEachRow(acts, [](const Act& act) {
+struct SuccessCase {
+  const char* name;
+  Change change;
+  Path stays;  // A file of the workspace that cannot be removed.
+};
+
+TEST(MainSequenceTest, SuccessPublishesTheUpdateAndRestartsWithoutABox) {
+  const SuccessCase cases[] = {
+      {"no process", NoChange, u""},
+      {"process ends in time", WaitsFor({.creation_time = 99, .exits_after_ms = 59999}), u""},
+      {"another process has the id", WaitsFor({.creation_time = 98}), u""},
+      {"launched.json stays", Inject(Call::CreateFile2, u"launched.json", 1, kAlways),
+       u"launched.json"},
+      {"archive.zip stays", Inject(Call::CreateFile2, u"archive.zip", 1, kAlways), u"archive.zip"}};
+  ForEachCase(cases, [](const SuccessCase& each) {
     SimulatedUpdate update;
-    act(update);
+    each.change(update);
     EXPECT_EQ(RunProcess(update), 0);
     EXPECT_EQ(BoxesOf(update), Texts());
     EXPECT_FALSE(update.computer.disk.Exists(update.TargetPath(u"log.txt")));
     EXPECT_EQ(update.Target(), update.Installed());
     auto workspace = update.computer.disk.Tree(update.layout.workspace);
-    workspace.erase(u"launched.json");  // Where it cannot be removed, it stays.
-    EXPECT_EQ(workspace.size(), 1u);
     EXPECT_EQ(workspace[u"completed.json"], simulated::kPendingContent);
+    EXPECT_EQ(workspace.size(), each.stays.empty() ? 1u : 2u);
+    EXPECT_TRUE(each.stays.empty() || workspace.contains(each.stays));
     EXPECT_EQ(update.computer.disk.ReadFile(update.layout.installed_manifest),
               simulated::kPendingContent);
     EXPECT_EQ(update.computer.desktop.starts.size(), 1u);
   });
 }
 
-struct Ending {
-  Act act;
+struct FailingCase {
+  const char* name;
+  Change change;
   std::int32_t exit_code;
   std::u16string message;
-  bool logged, launched;  // Whether there is a record, and still a "launched.json".
+  bool logged, launched;  // Whether a record is written, and whether "launched.json" stays.
 };
 
-std::vector<Ending> Endings() {
+std::vector<FailingCase> FailingCases() {
   using U = SimulatedUpdate;
-  const std::u16string arguments = u"Invalid updater arguments.";
   const std::u16string lock = u"Could not create the update transaction lock.";
-  const std::u16string running =
-      u"The running application did not exit in time. No files were changed.";
   const std::u16string unproven =
       u"Could not safely verify that the running application exited. No files were changed.";
   const std::u16string failed = kRestored + std::u16string(u"\n\nDetails: ");
-  const Act waits = WaitsFor({.creation_time = 99});
+  const Change waits = WaitsFor({.creation_time = 99});
   const Path temporary = u"Tolvarine\\Tolvarine.exe.tolvarine-update-new";
   return {
-      {Inject(Call::CommandLineToArgvW, u""), 2, arguments, false, true},
-      {[](U& u) { u.computer.desktop.command_line = u"updater.exe"; }, 2, arguments, false, true},
-      {[](U& u) {
-         u.computer.desktop.command_line += u" --managed-deletions " + Path(32000, u'6');
-       },
-       2, arguments, false, true},
-      {[](U& u) { u.arguments.target = u.source, u.RefreshCommandLine(); }, 3,
+
+      {"no arguments", [](U& u) { u.computer.desktop.command_line = u"updater.exe"; }, 2,
+       u"Invalid updater arguments.", false, true},
+      {"target is the source", [](U& u) { u.arguments.target = u.source, u.RefreshCommandLine(); },
+       3,
        u"The update source, target, or state path failed safety validation. The release source and "
        u"installation target are the same directory.",
        false, true},
-      {Inject(Call::CreateMutexW, u""), 3, lock, true, true},
-      {Inject(Call::WaitForSingleObject, u""), 3, lock, true, true},
-      {waits, 4, running, true, true},
-      {WaitsFor({.open_error = 5}), 4, unproven, true, true},
-      {Both(waits, Inject(Call::GetProcessTimes, u"")), 4, unproven, true, true},
-      {Both(waits, Inject(Call::WaitForSingleObject, u"", 2)), 4, unproven, true, true},
-      {Write(u"S\\extra.txt"), 5,
+
+      {"process runs on", waits, 4,
+       u"The running application did not exit in time. No files were changed.", true, true},
+      {"process cannot be opened", WaitsFor({.open_error = 5}), 4, unproven, true, true},
+
+      {"no plan", Write(u"S\\extra.txt"), 5,
        failed + u"Release source tree does not exactly match authenticated inventory", true, true},
-      {Inject(Call::CopyFileW, u"Tolvarine.exe"), 5,
-       failed + u"Could not copy backup or restore temporary: Access is denied.", true, false},
-      {Inject(Call::MoveFileExW, temporary), 5, failed + u"Access is denied.", true, false},
-      {Inject(Call::MoveFileExW, temporary, 1, 2), 5,
+      {"rolled back", Inject(Call::MoveFileExW, temporary), 5, failed + u"Access is denied.", true,
+       false},
+      {"rollback fails", Inject(Call::MoveFileExW, temporary, 1, 2), 5,
        kIncomplete + std::u16string(u"\n\nDetails: Access is denied.; rollback incomplete: Access "
                                     u"is denied."),
        true, false},
-      {Write(u"X\\stray"), 5,
+      {"corrupt journal", Write(u"X\\stray"), 5,
        u"The update transaction state is corrupt. No cleanup was attempted; the protected update "
        u"workspace was preserved.\n\nDetails: Transaction artifacts exist, but both journal slots "
        u"are missing or corrupt",
        true, false},
-      {Shell(32), 6, kNotRestarted, true, false},
+      {"restart", Shell(32), 6, kNotRestarted, true, false},
   };
 }
 
 TEST(MainSequenceTest, FailuresAreRecordedShownAndReturned) {
-  ForEachRow(Endings(), [](const Ending& row) {
+  ForEachCase(FailingCases(), [](const FailingCase& each) {
     SimulatedUpdate update;
-    row.act(update);
+    each.change(update);
     const auto before = update.computer.disk.Tree(u"C:\\State");
-    EXPECT_EQ(RunProcess(update), row.exit_code);
-    EXPECT_EQ(BoxesOf(update), Texts{row.message});
-    EXPECT_EQ(std::ranges::count(update.Log(), '\n'), row.logged);
-    EXPECT_EQ(update.computer.disk.Exists(update.layout.launched_marker), row.launched);
-    EXPECT_EQ(update.computer.desktop.starts.size(), row.exit_code == 6 ? 1u : 0u);
-    EXPECT_EQ(update.computer.disk.Tree(u"C:\\State") == before, row.exit_code < 5);
-    EXPECT_TRUE(row.exit_code > 4 || update.Target() == update.plan.baseline);
+    EXPECT_EQ(RunProcess(update), each.exit_code);
+    EXPECT_EQ(BoxesOf(update), Texts{each.message});
+    EXPECT_EQ(std::ranges::count(update.Log(), '\n'), each.logged);
+    EXPECT_EQ(update.computer.disk.Exists(update.layout.launched_marker), each.launched);
+    EXPECT_EQ(update.computer.desktop.starts.size(), each.exit_code == 6 ? 1u : 0u);
+    EXPECT_EQ(update.computer.disk.Tree(u"C:\\State") == before, each.exit_code < 5);
+    EXPECT_TRUE(each.exit_code > 4 || update.Target() == update.plan.baseline);
   });
 }
 
-TEST(MainSequenceTest, SecondUpdaterStepsAsideWithoutATrace) {
+TEST(MainSequenceTest, ApplicationHasOneMinuteToExit) {
+  SimulatedUpdate update;
+  WaitsFor({.creation_time = 99, .exits_after_ms = 60001})(update);
+  EXPECT_EQ(RunProcess(update), 4);
+  EXPECT_EQ(update.computer.clock.elapsed_ms, 60000u);
+}
+
+TEST(MainSequenceTest, SecondUpdaterEndsWithoutChangingAnything) {
   SimulatedUpdate update;
   update.computer.processes.mutex_holders[InstallationMutexName(simulated::kInstallKey)] = {};
   const auto before = update.computer.disk.Tree(u"C:\\");
@@ -181,111 +191,69 @@ TEST(MainSequenceTest, SecondUpdaterStepsAsideWithoutATrace) {
   EXPECT_EQ(update.computer.disk.Tree(u"C:\\"), before);
 }
 
-struct Deferral {
-  Act act;
+struct DeferralCase {
+  const char* name;
+  Change change;
   bool temporary_stays, manifest_written;
 };
 
-TEST(MainSequenceTest, UpdateThatCannotBePublishedIsLeftToTheApplication) {
+std::vector<DeferralCase> DeferralCases() {
   using U = SimulatedUpdate;
-  const Act cut_short = [](U& u) {
+  const Change short_copy = [](U& u) {
     u.computer.calls.Inject(
         {.call = Call::CopyFileW, .path_suffix = u"pending.json", .partial = 4});
   };
-  const Act finalized_before = [](U& u) {
+  const Change finalized_before = [](U& u) {
     u.computer.disk.Rename(u.layout.pending_marker, u.layout.completed_marker);
   };
   const Path temporary = u"installed-manifest.json.tmp";
-  const Deferral rows[] = {
-      {Inject(Call::CopyFileW, u"pending.json"), false, false},
-      {cut_short, true, false},
-      {Inject(Call::CreateFileW, temporary), false, false},
-      {Inject(Call::FlushFileBuffers, temporary), false, false},
-      {Inject(Call::MoveFileExW, temporary), false, false},
-      {Both(Inject(Call::MoveFileExW, temporary), Inject(Call::DeleteFileW, temporary, 2)), true,
+  return {
+
+      {"flush", Inject(Call::FlushFileBuffers, temporary), false, false},
+      {"rename of the manifest", Inject(Call::MoveFileExW, temporary), false, false},
+      {"finalized before", Both(LeftIn(TransactionPhase::Committed), finalized_before), false,
        false},
-      {Both(LeftIn(TransactionPhase::Committed), finalized_before), false, false},
-      {Inject(Call::MoveFileExW, u"pending.json"), false, true}};
-  for (const bool restarts : {true, false}) {
-    ForEachRow(rows, [&](const Deferral& row) {
+      {"rename of the marker", Inject(Call::MoveFileExW, u"pending.json"), false, true}};
+}
+
+TEST(MainSequenceTest, UpdateThatCannotBePublishedIsLeftToTheApplication) {
+  ForEachCase(DeferralCases(), [](const DeferralCase& each) {
+    for (const bool restarts : {true, false}) {
       SimulatedUpdate update;
-      Both(row.act, restarts ? Nothing : Shell(31))(update);
+      Both(each.change, restarts ? NoChange : Shell(31))(update);
       const bool pending = update.computer.disk.Exists(update.layout.pending_marker);
       EXPECT_EQ(RunProcess(update), restarts ? 7 : 6);
       EXPECT_EQ(BoxesOf(update), restarts ? Texts{kDeferred} : (Texts{kDeferred, kNotRestarted}));
       EXPECT_EQ(update.computer.desktop.starts.size(), 1u);
-      EXPECT_EQ(update.computer.disk.ReadFile(update.layout.installed_manifest),
-                row.manifest_written ? simulated::kPendingContent : simulated::kPreviousManifest);
-      EXPECT_EQ(update.computer.disk.Exists(update.layout.state + u"\\" + temporary),
-                row.temporary_stays);
+      const Path& manifest = update.layout.installed_manifest;
+      EXPECT_EQ(update.computer.disk.ReadFile(manifest),
+                each.manifest_written ? simulated::kPendingContent : simulated::kPreviousManifest);
+      EXPECT_EQ(update.computer.disk.Exists(manifest + u".tmp"), each.temporary_stays);
       EXPECT_EQ(update.computer.disk.Exists(update.layout.pending_marker), pending);
       EXPECT_EQ(SavedRecord(update).phase, TransactionPhase::Committed);
       EXPECT_TRUE(update.computer.disk.Exists(update.layout.archive));
-    });
-  }
+    }
+  });
 }
 
-TEST(MainSequenceTest, CopyOfAMarkerIsDurable) {
-  SimulatedUpdate update;
-  const Path copy = update.layout.workspace + u"\\copy.json";
-  Write(copy + u".tmp", "stale")(update);
-  EXPECT_TRUE(CopyMarkerDurably(update.layout.pending_marker, copy));
-  EXPECT_TRUE(update.computer.disks.volume(u'C').unforced().empty());
-  EXPECT_TRUE(update.computer.disks.volume(u'C').UnflushedFiles().empty());
-  EXPECT_EQ(update.computer.disk.ReadFile(copy), simulated::kPendingContent);
-  EXPECT_FALSE(update.computer.disk.Exists(copy + u".tmp"));
-}
-
-TEST(MainSequenceTest, RestartTakesItsPathAsGiven) {
-  const std::pair<const char16_t*, const char16_t*> rows[] = {
+TEST(MainSequenceTest, RestartUsesItsPathAsGiven) {
+  const std::pair<const char16_t*, const char16_t*> cases[] = {
       {u"bin/../run.exe", u"C:\\Program Files\\Tolvarine\\bin/../run.exe"},
       {u"\\Windows\\run.exe", u"C:\\Windows\\run.exe"},
-      {u"D:\\Other\\run.exe", u"D:\\Other\\run.exe"},
-      {u"\\\\server\\share\\run.exe", u"\\\\server\\share\\run.exe"}};
-  ForEachRow(rows, [](const auto& row) {
+      {u"D:\\Other\\run.exe", u"D:\\Other\\run.exe"}};
+  for (const auto& [restart, file] : cases) {
     SimulatedUpdate update;
-    update.arguments.restart = row.first;
+    update.arguments.restart = restart;
     update.arguments.target = u"c:/program files/TOLVARINE";
     update.RefreshCommandLine();
-    for (const std::intptr_t result : {32, 0, -1}) {
-      Shell(result)(update);
-      EXPECT_EQ(RunProcess(update), 6) << result;
-      update.computer.disk.WriteFile(update.layout.pending_marker, "");
-    }
     Shell(33)(update);
     EXPECT_EQ(RunProcess(update), 0);
     const simulated::ShellStart& start = update.computer.desktop.starts.back();
     EXPECT_EQ(start.verb, u"open");
-    EXPECT_EQ(start.file, row.second);
+    EXPECT_EQ(start.file, file);
     EXPECT_EQ(start.directory, u"C:\\Program Files\\Tolvarine");
     EXPECT_EQ(start.show, 1);
-  });
-}
-
-// Windows-1252 has one byte for the letter, which is widened and not decoded.
-TEST(MainSequenceTest, DetailsAreWidenedBySignExtension) {
-  EXPECT_EQ(WidenBytes("a\x7F\x80\xE9\xFF"), u"a\x7F\xFF80\xFFE9\xFFFF");
-  UpdatePlan plan = TypicalPlan();
-  plan.release[u"caf\u00E9.txt"] = "content";
-  SimulatedUpdate update(plan);
-  Write(u"S\\caf\u00E9.txt", "CONTENT")(update);
-  EXPECT_EQ(RunProcess(update), 5);
-  EXPECT_TRUE(BoxesOf(update).at(0).ends_with(u"\\caf\uFFE9.txt"));
-}
-
-TEST(MainSequenceTest, ExceptionsOutsideTheTransactionLeaveTheProcess) {
-  const std::pair<Call, const char16_t*> calls[] = {
-      {Call::CommandLineToArgvW, u""},    {Call::CreateMutexW, u""},
-      {Call::WaitForSingleObject, u""},   {Call::CreateFile2, u"launched.json"},
-      {Call::CopyFileW, u"pending.json"}, {Call::CreateFile2, u"archive.zip"},
-      {Call::ShellExecuteW, u""}};
-  const Act no_memory = [](SimulatedUpdate&) { throw std::bad_alloc(); };
-  ForEachRow(calls, [&](const auto& row) {
-    SimulatedUpdate update;
-    Before(row.first, row.second, no_memory)(update);
-    EXPECT_THROW(update.Run(), std::bad_alloc);
-    ExpectNothingLeftOpen(update.computer);
-  });
+  }
 }
 
 }  // namespace

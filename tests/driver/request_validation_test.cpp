@@ -4,7 +4,7 @@
 
 #include <iterator>
 
-#include "support/update_scenes.h"
+#include "support/update_changes.h"
 
 namespace tolvarine::updater {
 namespace {
@@ -12,16 +12,16 @@ namespace {
 using A = UpdaterArguments;
 using Field = Path A::*;
 
-Act Set(Field field, const Path& path) {
-  return [=](SimulatedUpdate& update) { update.arguments.*field = Place(update, path); };
+Change Set(Field field, const Path& path) {
+  return [=](SimulatedUpdate& update) { update.arguments.*field = Resolve(update, path); };
 }
 
-Act Barred(Field field) {
+Change Barred(Field field) {
   return Both(Set(field, u"C:\\barred"), Inject(Call::CreateFile2, u"barred", 1, kAlways));
 }
 
 struct Check {
-  Act act;
+  Change change;
   const char16_t* message;
 };
 
@@ -29,11 +29,7 @@ const Path kId(simulated::kUpdateId);
 
 // The checks in their order, each with what makes it fail.
 const Check kChecks[] = {
-    {Barred(&A::source), u"Could not canonicalize the release source."},
-    {Barred(&A::target), u"Could not canonicalize the installation target."},
     {Barred(&A::workspace), u"Could not canonicalize the update workspace."},
-    {Barred(&A::state_file), u"Could not canonicalize the pending marker."},
-    {Barred(&A::completed_file), u"Could not canonicalize the completed marker."},
     {Barred(&A::installed_manifest_file), u"Could not canonicalize the installed manifest marker."},
     {Set(&A::source, u"not\\full"), u"The release source is not a safe directory."},
     {Set(&A::target, u"C:\\"), u"The installation target is not a safe directory."},
@@ -63,10 +59,10 @@ TEST(RequestValidationTest, FirstFailingCheckIsTheOneReported) {
   SimulatedUpdate all;  // With every later check failing, too.
   for (auto row = std::rbegin(kChecks); row != std::rend(kChecks); ++row) {
     SimulatedUpdate one;
-    row->act(one);
+    row->change(one);
     EXPECT_EQ(ValidateRequest(one.arguments), row->message);
     all.computer.MakeCurrent();
-    row->act(all);
+    row->change(all);
     const auto disk = all.computer.disk.Tree(u"C:\\");
     A arguments = all.arguments;
     EXPECT_EQ(ValidateRequest(arguments), row->message);
@@ -74,22 +70,29 @@ TEST(RequestValidationTest, FirstFailingCheckIsTheOneReported) {
   }
 }
 
-TEST(RequestValidationTest, LayoutIsProvedOnCanonicalPaths) {
-  const std::pair<Act, Path> rows[] = {
-      // And what the source becomes.
-      {Set(&A::target, u"c:/PROGRAM FILES/x/../tolvarine/"), u"S"},
-      {Set(&A::workspace, u"W\\"), u"S"},
-      {Both(Junction(u"C:\\alias", u"S"), Set(&A::source, u"C:\\alias")), u"S"},
-      {Set(&A::source, u"S\\LIB\\.."), u"S"},
-      {Both(Set(&A::source, u"K"), Write(u"K\\Tolvarine.exe")), u"K"},
-      {Both(Set(&A::source, u"S\\deep"), Write(u"S\\deep\\Tolvarine.exe")), u"S\\deep"},
-      {Both(Remove(u"W\\pending.json"), Set(&A::state_file, u"W/x/../PENDING.json")), u"S"},
-      {Link(u"S\\Tolvarine.exe", u"readme.txt"), u"S"}};
-  ForEachRow(rows, [&](const auto& row) {
+struct AcceptedCase {
+  const char* name;
+  Change change;
+  Path source;  // Its canonical form.
+};
+
+TEST(RequestValidationTest, LayoutIsCheckedOnCanonicalPaths) {
+  const AcceptedCase cases[] = {
+      {"target", Set(&A::target, u"c:/PROGRAM FILES/x/../tolvarine/"), u"S"},
+
+      {"source through a junction",
+       Both(Junction(u"C:\\alias", u"S"), Set(&A::source, u"C:\\alias")), u"S"},
+      {"source is the stages directory", Both(Set(&A::source, u"K"), Write(u"K\\Tolvarine.exe")),
+       u"K"},
+
+      {"marker is missing",
+       Both(Remove(u"W\\pending.json"), Set(&A::state_file, u"W/x/../PENDING.json")), u"S"},
+      {"application is a link", Link(u"S\\Tolvarine.exe", u"readme.txt"), u"S"}};
+  ForEachCase(cases, [&](const AcceptedCase& each) {
     SimulatedUpdate update;
-    row.first(update);
+    each.change(update);
     EXPECT_EQ(ValidateRequest(update.arguments), u"");
-    EXPECT_EQ(update.arguments.source, Place(update, row.second));
+    EXPECT_EQ(update.arguments.source, Resolve(update, each.source));
     EXPECT_EQ(update.arguments.target, update.target);
     EXPECT_EQ(update.arguments.workspace, update.layout.workspace);
     EXPECT_TRUE(PathsEqual(update.arguments.state_file, update.layout.pending_marker));
@@ -97,52 +100,44 @@ TEST(RequestValidationTest, LayoutIsProvedOnCanonicalPaths) {
   });
 }
 
+struct RefusedCase {
+  const char* name;
+  Change change;
+  const char16_t* message;
+};
+
 TEST(RequestValidationTest, LayoutThatOnlyLooksRightIsRefused) {
-  const Act at_root = Both(Set(&A::workspace, u"C:\\" + kId),
-                           Set(&A::source, u"C:\\s\\" + kId.substr(0, 32) + u"\\release"));
-  const char16_t* const overlap = kChecks[17].message;
-  const char16_t* const no_application = kChecks[18].message;
-  const Check rows[] = {
-      {Both(Remove(u"W"), Set(&A::workspace, u"W\\")), kChecks[8].message},
-      {Both(Junction(u"K", u"C:\\Real"), Write(u"C:\\Real\\release\\Tolvarine.exe")),
-       kChecks[10].message},
-      {at_root, kChecks[12].message},
-      {Set(&A::target, u"W"), overlap},
-      {Set(&A::target, u"W\\.."), overlap},
-      {Directory(u"S\\Tolvarine.exe"), no_application},
-      {Link(u"S\\Tolvarine.exe", u"nothing"), no_application},
-      {Inject(Call::GetFileAttributesExW, u"release\\Tolvarine.exe"), no_application}};
-  ForEachRow(rows, [](const Check& row) {
+  const Change at_root = Both(Set(&A::workspace, u"C:\\" + kId),
+                              Set(&A::source, u"C:\\s\\" + kId.substr(0, 32) + u"\\release"));
+  const char16_t* const overlap = kChecks[13].message;
+  const char16_t* const no_application = kChecks[14].message;
+  const RefusedCase cases[] = {
+
+      {"stages are a junction",
+       Both(Junction(u"K", u"C:\\Real"), Write(u"C:\\Real\\release\\Tolvarine.exe")),
+       kChecks[6].message},
+      {"workspace at the root", at_root, kChecks[8].message},
+
+      {"target contains the workspace", Set(&A::target, u"W\\.."), overlap},
+
+      {"application is a broken link", Link(u"S\\Tolvarine.exe", u"nothing"), no_application}};
+  ForEachCase(cases, [](const RefusedCase& each) {
     SimulatedUpdate update;
-    row.act(update);
-    EXPECT_EQ(ValidateRequest(update.arguments), row.message);
+    each.change(update);
+    EXPECT_EQ(ValidateRequest(update.arguments), each.message);
   });
 }
 
 TEST(RequestValidationTest, PathsCompareByWholeElementsWithoutCase) {
-  struct Row {
-    const char16_t* path;
-    const char16_t* base;
-    bool equal, within;
-  };
-  const Row rows[] = {{u"", u"", true, true},
-                      {u"C:\\a\\b", u"c:/A/x/../B", true, true},
-                      {u"C:\\\u00C4", u"c:\\\u00E4", true, true},
-                      {u"C:\\a\\bc", u"C:\\a\\b", false, false},
-                      {u"C:\\a\\b\\c", u"C:\\A\\B", false, true},
-                      {u"C:\\a", u"C:\\a\\b", false, false},
-                      {u"C:\\a\\b", u"C:\\a\\", false, false},
-                      {u"D:\\a", u"C:\\", false, false},
-                      {u"C:\\a\\..\\b", u"C:\\a", false, false}};
   Computer computer;
   computer.MakeCurrent();
-  ForEachRow(rows, [](const Row& row) {
-    EXPECT_EQ(PathsEqual(row.path, row.base), row.equal);
-    EXPECT_EQ(IsPathWithin(row.path, row.base), row.within);
-  });
+  EXPECT_TRUE(PathsEqual(u"C:\\a\\B\\\u00C4", u"c:/A/x/../b/\u00E4"));
+  EXPECT_TRUE(IsPathWithin(u"C:\\a\\b\\c", u"c:/A/B"));
+  EXPECT_FALSE(IsPathWithin(u"C:\\a\\bc", u"C:\\a\\b"));
+  EXPECT_FALSE(IsPathWithin(u"C:\\a", u"C:\\a\\b"));
+  EXPECT_FALSE(IsPathWithin(u"C:\\a\\b", u"C:\\a\\")) << "a separator is an element";
   EXPECT_TRUE(IsSafeDirectory(u"C:/a") && IsSafeDirectory(u"\\\\server\\share"));
-  for (const char16_t* const path :
-       {u"", u"a", u"\\a", u"C:a", u"C:\\", u"C:\\a\\", u"\\\\server"}) {
+  for (const char16_t* const path : {u"\\a", u"C:a", u"C:\\", u"C:\\a\\", u"\\\\server"}) {
     EXPECT_FALSE(IsSafeDirectory(path)) << Shown(path);
   }
 }

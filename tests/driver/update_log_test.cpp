@@ -3,9 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <limits>
 #include <new>
 
-#include "support/update_scenes.h"
+#include "support/update_changes.h"
 
 namespace tolvarine::updater {
 namespace {
@@ -25,56 +26,65 @@ class UpdateLogTest : public testing::Test {
 };
 
 TEST_F(UpdateLogTest, RecordsAreAppendedWithLocalTimeAndItsOffset) {
-  struct Row {
+  struct ZoneCase {
     platform::TimeZoneInformation zone;
     std::uint32_t id;
     const char* offset;
   };
-  const Row rows[] = {{{-60, 0, -60}, 1, "+01:00"}, {{-60, 5, -60}, 1, "+00:55"},
-                      {{300, 0, -60}, 1, "-05:00"}, {{300, 0, -60}, 2, "-04:00"},
-                      {{-330, 0, 0}, 1, "+05:30"},  {{0, 0, 0}, 1, "+00:00"},
-                      {{-60, 7, 9}, 0, "+01:00"},   {{570, 0, 0}, 0, "-09:30"}};
+  constexpr std::int32_t kLeast = std::numeric_limits<std::int32_t>::min();
+  const ZoneCase cases[] = {{{-60, 5, -60}, 1, "+00:55"},
+                            {{300, 0, -60}, 2, "-04:00"},
+                            {{-330, 0, 0}, 1, "+05:30"},
+                            {{0, 0, 0}, 1, "+00:00"},
+                            {{-60, 7, 9}, 0, "+01:00"},
+                            {{570, 0, 0}, 0, "-09:30"},
+                            {{kLeast, kLeast, 0}, 1, "+71582788:16"},
+                            {{~kLeast, 0, 1}, 2, "-35791394:08"}};
   std::string expected;
-  for (const auto& [zone, id, offset] : rows) {
+  for (const auto& [zone, id, offset] : cases) {
     computer.clock.zone = zone;
     computer.clock.zone_id = id;
     WriteUpdateLog(kLogError, u"One\r\ntwo \\n \u00E9\U0001F600\xD800.");
     expected += std::string("[2026-03-01 14:05:09.042 ") + offset +
                 "] [ERROR] [Updater] One\\r\\ntwo \\n \xC3\xA9\xF0\x9F\x98\x80\xEF\xBF\xBD.\r\n";
   }
+  computer.clock.zone = {0, 0, 0};
   computer.clock.local_time = {987, 12, 31, 0, 0, 0, 7};
-  computer.disk.Hold(kLog, platform::kGenericWrite,
-                     platform::kFileShareAll);  // It shuts nobody out.
+  computer.disk.Hold(kLog, platform::kGenericWrite, platform::kFileShareAll);
   computer.calls.keep_trace = true;
   WriteUpdateLog(kLogWarning, u"");
-  expected += "[0987-12-31 00:00:00.007 -09:30] [WARNING] [Updater] \r\n";
+  expected += "[0987-12-31 00:00:00.007 +00:00] [WARNING] [Updater] \r\n";
   EXPECT_EQ(computer.disk.ReadFile(kLog), expected);
-  const auto writes = [](const CallRecord& record) { return record.call == Call::WriteFile; };
-  EXPECT_EQ(std::ranges::count_if(computer.calls.trace, writes), 1);
+  EXPECT_EQ(std::ranges::count(computer.calls.trace, Call::WriteFile, &CallRecord::call), 1);
 }
 
-// The update goes on without the record in every case.
 TEST_F(UpdateLogTest, RecordThatCannotBeWrittenIsDropped) {
-  using W = Computer;
-  void (*const obstacles[])(W&) = {
-      [](W&) { UpdateLogPath().clear(); },
-      [](W&) { UpdateLogPath() = u"C:\\missing\\log.txt"; },
-      [](W& w) { w.disk.SetAttributes(kLog, platform::kFileAttributeReadonly); },
-      [](W& w) { w.disk.Hold(kLog, platform::kGenericRead, platform::kFileShareNone); },
-      [](W& w) { w.disks.volume(u'C').write_protected = true; },
-      [](W& w) { w.calls.Inject({.call = Call::WideCharToMultiByte}); },
-      [](W& w) { w.calls.Inject({.call = Call::WideCharToMultiByte, .first = 2}); },
-      [](W& w) { w.calls.Inject({.call = Call::WriteFile}); },
-      [](W& w) { w.calls.before_call = [](const CallRecord&) { throw std::bad_alloc(); }; }};
-  ForEachRow(obstacles, [](const auto& obstacle) {
-    Computer machine;
-    machine.MakeCurrent();
-    machine.disk.WriteFile(kLog, "earlier\n");
+  struct ObstacleCase {
+    const char* name;
+    void (*change)(Computer&);
+  };
+  const ObstacleCase cases[] = {
+      {"no path", [](Computer&) { UpdateLogPath().clear(); }},
+      {"no directory", [](Computer&) { UpdateLogPath() = u"C:\\missing\\log.txt"; }},
+      {"open elsewhere",
+       [](Computer& c) { c.disk.Hold(kLog, platform::kGenericRead, platform::kFileShareNone); }},
+      {"conversion, size",
+       [](Computer& c) { c.calls.Inject({.call = Call::WideCharToMultiByte}); }},
+      {"conversion, text",
+       [](Computer& c) { c.calls.Inject({.call = Call::WideCharToMultiByte, .first = 2}); }},
+      {"write", [](Computer& c) { c.calls.Inject({.call = Call::WriteFile}); }},
+      {"no memory", [](Computer& c) {
+         c.calls.before_call = [](const CallRecord&) { throw std::bad_alloc(); };
+       }}};
+  ForEachCase(cases, [](const ObstacleCase& each) {
+    Computer other;
+    other.MakeCurrent();
+    other.disk.WriteFile(kLog, "earlier\n");
     UpdateLogPath() = kLog;
-    obstacle(machine);
+    each.change(other);
     WriteUpdateLog(kLogError, u"text");
-    EXPECT_EQ(machine.disk.ReadFile(kLog), "earlier\n");
-    EXPECT_EQ(machine.disk.Tree(u"C:\\").size(), 2u);
+    EXPECT_EQ(other.disk.ReadFile(kLog), "earlier\n");
+    EXPECT_EQ(other.disk.Tree(u"C:\\").size(), 2u);
   });
 }
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "driver/failure_message.h"
 #include "end_to_end/real_update.h"
 #include "text/system_error.h"
 

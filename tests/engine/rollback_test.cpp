@@ -9,44 +9,40 @@ namespace {
 
 using enum TransactionPhase;
 
-struct Obstacle {
+struct RollbackCase {
+  const char* name;
   std::uint64_t entry;  // At which the rollback stops.
-  Act act;
+  Change change;
   const char* text;
 };
 
-TEST(RollbackTest, ObstacleStopsTheRollbackAtItsEntryUntilItIsGone) {
+TEST(RollbackTest, RollbackStopsAtAFailingEntryAndContinuesThereLater) {
   const Path temporary = u"Tolvarine\\readme.txt.tolvarine-update-new";
-  const Act spoil = Write(u"T\\readme.txt.tolvarine-update-new", "spoilt");
-  const Obstacle rows[] = {
-      {kReadme, Write(u"B\\readme.txt", "bad"),
+  const Change spoil = Write(u"T\\readme.txt.tolvarine-update-new", "spoilt");
+  const RollbackCase cases[] = {
+      {"damaged backup", kReadme, Write(u"B\\readme.txt", "bad"),
        "Baseline backup failed verification: |B\\readme.txt|"},
-      {kReadme, Before(Call::MoveFileExW, temporary, spoil),
+      {"damaged restored file", kReadme, Before(Call::MoveFileExW, temporary, spoil),
        "Restored file failed verification: |T\\readme.txt|"},
-      {kReadme, Inject(Call::CopyFileW, u"readme.txt", 1, kAlways),
-       "Could not copy backup or restore temporary: Access is denied."},
-      {kReadme, Inject(Call::DeleteFileW, temporary, 1, kAlways),
-       "Could not remove stale backup or restore temporary: Access is denied."},
-      {kReadme, Inject(Call::MoveFileExW, temporary, 1, kAlways), "Access is denied."},
-      {0, Both(Remove(u"T\\lib"), Inject(Call::CreateDirectoryW, u"lib", 1, kAlways)),
-       "Could not create backup or restore directory: Access is denied."},
-      {4, Inject(Call::SetFileInformationByHandle, u"new.dll", 1, kAlways), "Access is denied."}};
-  ForEachRow(rows, [](const Obstacle& row) {
+
+      {"removal of a new file", 4, Inject(Call::SetFileInformationByHandle, u"new.dll", 1, kAlways),
+       "Access is denied."}};
+  ForEachCase(cases, [](const RollbackCase& each) {
     SimulatedUpdate update;
     const auto original = update.computer.disk.Tree(update.target);
-    const Act fail = Both(row.act, [](SimulatedUpdate&) { FailAsPlanned(); });
-    const Ran ran =
+    const Change fail = Both(each.change, [](SimulatedUpdate&) { FailAsPlanned(); });
+    const EngineRun run =
         RunEngine(update, At({CrashPoint::ApplyEntryDone, kReadme}, [&] { fail(update); }));
-    const Ran again = RunEngine(update);
-    const std::string text = Text(update, row.text);
-    EXPECT_EQ(ran.error, "planned failure; rollback incomplete: " + text);
+    const EngineRun again = RunEngine(update);
+    const std::string text = ResolveIn(update, each.text);
+    EXPECT_EQ(run.error, "planned failure; rollback incomplete: " + text);
     EXPECT_EQ(again.error, text + "; rollback incomplete: " + text);
     EXPECT_EQ(again.status, Rollback);
-    EXPECT_EQ(again.result.rollback, row.entry);
+    EXPECT_EQ(again.result.rollback, each.entry);
     update.computer.calls.before_call = nullptr;
     update.computer.calls.ClearFaults();
     Write(u"B\\readme.txt", update.plan.baseline[u"readme.txt"])(update);
-    const Ran mended = RunEngine(update);
+    const EngineRun mended = RunEngine(update);
     EXPECT_EQ(mended.status, RolledBack);
     EXPECT_EQ(mended.error, "");
     EXPECT_EQ(mended.result.error, again.error);
@@ -55,11 +51,11 @@ TEST(RollbackTest, ObstacleStopsTheRollbackAtItsEntryUntilItIsGone) {
 }
 
 TEST(RollbackTest, EveryEntryIsRestoredWhateverTheTargetHolds) {
-  const Act havoc = Both(Both(Remove(u"T\\lib"), Remove(u"T\\Tolvarine.exe")),
-                         Both(Write(u"T\\readme.txt"), Write(u"T\\empty.dat", "a stranger")));
-  const Act fail = [](SimulatedUpdate&) { FailAsPlanned(); };
-  ExpectTrouble(
-      {{Both(havoc, fail), RolledBack, kPlanned, HookPoint{CrashPoint::ApplyEntryStarted, 0}}});
+  const Change damage = Both(Both(Remove(u"T\\lib"), Remove(u"T\\Tolvarine.exe")),
+                             Both(Write(u"T\\readme.txt"), Write(u"T\\empty.dat", "unknown")));
+  const Change fail = [](SimulatedUpdate&) { FailAsPlanned(); };
+  ExpectFailures({{"before the first entry", Both(damage, fail), RolledBack, kPlanned,
+                   HookPoint{CrashPoint::ApplyEntryStarted, 0}}});
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "journal/journal_text.h"
 #include "support/engine_runs.h"
 #include "text/fnv1a.h"
 
@@ -15,8 +16,7 @@ TransactionJournal PlanOf(const SimulatedUpdate& update) {
                          NormalizeManagedDeletionList(lists.managed_deletions, inventory));
 }
 
-// What is to happen, to what, and over what: the size and fingerprint of what stood there. Then the
-// missing directories.
+// The entries with their kind, path, size and baseline, then the missing directories.
 std::string Shown(const TransactionJournal& record) {
   std::string text;
   for (const JournalEntry& entry : record.entries) {
@@ -54,7 +54,7 @@ TEST(TransactionPlanTest, DeletionsComeFirstAndTheApplicationLast) {
   EXPECT_EQ(record.generation, 0u);
 }
 
-TEST(TransactionPlanTest, MissingDirectoriesStandOnceAndDeepestFirst) {
+TEST(TransactionPlanTest, MissingDirectoriesAreListedOnceAndDeepestFirst) {
   UpdatePlan plan;
   plan.baseline = {{u"lib/present.txt", ""}};
   plan.release = {{u"a/b/c.txt", ""}, {u"a/d.txt", ""}, {u"lib/Z/q.txt", ""}, {u"x/y/z/w", ""}};
@@ -63,29 +63,48 @@ TEST(TransactionPlanTest, MissingDirectoriesStandOnceAndDeepestFirst) {
   EXPECT_TRUE(shown.ends_with("EXE 11\nx\\y\\z\na\\b\nlib\\Z\nx\\y\na\nx\n")) << shown;
 }
 
+// "B" comes before "a" in bytes, and after it by comparison keys, in which the inventory is sorted.
+// The spellings "A" and "a" are then not neighbours, and the journal's reader refuses the record.
+TEST(TransactionPlanTest, DirectoriesOfOneDepthAreInTheOrderOfTheirBytes) {
+  UpdatePlan plan;
+  plan.release = {{u"Tolvarine.exe", ""}, {u"a/x.txt", ""}, {u"B/y.txt", ""}};
+  SimulatedUpdate update(plan);
+  EXPECT_TRUE(Shown(PlanOf(update)).ends_with("\nB\na\n"));
+  update.arguments.source_inventory.push_back({u"A/z.txt", 0, std::string(64, '0')});
+  const TransactionJournal record = PlanOf(update);
+  EXPECT_TRUE(Shown(record).ends_with("\nA\nB\na\n"));
+  EXPECT_FALSE(ParseJournal(SerializeJournal(record)));
+}
+
+struct TargetCase {
+  const char* name;
+  Change change;
+  const char* error;
+};
+
 TEST(TransactionPlanTest, TargetThatCannotBeUpdatedIsRefused) {
   constexpr char kNoFile[] = "Update target entry is not a regular file";
   constexpr char kNoDirectory[] = "Update target parent is not a regular directory";
   constexpr char kDenied[] = "Access is denied.";
   constexpr Call kQuery = Call::GetFileAttributesExW;
-  const std::pair<Act, const char*> rows[] = {
-      {Directory(u"T\\readme.txt"), kNoFile},
-      {Link(u"T\\readme.txt", u"lib\\core.dll"), kNoFile},
-      {Write(u"T\\plug"), kNoDirectory},
-      {Junction(u"T\\plug", u"T\\lib"), kNoDirectory},
-      {Junction(u"T\\plug", u"C:\\State"), "update target path escapes its root"},
-      {Inject(kQuery, u"core.dll"), kDenied},
-      {Inject(kQuery, u"there.txt"), kDenied},
-      {Inject(kQuery, u"plug\\ins"), kDenied},
-      {Inject(kQuery, u"readme.txt", 2), kDenied},  // The size.
-      {Inject(kQuery, u"core.dll", 1, 1, 267), "The directory name is invalid."},
-      {Inject(kQuery, u"readme.txt", 1, 1, 53), ""},  // A lost network path counts as absence.
-      {Inject(Call::WfsOpen, u"readme.txt"), "Could not open file for hashing: |T\\readme.txt|"},
-      {Inject(Call::Fread, u"readme.txt"), "Could not hash file: |T\\readme.txt|"}};
-  ForEachRow(rows, [](const auto& row) {
+  const TargetCase cases[] = {
+      {"directory", Directory(u"T\\readme.txt"), kNoFile},
+      {"link", Link(u"T\\readme.txt", u"lib\\core.dll"), kNoFile},
+
+      {"parent is a junction", Junction(u"T\\plug", u"T\\lib"), kNoDirectory},
+
+      {"query of a deletion", Inject(kQuery, u"there.txt"), kDenied},
+      {"query of a parent", Inject(kQuery, u"plug\\ins"), kDenied},
+
+      {"code 267 is not absence", Inject(kQuery, u"core.dll", 1, 1, 267),
+       "The directory name is invalid."},
+      {"code 53 is absence", Inject(kQuery, u"readme.txt", 1, 1, 53), ""},
+      {"open", Inject(Call::WfsOpen, u"readme.txt"),
+       "Could not open file for hashing: |T\\readme.txt|"}};
+  ForEachCase(cases, [](const TargetCase& each) {
     SimulatedUpdate update;
-    row.first(update);
-    EXPECT_EQ(FailureOf([&] { static_cast<void>(PlanOf(update)); }), Text(update, row.second));
+    each.change(update);
+    EXPECT_EQ(FailureOf([&] { static_cast<void>(PlanOf(update)); }), ResolveIn(update, each.error));
   });
 }
 

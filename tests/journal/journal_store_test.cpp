@@ -1,9 +1,12 @@
 #include "journal/journal_store.h"
 
+#include <gtest/gtest.h>
+
 #include <map>
 
-#include "files/file_fixture.h"
 #include "journal/journal_text.h"
+#include "support/failure_of.h"
+#include "support/simulated_fixture.h"
 #include "text/fnv1a.h"
 
 namespace tolvarine::updater {
@@ -26,9 +29,9 @@ std::string Slot(std::uint64_t generation, std::string error = {}) {
 
 using Files = std::map<std::u16string, std::string>;
 
-class JournalStore : public FileFixture {
+class JournalStore : public SimulatedFixture {
  protected:
-  // The directory holds these files and nothing else, all of them on the medium.
+  // The directory holds exactly these files, all of them on the medium.
   void CreateFiles(const Files& files) {
     computer.disk.Remove(kDirectory);
     computer.disk.MakeDirectory(kDirectory);
@@ -37,14 +40,12 @@ class JournalStore : public FileFixture {
     computer.disks.Settle();
   }
 
-  // The directory as the save of `last`, an even number, left it, and a stale temporary.
-  void SetUpAfter(std::uint64_t last) {
-    Files files = {{u"journal.1.new", "stale"}};
-    if (last > 0) files.insert({{u"journal.0", Slot(last)}, {u"journal.1", Slot(last - 1)}});
-    CreateFiles(files);
+  // The directory after the save of generation 4, with a stale temporary.
+  void CreateSaved() {
+    CreateFiles({{u"journal.0", Slot(4)}, {u"journal.1", Slot(3)}, {u"journal.1.new", "stale"}});
   }
 
-  // "none", "corrupt", or the generation and the error of the record that is found. A load changes
+  // "none", "corrupt", or the generation and the error of the record that is loaded. A load changes
   // nothing.
   std::string Load() {
     const Files before = computer.disk.Tree(kDirectory);
@@ -54,131 +55,120 @@ class JournalStore : public FileFixture {
     if (result.journal) return std::to_string(result.journal->generation) + result.journal->error;
     return result.state == JournalLoadState::None ? "none" : "corrupt";
   }
-
-  // What a load finds behind the save after `last`.
-  void ExpectLoad(std::uint64_t last, bool saved) {
-    const bool temporary = computer.disk.Exists(kDirectory + u"\\journal.1.new");
-    const std::string first = temporary ? "corrupt" : "none";
-    const std::string old = last == 0 ? first : std::to_string(last);
-    EXPECT_EQ(Load(), saved ? std::to_string(last + 1) : old);
-  }
-
-  // What the next save throws, the generation that the record then has, and what it leaves of its
-  // temporary.
-  std::string Save(TransactionJournal journal) {
-    const std::uint64_t last = journal.generation;
-    const std::string thrown = Thrown([&] { SaveJournal(kDirectory, journal); });
-    computer.calls.before_call = nullptr;  // What fails is part of the save, not of the load.
-    ExpectLoad(last, thrown == "done");
-    const auto left = computer.disk.ReadFile(kDirectory + u"\\journal.1.new");
-    const std::string part = left == "stale" ? ", stale" : ", part";
-    const std::string temporary = left == Slot(last + 1) ? ", whole" : part;
-    return thrown + ", " + std::to_string(journal.generation) + (left ? temporary : "");
-  }
 };
 
-TEST_F(JournalStore, TheNewestSoundSlotCounts) {
+TEST_F(JournalStore, TheNewestValidSlotIsLoaded) {
   std::string bad = FormatJournalBody(Record(4));
-  bad.replace(bad.find("433a2f"), 6, "433aff");  // No UTF-8: the parse throws.
+  bad.replace(bad.find("433a2f"), 6, "433aff");  // Not UTF-8: the parser throws.
   bad += "checksum " + std::to_string(Fnv1a64(bad)) + "\n";
-  const std::string noise = std::string(50'000'000, '\0') + "checksum 1\n";
-  const std::pair<Files, std::string> table[] = {
-      {{}, "none"},
-      {{{u"x", ""}}, "corrupt"},
-      {{{u"journal.0.new", Slot(2)}}, "corrupt"},
-      {{{u"journal.0", Slot(4)}, {u"journal.1", Slot(3)}, {u"journal.0.new", Slot(6)}}, "4"},
-      {{{u"journal.0", Slot(4) + "\n"}, {u"journal.1", Slot(3)}}, "3"},
-      {{{u"journal.0", bad}, {u"journal.1", Slot(3)}}, "3"},
-      {{{u"journal.0", noise}, {u"journal.1", Slot(3)}}, "3"},
-      {{{u"journal.0\\x", ""}, {u"journal.1", Slot(3)}}, "3"},  // A directory in a slot's place.
-      {{{u"journal.0", ""}, {u"journal.1", Slot(3).substr(1)}}, "corrupt"},
-      {{{u"journal.0", Slot(5, "even")}, {u"journal.1", Slot(5, "odd")}}, "5even"},
-      {{{u"journal.1", Slot(2)}}, "2"},  // The parity is the writer's affair.
-      {{{u"journal.0", Slot(~std::uint64_t{0})}, {u"journal.1", Slot(1)}}, "18446744073709551615"},
-  };
-  for (const auto& [files, found] : table) {
+  const struct {
+    const char* name;
+    Files files;
+    std::string loaded;
+  } cases[] = {
+      {"empty directory", {}, "none"},
+      {"other file", {{u"x", ""}}, "corrupt"},
+      {"temporary alone", {{u"journal.0.new", Slot(2)}}, "corrupt"},
+      {"newer temporary",
+       {{u"journal.0", Slot(4)}, {u"journal.1", Slot(3)}, {u"journal.0.new", Slot(6)}},
+       "4"},
+      {"text after the checksum", {{u"journal.0", Slot(4) + "\n"}, {u"journal.1", Slot(3)}}, "3"},
+      {"path that is not UTF-8", {{u"journal.0", bad}, {u"journal.1", Slot(3)}}, "3"},
+      {"directory as a slot", {{u"journal.0\\x", ""}, {u"journal.1", Slot(3)}}, "3"},
+      {"no valid slot", {{u"journal.0", ""}, {u"journal.1", Slot(3).substr(1)}}, "corrupt"},
+      {"equal generations", {{u"journal.0", Slot(5, "even")}, {u"journal.1", Slot(5)}}, "5even"},
+      {"other parity", {{u"journal.1", Slot(2)}}, "2"}};
+  for (const auto& [name, files, loaded] : cases) {
     CreateFiles(files);
-    EXPECT_EQ(Load(), found);
+    EXPECT_EQ(Load(), loaded) << name;
   }
 }
 
 TEST_F(JournalStore, OnlyAPlainDirectoryThatCanBeReadHoldsAJournal) {
   EXPECT_EQ(Load(), "none");
-  SetUpAfter(4);
-  EXPECT_EQ(FailingEachCall([] {}, [&] { return Load(); }), R"(
-GetFileAttributesExW tx: corrupt
-FindFirstFileExW *: corrupt
-FindNextFileW: corrupt
-FindNextFileW: corrupt
-FindClose: 4
-WfsOpen journal.0: 3
-Fread journal.0: 3
-Fclose journal.0: 4
-WfsOpen journal.1: 4
-Fread journal.1: 4
-Fclose journal.1: 4
-in peace: 4
-)");
-  for (const std::uint32_t code : {2u, 3u, 53u, 64u, 123u, 161u, 21u, 267u}) {
-    Inject(Call::GetFileAttributesExW, code);
-    EXPECT_EQ(Load(), code == 21 || code == 267 ? "corrupt" : "none") << code;
+  CreateSaved();
+  const std::pair<simulated::Fault, std::string> faults[] = {
+      {{.call = Call::GetFileAttributesExW, .code = 53}, "none"},  // A lost network path.
+      {{.call = Call::FindNextFileW}, "corrupt"},
+      {{.call = Call::WfsOpen, .path_suffix = u"journal.0"}, "3"},
+      {{.call = Call::Fread, .path_suffix = u"journal.0"}, "3"}};
+  for (const auto& [fault, loaded] : faults) {
+    computer.calls.ClearFaults();
+    computer.calls.Inject(fault);
+    EXPECT_EQ(Load(), loaded) << CallName(fault.call) << " " << fault.code;
   }
   computer.disk.Rename(kDirectory, u"C:\\good");
-  computer.disk.MakeSymbolicLink(kDirectory, u"C:\\good", true);
-  EXPECT_EQ(Load(), "corrupt");
-  computer.disk.Remove(kDirectory);
   computer.disk.MakeJunction(kDirectory, u"C:\\good");
-  EXPECT_EQ(Load(), "corrupt");
+  EXPECT_EQ(Load(), "corrupt") << "junction";
   computer.disk.Remove(kDirectory);
   computer.disk.WriteFile(kDirectory, Slot(4));
-  EXPECT_EQ(Load(), "corrupt");
+  EXPECT_EQ(Load(), "corrupt") << "file";
 }
 
-TEST_F(JournalStore, SavesTakeTurnsAndLeaveNoTemporary) {
+TEST_F(JournalStore, SavesAlternateAndLeaveNoTemporary) {
   TransactionJournal journal = Record(6);
-  SetUpAfter(6);
+  CreateFiles({{u"journal.0", Slot(6)}, {u"journal.1", Slot(5)}, {u"journal.1.new", "stale"}});
   SaveJournal(kDirectory, journal);
   EXPECT_EQ(computer.disk.Tree(kDirectory),
             (Files{{u"journal.0", Slot(6)}, {u"journal.1", Slot(7)}}));
-  EXPECT_TRUE(computer.disks.volume(u'C').unforced().empty()) << "not written through";
   SaveJournal(kDirectory, journal);
   EXPECT_EQ(computer.disk.Tree(kDirectory),
             (Files{{u"journal.0", Slot(8)}, {u"journal.1", Slot(7)}}));
   journal.generation = ~std::uint64_t{0};
   SaveJournal(kDirectory, journal);
-  EXPECT_EQ(computer.disk.Tree(kDirectory),
-            (Files{{u"journal.0", Slot(0)}, {u"journal.1", Slot(7)}}));
-  EXPECT_EQ(Load(), "7");
+  EXPECT_EQ(Load(), "7") << "generation 0 is the older one";
 }
 
-TEST_F(JournalStore, AnyCallOfASaveThatFailsLeavesTheOldOrTheNewRecord) {
-  // In the order of the steps; two of them wait for the disk.
-  EXPECT_EQ(FailingEachCall([&] { SetUpAfter(4); }, [&] { return Save(Record(4)); }), R"(
-CreateDirectoryW tx: filesystem 5: create_directories: *: "C:\tx", 4, stale
-GetFileAttributesExW tx: filesystem 5: create_directories: *: "C:\tx", 4, stale
-CreateFile2 journal.1.new: done, 5
-SetFileInformationByHandle journal.1.new: done, 5
-CloseHandle journal.1.new: done, 5
-WfsOpen journal.1.new: runtime: Could not create transaction journal, 5
-Fwrite journal.1.new: runtime: Could not write transaction journal, 5, part
-Fflush journal.1.new: runtime: Could not write transaction journal, 5, part
-Fclose journal.1.new: done, 5
-CreateFileW journal.1.new: system 5: *, 5, whole
-FlushFileBuffers journal.1.new: system 5: *, 5, whole
-CloseHandle journal.1.new: done, 5
-MoveFileExW journal.1.new: system 5: *, 5, whole
-in peace: done, 5
-)");
-  FailingEachCall([&] { SetUpAfter(0); }, [&] { return Save(Record(0)); });
+// More than one block of the reader and of the stream's buffer, and no multiple of either.
+TEST_F(JournalStore, LongJournalIsSavedAndLoadedWhole) {
+  TransactionJournal journal = Record(0);
+  for (char16_t i = 0; i < 1000; ++i) {
+    journal.entries.push_back(
+        {.path = Path(1, 0x4E00 + i) + Path(60, u'n'), .size = i, .sha256 = std::string(64, 'a')});
+  }
+  SaveJournal(kDirectory, journal);
+  const std::string text = SerializeJournal(journal);
+  ASSERT_GT(text.size(), 3u * 65536);
+  EXPECT_EQ(computer.disk.ReadFile(kDirectory + u"\\journal.1"), text);
+  const JournalLoadResult loaded = LoadJournal(kDirectory);
+  ASSERT_TRUE(loaded.journal.has_value());
+  EXPECT_EQ(SerializeJournal(*loaded.journal), text);
 }
 
-TEST_F(JournalStore, AFullDiskAndABadPathLeaveTheSlots) {
-  SetUpAfter(4);
-  computer.disks.volume(u'C').capacity = Slot(4).size() * 5 / 2;
-  EXPECT_EQ(Save(Record(4)), "runtime: Could not write transaction journal, 5, part");
+// The generation is incremented, unless the directory cannot be made.
+TEST_F(JournalStore, FailingSaveKeepsBothSlots) {
+  const struct {
+    simulated::Fault fault;
+    std::string error;
+    std::uint64_t generation;
+  } cases[] = {{{.call = Call::GetFileAttributesExW},
+                "create_directories: Access is denied.: \"C:\\tx\"",
+                4},
+               {{.call = Call::WfsOpen}, "Could not create transaction journal", 5},
+               {{.call = Call::Fwrite, .partial = 100}, "Could not write transaction journal", 5},
+               {{.call = Call::FlushFileBuffers}, "Access is denied.", 5},
+               {{.call = Call::MoveFileExW}, "Access is denied.", 5}};
+  for (const auto& [fault, error, generation] : cases) {
+    SCOPED_TRACE(CallName(fault.call));
+    CreateSaved();
+    computer.calls.Inject(fault);
+    TransactionJournal journal = Record(4);
+    EXPECT_EQ(FailureOf([&] { SaveJournal(kDirectory, journal); }), error);
+    computer.calls.ClearFaults();
+    EXPECT_EQ(journal.generation, generation);
+    EXPECT_EQ(computer.disk.ReadFile(kDirectory + u"\\journal.0"), Slot(4));
+    EXPECT_EQ(computer.disk.ReadFile(kDirectory + u"\\journal.1"), Slot(3));
+    SaveJournal(kDirectory, journal);
+    EXPECT_EQ(Load(), std::to_string(journal.generation));
+  }
+  computer.calls.Inject({.call = Call::Fclose});
   TransactionJournal journal = Record(4);
+  EXPECT_EQ(FailureOf([&] { SaveJournal(kDirectory, journal); }), "") << "a failing close";
+  CreateSaved();
+  journal = Record(4);
   journal.target = u"C:\\\xd800";
-  EXPECT_EQ(Save(journal), "system 1113: *, 5");
+  EXPECT_NE(FailureOf([&] { SaveJournal(kDirectory, journal); }), "") << "a lone surrogate";
+  EXPECT_EQ(Load(), "4");
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Short words for tests that run the engine on a staged update.
+// Runs of the engine on a staged update, for tests.
 
 #pragma once
 
@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <ostream>
 #include <stdexcept>
@@ -15,7 +16,7 @@
 
 #include "engine/transaction_run.h"
 #include "journal/journal_store.h"
-#include "support/update_scenes.h"
+#include "support/update_changes.h"
 
 namespace tolvarine::updater {
 
@@ -23,27 +24,27 @@ inline std::ostream& operator<<(std::ostream& stream, TransactionPhase phase) {
   return stream << "phase " << static_cast<int>(phase);
 }
 
-// The entries of the typical plan, in their order. The first two are deletions; numbers 1, 2 and 4
+// The entries of the typical plan, in their order. The first two are deletions; entries 1, 2 and 4
 // have no baseline.
 inline constexpr std::uint64_t kEntries = 7;
 inline constexpr std::uint64_t kReadme = 5;
 inline constexpr std::uint64_t kApplication = 6;
 
-struct Ran {
+struct EngineRun {
   TransactionPhase status{};
-  std::string error;  // What the caller is told.
+  std::string error;  // What RunTransaction stores for its caller.
   TransactionResult result;
 };
 
-inline Ran RunEngine(const SimulatedUpdate& update, TransactionHook hook = {},
-                     RecoveryPolicy policy = RecoveryPolicy::ResumeForward) {
+inline EngineRun RunEngine(const SimulatedUpdate& update, TransactionHook hook = {},
+                           RecoveryPolicy policy = RecoveryPolicy::ResumeForward) {
   TransactionRequest request = update.Request();
   request.crash_hook = std::move(hook);
   request.recovery_policy = policy;
-  Ran ran{.error = "left over from earlier", .result = {}};
-  ran.result = RunTransaction(request, &ran.error);
-  ran.status = ran.result.status;
-  return ran;
+  EngineRun run{.error = "left over from earlier", .result = {}};
+  run.result = RunTransaction(request, &run.error);
+  run.status = run.result.status;
+  return run;
 }
 
 struct HookPoint {
@@ -53,10 +54,14 @@ struct HookPoint {
   bool operator==(const HookPoint&) const = default;
 };
 
-// Acts whenever one moment of the run comes.
-inline TransactionHook At(const HookPoint& moment, std::function<void()> act) {
+// A hook that calls `action` at one point, which the run must reach.
+inline TransactionHook At(const HookPoint& at, std::function<void()> action) {
+  const auto check = std::make_shared<FiredCheck>(
+      "hook point " + std::to_string(static_cast<int>(at.point)) + " of an entry");
   return [=](CrashPoint point, std::uint64_t entry) {
-    if (moment == HookPoint{point, entry}) act();
+    if (at != HookPoint{point, entry}) return;
+    check->Fire();
+    action();
   };
 }
 
@@ -68,19 +73,20 @@ inline void FailAsPlanned() { throw std::runtime_error(kPlanned); }
 // The record on the disk.
 inline TransactionJournal SavedRecord(const SimulatedUpdate& update) {
   const JournalLoadResult loaded = LoadJournal(update.layout.transaction);
-  if (!loaded.journal) throw std::logic_error("the scene needs a journal");
+  if (!loaded.journal) throw std::logic_error("the test needs a journal");
   return *loaded.journal;
 }
 
-// An earlier process left its transaction in the middle of a phase. None leaves nothing.
-inline Act LeftIn(TransactionPhase phase) {
+// An earlier process has left its transaction in this phase. None leaves nothing.
+inline Change LeftIn(TransactionPhase phase) {
   using enum TransactionPhase;
-  const bool back = phase == Rollback || phase == RolledBack;
   const auto hook = [=](CrashPoint point, std::uint64_t entry) {
-    if (back) At({CrashPoint::ApplyEntryDone, kReadme}, FailAsPlanned)(point, entry);
-    if (phase == Backup) At({CrashPoint::BackupEntryDone, 3}, Crash)(point, entry);
-    if (phase == Apply) At({CrashPoint::ApplyEntryDone, kReadme}, Crash)(point, entry);
-    if (phase == Rollback) At({CrashPoint::RollbackEntryDone, 3}, Crash)(point, entry);
+    const HookPoint at{point, entry};
+    const bool back = phase == Rollback || phase == RolledBack;
+    if (back && at == HookPoint{CrashPoint::ApplyEntryDone, kReadme}) FailAsPlanned();
+    if (phase == Backup && at == HookPoint{CrashPoint::BackupEntryDone, 3}) Crash();
+    if (phase == Apply && at == HookPoint{CrashPoint::ApplyEntryDone, kReadme}) Crash();
+    if (phase == Rollback && at == HookPoint{CrashPoint::RollbackEntryDone, 3}) Crash();
   };
   return [=](SimulatedUpdate& u) {
     if (phase == None) return;
@@ -92,32 +98,36 @@ inline Act LeftIn(TransactionPhase phase) {
   };
 }
 
-// What happens, before the run or at a moment of it, and how the run then ends.
-struct Trouble {
-  Act act;
+// A run that ends otherwise than in Committed because of a change, which is made before the run
+// or at a hook point of it.
+struct FailureCase {
+  const char* name;
+  Change change;
   TransactionPhase status;
   std::string error;
-  std::optional<HookPoint> moment{};
+  std::optional<HookPoint> point{};
 };
 
-// Where the run says that the target is untouched or restored, it is. The target lies on D.
-inline void ExpectTrouble(const std::vector<Trouble>& rows) {
+// Checks status and error of each run. If the status says that the target is untouched or restored,
+// the target must be as it was before. The target is on D, the state directory on C.
+inline void ExpectFailures(const std::vector<FailureCase>& cases) {
   using enum TransactionPhase;
-  ForEachRow(rows, [](const Trouble& row) {
+  ForEachCase(cases, [](const FailureCase& each) {
     UpdatePlan plan = TypicalPlan();
     plan.target_drive = u'D';
     SimulatedUpdate update(plan);
     const Path target = update.target;
     auto expected = update.computer.disk.Tree(target);
-    const auto act = [&] {
-      row.act(update);
-      if (row.status != RolledBack) expected = update.computer.disk.Tree(target);
+    const auto apply = [&] {
+      each.change(update);
+      if (each.status != RolledBack) expected = update.computer.disk.Tree(target);
     };
-    if (!row.moment) act();
-    const Ran ran = RunEngine(update, row.moment ? At(*row.moment, act) : TransactionHook());
-    EXPECT_EQ(ran.status, row.status);
-    EXPECT_EQ(ran.error, Text(update, row.error));
-    if (row.status != Rollback && row.status != Committed) {
+    if (!each.point) apply();
+    const EngineRun run =
+        RunEngine(update, each.point ? At(*each.point, apply) : TransactionHook());
+    EXPECT_EQ(run.status, each.status);
+    EXPECT_EQ(run.error, ResolveIn(update, each.error));
+    if (each.status != Rollback) {
       EXPECT_EQ(update.computer.disk.Tree(target), expected);
     }
   });

@@ -2,7 +2,7 @@
 
 #include <windows.h>
 
-// After the system's header, whose types it needs.
+// Needs the types of windows.h.
 #include <bcrypt.h>
 
 #include <array>

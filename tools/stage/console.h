@@ -1,5 +1,5 @@
-// What TolvarineStage asks of the system beyond the updater's own calls. The only part of it that
-// knows the system's header.
+// The system calls of TolvarineStage that the updater does not make. Only console.cpp includes the
+// system's header.
 
 #pragma once
 
@@ -13,14 +13,14 @@ namespace tolvarine::updater::stage {
 
 enum class Channel { kOutput, kError };
 
-// Writes UTF-8 text: to a console as the text it is, to anything else as its bytes, line ends as
-// they are.
+// Writes UTF-8 text: as 16-bit text to a console, as bytes to a file or pipe. Does not convert line
+// ends.
 void Print(Channel channel, std::string_view text);
 
-// 64 random digits of 0-9 and a-f. Throws std::runtime_error.
+// Returns 64 random digits 0-9 and a-f. Throws std::runtime_error.
 [[nodiscard]] std::u16string RandomIdentifier();
 
-// The directory that this program was started from.
+// Returns the directory of this program's executable.
 [[nodiscard]] Path ProgramDirectory();
 
 // Starts a program with exactly this command line, waits for its end and returns its exit code.

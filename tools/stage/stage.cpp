@@ -1,5 +1,5 @@
-// TolvarineStage: says what is wrong with a release, lays an update out, and prints or runs the
-// updater's command line.
+// TolvarineStage: checks a release, stages an update, and prints or runs the updater's command
+// line.
 
 #include "files/file_operations.h"
 #include "lists/list_text.h"
@@ -41,8 +41,8 @@ staging::Problems AddDerivedDeletions(StageOptions& options) {
   return {};
 }
 
-// Of a release alone, or, with the directories of an installation, of an update. Only the length of
-// the identifiers counts here.
+// Returns the problems of a release, or of an update if the request names an installation. The
+// identifiers are placeholders, since only their length matters here.
 staging::Problems FindProblems(staging::StagingRequest& request) {
   if (request.target.empty()) return staging::CheckRelease(request.release, request.deletions);
   request.install_key.assign(kSha256DigitCount, u'0');
@@ -69,7 +69,8 @@ int Check(StageOptions& options) {
   return Report(problems);
 }
 
-// On the error channel, so that what --print writes is the command line alone.
+// Prints the identifier to the error channel, so that --print writes only the command line to the
+// output.
 void MakeUp(std::u16string& identifier, std::string_view name) {
   if (!identifier.empty()) return;
   identifier = RandomIdentifier();
@@ -78,7 +79,7 @@ void MakeUp(std::u16string& identifier, std::string_view name) {
 
 std::u16string CommandLine(const StageOptions& options, const UpdaterArguments& arguments) {
   std::u16string line = staging::CommandLineOf(options.request.updater, arguments);
-  // The wait options stand last, and what follows them are digits.
+  // The wait options are last, so everything from the first of them on is removed.
   if (options.without_wait) line.resize(line.rfind(u" --wait-pid "));
   return line;
 }

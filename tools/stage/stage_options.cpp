@@ -85,7 +85,7 @@ const Option* FindOption(Command command, Value name) {
   return command == Command::kStage || option->for_check ? option : nullptr;
 }
 
-// Returns what is wrong, nothing if all is well.
+// Returns the reason of a refusal, empty if all options are valid.
 std::string FillAll(StageOptions& options, const std::vector<Value>& arguments) {
   std::set<Value> seen;
   for (std::size_t i = 1; i < arguments.size(); ++i) {

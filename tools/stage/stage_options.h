@@ -26,13 +26,13 @@ struct StageOptions {
   bool without_wait = false;
 };
 
-// Takes the arguments behind the program's own name. Without options the text says, in one line,
-// what is wrong with them.
+// The result of ParseOptions: the options, or one line with the reason of a refusal.
 struct ParsedOptions {
   std::optional<StageOptions> options{};
   std::string refusal{};
 };
 
+// Parses the arguments after the program's own name.
 [[nodiscard]] ParsedOptions ParseOptions(const std::vector<std::u16string_view>& arguments);
 
 inline constexpr std::string_view kHelpText =

@@ -59,7 +59,8 @@ std::u16string QuoteArgument(std::u16string_view argument) {
   std::u16string quoted = u"\"";
   std::size_t backslashes = 0;
   for (const char16_t unit : argument) {
-    // Backslashes are literal unless a quotation mark follows, which then needs one of its own.
+    // Backslashes are literal unless a quotation mark follows: then each is doubled, and the mark
+    // needs one more.
     if (unit == u'"') quoted.append(backslashes + 1, u'\\');
     backslashes = unit == u'\\' ? backslashes + 1 : 0;
     quoted.push_back(unit);

@@ -1,7 +1,7 @@
-// Where everything of one update lies, and the command line that tells the updater so.
+// The paths of one update and the updater's command line.
 //
-// The layout is the one that the updater proves before it touches anything (see
-// driver/request_validation.h). What is laid out and quoted here is what it accepts.
+// The layout is the one that the updater's request validation accepts
+// (driver/request_validation.h).
 
 #pragma once
 
@@ -14,12 +14,13 @@
 
 namespace tolvarine::updater::staging {
 
-// The paths of one update of one installation. `state` is the installation's state directory, whose
-// name is the installation's key.
+// The paths of one update of one installation. `state` is the installation's state directory; its
+// name is the installation key.
 struct UpdateLayout {
   Path state;
   Path workspace;
-  Path stages;  // The authenticated stages of this update; the source is at or below it.
+  Path
+      stages;  // The authenticated stages of this update; the source is this directory or below it.
   Path pending_marker;
   Path completed_marker;
   Path installed_manifest;
@@ -32,15 +33,15 @@ struct UpdateLayout {
 [[nodiscard]] UpdateLayout LayoutOf(const Path& state_root, std::u16string_view install_key,
                                     std::u16string_view update_id);
 
-// The inventory of the release below a directory, in no particular order. Each file is hashed under
-// the lock that the updater takes. Throws what the updater would throw for it.
+// Returns the inventory of the release below a directory, in no particular order. Locks each file
+// as the updater does while it is hashed. Throws what the updater's own functions throw.
 [[nodiscard]] SourceInventory InventoryOf(const Path& release);
 
-// One argument as CommandLineToArgvW gives it back, whatever it holds but a zero unit.
+// Quotes one argument so that CommandLineToArgvW returns it unchanged. It must not contain U+0000.
 [[nodiscard]] std::u16string QuoteArgument(std::u16string_view argument);
 
-// The whole command line of an updater: its own path, then every option. Options whose value is
-// empty where that means absence (deletions, the creation time) are left out.
+// Returns the updater's command line: its own path, then the options. Leaves out the deletions if
+// there are none, and the creation time if there is no process.
 [[nodiscard]] std::u16string CommandLineOf(const Path& updater, const UpdaterArguments& arguments);
 
 }  // namespace tolvarine::updater::staging

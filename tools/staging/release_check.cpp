@@ -22,7 +22,7 @@
 namespace tolvarine::updater::staging {
 namespace {
 
-constexpr std::size_t kPathLimit = 259;           // Units, for whatever is opened by a plain path.
+constexpr std::size_t kPathLimit = 259;           // Units, for a path without the extended form.
 constexpr std::size_t kDirectoryLimit = 247;      // Units, for a directory that is made.
 constexpr std::size_t kCommandLineLimit = 32767;  // Units, the zero at the end included.
 constexpr std::size_t kHeaderSize = 3;            // Of either list text, in bytes.
@@ -59,7 +59,7 @@ bool IsWellFormed(PathView text) {
   }
 }
 
-// Why a single name may not be in an update, as the end of a sentence; nothing for one that may.
+// Returns the reason, as the end of a sentence, if a name must not be in an update.
 std::optional<std::string> NameFault(PathView name) {
   const auto fault = [&](std::string_view rule) { return Quoted(name).append(rule); };
   if (name.empty()) return "it has an empty name in it";
@@ -81,7 +81,7 @@ std::optional<std::string> NameFault(PathView name) {
   return std::nullopt;
 }
 
-// The same for a whole path from a command line or a list.
+// The same for a whole path of a command line or a list.
 std::optional<std::string> PathFault(PathView path) {
   const PathParts parts = DividePath(path);
   if (path.empty()) return "it is empty";
@@ -94,7 +94,7 @@ std::optional<std::string> PathFault(PathView path) {
   return std::nullopt;
 }
 
-// The bytes of a path in a list; an estimate for one that cannot stand in a list at all.
+// The size in bytes of a path in a list; an estimate if the path cannot be in a list.
 std::size_t ListedSize(PathView path) {
   return IsWellFormed(path) ? GenericUtf8Path(path).size() : path.size();
 }
@@ -106,14 +106,14 @@ struct ReleaseFile {
   std::uint64_t size = 0;
 };
 
-// What a walk through a release finds.
+// The results of a walk through a release.
 struct Findings {
   Problems problems{};
   std::vector<ReleaseFile> files{};
   std::vector<Path> directories{};
 };
 
-// 0 where it cannot be read, which the attempt to lock the file then reports.
+// Returns 0 if the count cannot be read; the attempt to lock the file then reports the failure.
 std::uint32_t LinkCount(const Path& path) {
   const FileHandle file(platform::CreateFileW(path.c_str(), platform::kFileReadAttributes,
                                               platform::kFileShareAll, platform::kOpenExisting,
@@ -140,10 +140,10 @@ void CheckFile(const TreeEntry& entry, const Path& relative, Problems& problems)
 
 void CheckDirectory(const Path& release, const Path& directory, Findings& findings);
 
-// Checks the entry's own name only: the directories above it have had their turn. What has an
-// unsafe name is not opened, since by that name one may reach another file, or none.
+// Checks only the entry's own name, since the names of its directories are checked before. Does not
+// open an entry with an unsafe name: that name may open another file, or none.
 void CheckEntry(const Path& release, const TreeEntry& entry, Findings& findings) {
-  // Empty for a name that is no name, as another system may have put it there: "C:x".
+  // Empty for a name such as "C:x", which another system may have made.
   Path relative = LexicallyRelative(entry.path, release);
   const PathView name = relative.empty() ? PathView(entry.path) : LastComponent(relative);
   if (relative.empty()) relative = entry.path;
@@ -194,7 +194,7 @@ void CheckExecutable(const std::vector<ReleaseFile>& files, Problems& problems) 
 
 // --- The lists ---------------------------------------------------------------------------------
 
-// What both lists are held to. `noun` is what a row stands for.
+// The words for the limits of a list. `noun` names its rows.
 struct ListRule {
   std::string_view noun;
   std::string_view list;
@@ -223,7 +223,8 @@ void CheckPathLength(PathView path, Problems& problems) {
                                " that a list takes."}));
 }
 
-using Keys = std::map<std::u16string, Path>;  // And the first path that has the key.
+using Keys =
+    std::map<std::u16string, Path>;  // Comparison keys, each with the first path that has it.
 
 void AddKey(Keys& keys, const Path& path, Problems& problems) {
   const auto [first, added] = keys.emplace(PathCompareKey(path), path);
@@ -263,8 +264,8 @@ Keys CheckFiles(const std::vector<ReleaseFile>& files, Problems& problems) {
   return keys;
 }
 
-// What stands in the release where the deletion, or a directory above it, is to go. A file and a
-// directory cannot change places in one update.
+// Reports a deletion whose path, or whose parent's path, is in the release. One update cannot
+// replace a file by a directory or the reverse.
 void CheckAgainstRelease(const Path& deletion, const Keys& files, const Keys& directories,
                          Problems& problems) {
   const auto problem = [&](std::string_view what) {
@@ -297,7 +298,7 @@ void CheckDeletions(const ManagedDeletionList& deletions, const Keys& files,
 
 // --- Places ------------------------------------------------------------------------------------
 
-// `suffix` is how much longer the longest name beside the file is.
+// `suffix` is the number of units that the file's temporary has more than the file.
 void CheckPlace(const Path& root, PathView relative, std::size_t suffix, std::string_view where,
                 Problems& problems) {
   const Path path = JoinPath(root, relative);
@@ -313,7 +314,8 @@ void CheckPlace(const Path& root, PathView relative, std::size_t suffix, std::st
   }
 }
 
-// What stands there already takes a place in the backup, and must be a plain file.
+// An existing file gets a copy in the backup, so it must be a plain file, and its path there must
+// not be too long.
 void CheckInstalled(const Path& target, const Path& relative, const Path& backup,
                     Problems& problems) {
   const FileKind kind = QueryLinkStatus(JoinPath(target, relative)).kind;

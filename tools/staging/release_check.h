@@ -1,9 +1,9 @@
-// What keeps a release from being updated to, told before anything is staged.
+// Checks of a release before it is staged.
 //
-// The updater refuses a release with a single sentence or with none; whoever ships one needs to
-// know which file and why, and all of it at once. Every problem is one sentence of UTF-8 text in
-// which paths stand in quotes, with `/` as separator. No problems means that the updater's own
-// checks of the lists, the tree and the paths have nothing to find.
+// The updater refuses a release with one sentence, which often does not name the file. These checks
+// report every problem at once, with the file and the reason. A problem is one sentence of UTF-8
+// text; paths in it are in quotation marks, with `/` as separator. If there are no problems, the
+// updater's own checks of the lists, the tree and the paths pass too.
 //
 // Nothing here changes the disk.
 
@@ -22,30 +22,35 @@ namespace tolvarine::updater::staging {
 
 using Problems = std::vector<std::string>;
 
-// Below the stages of an update: the directory of the release.
+// The name of the release's directory below the stages of an update.
 inline constexpr PathView kReleaseName = u"release";
 
-// The problems of a release directory with the deletions that are to go with it: of the tree, of
-// its files, of both lists and of their texts. What cannot be read is a problem too.
+// Returns the problems of a release directory and of the deletions of the same update: of the tree,
+// of its files, of both lists and of the texts of the lists. Anything that cannot be read is a
+// problem.
 [[nodiscard]] Problems CheckRelease(const Path& release, const ManagedDeletionList& deletions);
 
-// The problems of the places that the files will take: Windows opens paths of up to 259 units, and
-// makes directories of up to 247; and what an update replaces or deletes is a plain file. `files` and `deletions` are relative; `layout` and `target`
-// should be canonical, as the updater will use them.
+// Returns the problems of the paths that the files will have in the stage, in the installation and
+// in the backup. A path may have up to 259 units and a directory that is made up to 247, the limits
+// of Windows without the extended form. A path of the installation that the update replaces or
+// deletes must be a plain file. `files` and `deletions` are relative; `layout` and `target` should
+// be canonical, as the updater will use them.
 [[nodiscard]] Problems CheckPlaces(const UpdateLayout& layout, const Path& target,
                                    const std::vector<Path>& files,
                                    const ManagedDeletionList& deletions);
 
-// The problem of a command line that is too long to start a process with.
+// Returns a problem if the command line is too long to start a process.
 [[nodiscard]] Problems CheckCommandLine(std::u16string_view line);
 
-// The files below a directory, relative to it, in no particular order. Throws SystemError.
+// Returns the files below a directory, relative to it, in no particular order. Throws
+// FilesystemError if it cannot be read.
 [[nodiscard]] std::vector<Path> FilesOf(const Path& directory);
 
-// A path in quotes, for a sentence. Lone surrogates are replaced.
+// Returns a path in quotation marks as UTF-8 text. Replaces lone surrogates.
 [[nodiscard]] std::string Quoted(PathView path);
 
-// The text of a failure of the layers below, which stands in the code page of path texts, as UTF-8.
+// Converts the text of an exception of the layers below to UTF-8. It is in the code page of path
+// texts (see NarrowPathText).
 [[nodiscard]] std::string FailureText(const std::exception& failure);
 
 }  // namespace tolvarine::updater::staging

@@ -17,8 +17,8 @@
 namespace tolvarine::updater::staging {
 namespace {
 
-// Where the release is copied to, until it is complete. Shorter than its final name, so that no
-// path is too long only here.
+// The name of the copy until it is complete. It is shorter than the final name, so that no path is
+// too long only during the copy.
 constexpr PathView kUnfinishedName = u"new";
 
 void ThrowIfFailed(std::string_view operation, std::uint32_t code, const Path& path) {
@@ -48,7 +48,7 @@ void WriteDurably(const Path& path, std::string_view text) {
   ReplaceFileDurably(temporary, path);
 }
 
-// Everything below `from`, directories that are empty included.
+// Copies everything below `from`, also empty directories.
 void CopyTree(const Path& from, const Path& to) {
   MakeDirectories(to);
   const std::uint32_t code = EnumerateTree(from, [&](const TreeEntry& entry) -> std::uint32_t {
@@ -60,7 +60,7 @@ void CopyTree(const Path& from, const Path& to) {
   ThrowIfFailed("copy", code, from);
 }
 
-// Copies the release beside its place and renames the whole of it, so that a stage is never
+// Copies the release beside its final path and renames the directory, so that a stage is never
 // partial.
 void CopyRelease(const Path& release, const UpdateLayout& layout, const Path& source) {
   const Path unfinished = JoinPath(layout.stages, kUnfinishedName);
@@ -99,7 +99,7 @@ Problems CheckIdentifiers(const StagingRequest& request) {
   return problems;
 }
 
-// A tree that is copied into itself has no end, and nothing may be staged in an installation.
+// A copy of a tree into itself would not end, and an installation must not contain a stage.
 Problems CheckOverlap(const StagingRequest& request, const UpdateLayout& layout) {
   const auto inside = [](const Path& path, const Path& root, const char* name) {
     return IsPathWithin(path, root) ? Problems{Quoted(path) + " lies inside " + name + "."}
@@ -139,7 +139,7 @@ UpdaterArguments ArgumentsOf(const StagingRequest& request, const UpdateLayout& 
   return arguments;
 }
 
-// The updater's own proof of the layout, before it is asked to use it.
+// The updater's own validation of the layout.
 Problems CheckArguments(UpdaterArguments& arguments) {
   const std::u16string refusal = ValidateRequest(arguments);
   if (refusal.empty()) return {};

@@ -1,14 +1,14 @@
-// Laying out the workspace of one update, as the application does before it starts the updater.
+// Staging of one update, as the application does it before it starts the updater.
 //
 //     <state root>\<install key>\updates\<update id>\pending.json
 //     <state root>\<install key>\s\<half of the update id>\release\…
 //                                                         \source-inventory.txt
 //                                                         \managed-deletions.txt
 //
-// The two texts are what the updater's command line holds, for whoever wants to look at them.
+// The two text files hold the lists of the updater's command line, for inspection.
 //
-// An update can be staged again, by an interrupted staging or for a further run of the updater:
-// what is there already and is the same stays. A stage that holds anything else is left alone.
+// An update can be staged again, after an interrupted staging or for another run of the updater: an
+// equal stage is kept. A stage with any other content is refused and not changed.
 
 #pragma once
 
@@ -24,37 +24,38 @@ namespace tolvarine::updater::staging {
 
 // Paths may be relative to the current directory.
 struct StagingRequest {
-  Path release;                  // What to install. It is only read.
-  Path target;                   // The installation. It is only looked at.
-  Path state_root;               // What holds the state directories of all installations.
+  Path release;                  // The release to install. It is only read.
+  Path target;                   // The installation. It is only queried.
+  Path state_root;               // The directory of the state directories of all installations.
   std::u16string install_key{};  // 64 lower-case hexadecimal digits.
   std::u16string update_id{};    // The same form.
   Path restart{kApplicationPath};
-  Path updater{u"TolvarineUpdater.exe"};  // For the length of its command line only.
+  Path updater{u"TolvarineUpdater.exe"};  // Only for the length of the command line.
   ManagedDeletionList deletions{};
-  std::string pending_marker{};  // Its content; empty for a small text with the update's id.
+  std::string pending_marker{};  // Its content; if empty, a small text with the update id.
 };
 
-// The arguments have canonical paths and no process to wait for. They count only without problems.
+// The arguments have canonical paths and no process to wait for. They are valid only if there are
+// no problems.
 struct StagedUpdate {
   Problems problems{};
   UpdaterArguments arguments{};
 };
 
-// Checks the release, the places of its files, and that the command line can hold it all, with the
-// wait options at their longest. Changes nothing. Throws what the file operations throw.
+// Checks the release, the paths of its files and the length of the command line, with wait options
+// of the greatest length. Changes nothing. Throws what the file operations throw.
 [[nodiscard]] StagedUpdate PlanUpdate(const StagingRequest& request);
 
-// The same, and then lays everything out, the pending marker last. Where the plan has problems nothing
-// is changed; a stage that holds something else, or a layout that the updater would refuse, comes out
-// later. On whatever is thrown, what has been made stays, and the release is in its stage as a whole
-// or not at all.
+// Does the same checks, then makes the stage, the text files and last the pending marker. Changes
+// nothing if the checks find problems. A stage with other content, or a layout that the updater
+// would refuse, is found only after directories are made. If it throws, files that were made stay;
+// the release is in its stage completely or not at all.
 [[nodiscard]] StagedUpdate StageUpdate(const StagingRequest& request);
 
-// The files of an earlier release that the new one no longer has.
+// Returns the files of an earlier release that the new release does not have.
 [[nodiscard]] ManagedDeletionList DeletionsSince(const Path& previous, const Path& release);
 
-// The path in canonical form; a relative one is taken from the current directory. It need not
+// Returns the canonical form of a path, which may be relative to the current directory and need not
 // exist. Throws FilesystemError.
 [[nodiscard]] Path FullPath(const Path& path);
 

@@ -1,8 +1,9 @@
+#include "journal/journal_text.h"
+
 #include <set>
 #include <utility>
 
 #include "journal/field_reader.h"
-#include "journal/journal_text.h"
 #include "lists/release_path.h"
 #include "text/decimal.h"
 #include "text/fnv1a.h"
@@ -11,9 +12,66 @@
 namespace tolvarine::updater {
 namespace {
 
+// --- Writing -------------------------------------------------------------------------------------
+
+// Upper bounds, in bytes: of the fixed lines, and of the numbers and blanks of one row.
+constexpr std::size_t kFixedBytes = 400;
+constexpr std::size_t kRowBytes = 160;
+
+// Builds the text. A save formats the whole journal, so the writer reserves the memory once and
+// reuses one buffer for the UTF-8 form of every path.
+class Writer {
+ public:
+  explicit Writer(std::size_t expected_size) { text_.reserve(expected_size); }
+
+  Writer& Text(std::string_view text) {
+    text_.append(text);
+    return *this;
+  }
+  template <typename Number>
+  Writer& Decimal(Number number) {
+    AppendDecimal(text_, number);
+    return *this;
+  }
+  Writer& Hex(std::string_view bytes) {
+    AppendHex(text_, bytes);
+    return *this;
+  }
+  Writer& HexPath(PathView path) {
+    path_bytes_.clear();
+    AppendGenericUtf8Path(path_bytes_, path);
+    return Hex(path_bytes_);
+  }
+
+  [[nodiscard]] std::string Take() { return std::move(text_); }
+
+ private:
+  std::string text_;
+  std::string path_bytes_;
+};
+
+void WriteEntry(Writer& writer, const JournalEntry& entry) {
+  writer.Text("entry ").HexPath(entry.path).Text(" ").Decimal(entry.size);
+  writer.Text(" ").Text(entry.sha256).Text(entry.baseline_exists ? " 1 " : " 0 ");
+  writer.Decimal(entry.baseline_size).Text(" ").Decimal(entry.baseline_hash);
+  writer.Text(" ").Decimal(static_cast<std::int32_t>(entry.kind)).Text("\n");
+}
+
+// The size in bytes that the text does not exceed if all paths are ASCII.
+std::size_t ExpectedSize(const TransactionJournal& journal) {
+  std::size_t size = kFixedBytes + 2 * (journal.error.size() + journal.target.size());
+  for (const JournalEntry& entry : journal.entries) size += kRowBytes + 2 * entry.path.size();
+  for (const JournalDirectory& directory : journal.directories) {
+    size += kRowBytes + 2 * directory.path.size();
+  }
+  return size;
+}
+
+// --- Reading -------------------------------------------------------------------------------------
+
 constexpr std::string_view kChecksumKeyword = "checksum ";
 
-// Thrown where a text is no journal, and caught where the parse began.
+// Thrown when the text is not a valid journal; ParseJournal catches it.
 struct Refusal {};
 
 void Require(bool condition) {
@@ -26,7 +84,7 @@ Value Required(std::optional<Value> value) {
   return *std::move(value);
 }
 
-// What stands before the checksum line, when that line is sound and covers it.
+// Returns the text before the checksum line, if that line is the last one and its checksum matches.
 std::string_view VerifiedBody(std::string_view text) {
   const std::size_t position = text.rfind(kChecksumKeyword);
   Require(position != std::string_view::npos && position != 0);
@@ -39,7 +97,7 @@ std::string_view VerifiedBody(std::string_view text) {
   return body;
 }
 
-// Reads a body line by line. The last line may lack its newline.
+// Reads a body line by line. The newline of the last line may be missing.
 class BodyReader {
  public:
   explicit BodyReader(std::string_view body) : rest_(body) {}
@@ -54,7 +112,7 @@ class BodyReader {
     return line;
   }
 
-  // What follows a keyword, which includes its blank.
+  // Returns the rest of the next line, which must begin with `keyword`; that includes its blank.
   std::string_view After(std::string_view keyword) {
     std::string_view line = Line();
     Require(line.starts_with(keyword));
@@ -73,7 +131,8 @@ class BodyReader {
   std::string_view rest_;
 };
 
-// The version that the magic line names.
+// Returns the version that the magic line names. The magic constants end in a newline, so one is
+// appended to the line for the comparison.
 int ReadVersion(BodyReader& body) {
   const std::string line = std::string(body.Line()) + '\n';
   if (line == kJournalMagic) return 2;
@@ -108,7 +167,7 @@ std::uint64_t ReadCount(BodyReader& body, std::string_view keyword) {
   return count;
 }
 
-// A path of an entry or a directory; `keys` holds those that have come before it.
+// Reads a path of an entry or a directory. `keys` holds the comparison keys of the earlier ones.
 Path ReadSafePath(std::string_view hex, std::set<std::u16string>& keys) {
   Path path = PathFromUtf8(Required(DecodeHex(hex)));
   Require(IsSafeReleasePath(path) && keys.insert(PathCompareKey(path)).second);
@@ -183,6 +242,36 @@ TransactionJournal ReadBody(BodyReader body) {
 }
 
 }  // namespace
+
+std::string FormatJournalBody(const TransactionJournal& journal) {
+  Writer writer(ExpectedSize(journal));
+  writer.Text(kJournalMagic);
+  writer.Text("generation ").Decimal(journal.generation);
+  writer.Text("\nphase ").Decimal(static_cast<std::int32_t>(journal.phase));
+  writer.Text("\ntarget ").HexPath(journal.target);
+  writer.Text("\nbackup ").Decimal(journal.backup);
+  writer.Text("\napply ").Decimal(journal.apply);
+  writer.Text("\nrollback ").Decimal(journal.rollback);
+  writer.Text("\nintent ").Decimal(static_cast<std::int32_t>(journal.intent));
+  writer.Text(" ").Decimal(journal.intent_entry);
+  writer.Text("\nerror ").Hex(journal.error);
+  writer.Text("\nentries ").Decimal(journal.entries.size()).Text("\n");
+  for (const JournalEntry& entry : journal.entries) WriteEntry(writer, entry);
+  writer.Text("directories ").Decimal(journal.directories.size()).Text("\n");
+  for (const JournalDirectory& directory : journal.directories) {
+    writer.Text("directory ").HexPath(directory.path).Text("\n");
+  }
+  return writer.Take();
+}
+
+std::string SerializeJournal(const TransactionJournal& journal) {
+  std::string text = FormatJournalBody(journal);
+  const std::uint64_t checksum = Fnv1a64(text);
+  text.append("checksum ");
+  AppendDecimal(text, checksum);
+  text.push_back('\n');
+  return text;
+}
 
 std::optional<TransactionJournal> ParseJournal(std::string_view text) {
   try {
