@@ -18,11 +18,14 @@ inline void CallHook(const TransactionRequest& request, CrashPoint point, std::u
   if (request.crash_hook) request.crash_hook(point, index);
 }
 
+// A counter of handled entries.
+using EntryCounter = std::uint64_t TransactionJournal::*;
+
 // What differs between the phases: the intent that announces an entry, the counter that counts it,
 // and the crash points before and after its work.
 struct StepRule {
   TransactionIntent intent;
-  std::uint64_t TransactionJournal::*counter;
+  EntryCounter counter;
   CrashPoint started;
   CrashPoint done;
 };

@@ -65,7 +65,7 @@ TEST(InstallationLockTest, WhatIsOwnedIsReleasedOnceAndThenClosed) {
     EXPECT_EQ(lock.Acquire(1000), Failed);
   }
   EXPECT_EQ(Calls(computer), "WaitForSingleObject ReleaseMutex CloseHandle ");
-  { const InstallationLock never_acquired(kKey); }
+  static_cast<void>(InstallationLock(kKey));  // Never acquired.
   EXPECT_EQ(Calls(computer), "CreateMutexW CloseHandle ");
   computer.processes.mutex_create_errors[kName] = 6;
   EXPECT_EQ(InstallationLock(kKey).Acquire(1000), Failed);
