@@ -130,7 +130,7 @@ start_wine() {
   export WINEPREFIX=$wine_prefix WINEDEBUG=-all
   # Without the two downloads that Wine offers, and without entries in the user's menus.
   export WINEDLLOVERRIDES='mscoree=;mshtml=;winemenubuilder.exe='
-  # The locale tells Wine the encoding of file names.
+  # Wine takes the encoding of file names from the locale.
   export LC_ALL=C.UTF-8
   wine_started=yes
   if [[ -d $wine_prefix ]]; then end_wine_programs; fi  # Those of an interrupted run.

@@ -12,7 +12,7 @@
 
 namespace tolvarine::updater::simulated {
 
-// Codes of Windows that the program does not tell apart; the others are in platform/error_codes.h.
+// Codes of Windows that the program does not distinguish; the others are in platform/error_codes.h.
 inline constexpr std::uint32_t kErrorInvalidHandle = 6;
 inline constexpr std::uint32_t kErrorNotEnoughMemory = 8;
 inline constexpr std::uint32_t kErrorNotSameDevice = 17;

@@ -30,7 +30,7 @@ struct OpenFile {
   std::uint32_t access = 0;  // Specific rights; the generic ones are resolved.
   std::uint32_t sharing = 0;
   std::uint64_t position = 0;
-  bool posix_delete = false;  // Closing this handle removes the name, whoever else has it open.
+  bool posix_delete = false;  // Closing this handle removes the name at once.
   bool foreign = false;       // Opened by another process.
   std::u16string path;        // As given to the open.
 };

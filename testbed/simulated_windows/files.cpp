@@ -35,13 +35,13 @@ Handle Open(Call call, const simulated::OpenRequest& request) {
     return FailCall(fault->code, kInvalidHandle);
   }
   const FileSystem::Opened opened = Files().Open(request);
-  // A successful open sets the last error, too: 183 tells the caller that the file existed.
+  // A successful open sets the last error, too: 183 where the file existed.
   Computer::Current().last_error = opened.code;
   return opened.handle;
 }
 
 // Begins a call on an open file. Null where the call fails; its code is then the last error. A
-// fault that shortens the call goes to `partial`, where the call can be shortened.
+// fault that shortens the call is returned in `partial`, if the caller passes one.
 OpenFile* EnterOn(Call call, Handle handle, const Fault** partial = nullptr) {
   OpenFile* const file = Files().Find(handle);
   const Fault* fault =

@@ -84,7 +84,7 @@ constexpr Answer kMarked = {5, kWine8And10, 0, 0};
 constexpr Answer kMarkedStream = {1, kWine8And10, 0, 0};
 constexpr Answer kMarkedNew = {5, kWine8And10, 80, 80};
 
-// A path, and the answers of the calls in the order of kCalls. A tilde stands for the extended
+// A path, and the answers of the calls in the order of kCalls. A tilde means the extended
 // prefix.
 struct PathRow {
   std::u16string_view name;
