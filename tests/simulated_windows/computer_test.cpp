@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <exception>
+
 #include "platform/files.h"
 #include "support/text_printers.h"
 
