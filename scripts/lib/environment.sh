@@ -1,7 +1,7 @@
-# What the scripts share: packages, the two builds, Wine and a display. Sourced, never run.
+# What the scripts share: packages, the builds, Wine and a display. Scripts source this file.
 #
-# Everything is kept in the build directory, and one script runs at a time in it. Whoever starts
-# Wine or a display ends it on every way out:
+# All output is in the build directory, which one script uses at a time. A script that starts Wine
+# or a display ends them in a trap:
 #
 #   trap 'stop_wine; stop_display' EXIT
 #
@@ -17,7 +17,7 @@ display_process=
 
 say() { printf '%s\n' "$*"; }
 
-# run_quietly NAME COMMAND...: shows the command's output only if it fails; always in logs/NAME.log.
+# run_quietly NAME COMMAND...: the output goes to logs/NAME.log, and is shown if the command fails.
 run_quietly() {
   local log=$TOLVARINE_BUILD/logs/$1.log
   shift
@@ -34,11 +34,11 @@ as_root() {
 }
 
 is_installed() {
-  # One line for each architecture that the package is there for.
+  # One line for each architecture of the package.
   grep -qx 'installed' <<<"$(dpkg-query -W -f='${db:Status-Status}\n' "$1" 2>/dev/null || true)"
 }
 
-# need_packages PACKAGE...: installs what is missing; without network or rights if nothing is.
+# need_packages PACKAGE...: installs the missing ones; needs neither network nor root if none is.
 need_packages() {
   local package missing=()
   for package in "$@"; do
@@ -61,7 +61,7 @@ build_preset() {
   shift
   if [[ $# -gt 0 ]]; then targets=(--target "$@"); fi
   say "building $preset"
-  # CMake looks for presets in the directory that it is started in.
+  # CMake reads the presets of its working directory.
   run_quietly "configure-$preset" env -C "$TOLVARINE_ROOT" cmake --preset "$preset" || return
   run_quietly "build-$preset" env -C "$TOLVARINE_ROOT" cmake --build --preset "$preset" \
     --parallel "${TOLVARINE_JOBS:-$(nproc)}" "${targets[@]}"
@@ -87,8 +87,8 @@ build_windows() {
   build_preset windows "$@"
 }
 
-# Ends every Windows program in our prefix. The server fails when there is nothing to end. A program
-# that was killed while it started another leaves a process that the server has never known.
+# Ends every Windows program in our prefix. The server fails when there is none. When a program is
+# killed while it starts another one, the server does not know the new process.
 end_wine_programs() {
   local process
   wineserver -k >/dev/null 2>&1 || true
@@ -101,39 +101,40 @@ end_wine_programs() {
   done
 }
 
-# A server that stays: without one, each program that is started waits seconds for a new one. It
-# must not hold our output open, or a reader at the other end of a pipe would wait for it.
+# A permanent server: without it, each program waits seconds for a new one. It gets none of our
+# output, since a reader of a pipe would wait for it.
 start_wine_server() { wineserver -p >/dev/null 2>&1 </dev/null; }
 
-# The system's services start with the first program and inherit its output; let it be none of ours.
+# The system's services start with the first program and inherit its output, so that this one gets
+# none of ours.
 start_wine_services() { wineboot >/dev/null 2>&1 </dev/null; }
 
-# No window manager runs on our display: without this Wine waits seconds for one as each box closes.
+# Our display has no window manager: without this setting Wine waits for one after each box.
 expect_no_window_manager() {
   wine reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f >/dev/null 2>&1 </dev/null
 }
 
-# The mark comes last, so that a prefix whose making was interrupted is made anew.
+# The mark comes last: a prefix whose creation was interrupted has none, and is created again.
 create_wine_prefix() {
   if [[ -e $wine_prefix/.complete ]]; then return 0; fi
   say "creating the Wine prefix"
   rm -rf "$wine_prefix" && mkdir -p "$wine_prefix" || return
   start_wine_server && run_quietly wineboot wineboot -i || return
   expect_no_window_manager || return
-  end_wine_programs  # The server writes the registry when it ends.
+  end_wine_programs  # The server writes the registry as it ends.
   touch "$wine_prefix/.complete"
 }
 
-# Wine in a prefix of its own, never the user's, with a server for the length of the run.
+# Wine with a prefix of our own, not the user's, and a server until stop_wine.
 start_wine() {
   need_packages wine wine64 || return
   export WINEPREFIX=$wine_prefix WINEDEBUG=-all
-  # Neither of the two downloads that Wine offers, and no entries in the user's own menus.
+  # Without the two downloads that Wine offers, and without entries in the user's menus.
   export WINEDLLOVERRIDES='mscoree=;mshtml=;winemenubuilder.exe='
-  # Wine shows names that are not ASCII to its programs by the locale.
+  # Wine takes the encoding of file names from the locale.
   export LC_ALL=C.UTF-8
   wine_started=yes
-  if [[ -d $wine_prefix ]]; then end_wine_programs; fi  # What an interrupted run left.
+  if [[ -d $wine_prefix ]]; then end_wine_programs; fi  # Those of an interrupted run.
   create_wine_prefix && start_wine_server && start_wine_services
 }
 
@@ -141,7 +142,7 @@ stop_wine() {
   if [[ -z $wine_started ]]; then return 0; fi
   end_wine_programs
   wine_started=
-  # The server leaves the directory of its socket behind; the prefix holds that one's name.
+  # The server does not remove the directory of its socket, whose name is in the prefix.
   local socket_directory
   socket_directory=$(cat "$wine_prefix/wineserver" 2>/dev/null || true)
   if [[ $socket_directory == wine-?????? ]]; then
@@ -149,13 +150,13 @@ stop_wine() {
   fi
 }
 
-# start_display: an empty screen of our own, for programs that show boxes. Sets DISPLAY.
+# start_display: a display of our own, for programs that show message boxes. Sets DISPLAY.
 start_display() {
   need_packages xvfb fonts-dejavu-core || return
   local number='' announced=$TOLVARINE_BUILD/display.$$
   mkdir -p "$TOLVARINE_BUILD/logs" && rm -f "$announced" && mkfifo "$announced" || return
-  # Xvfb takes the first free number and tells it when the display is ready. If it ends before, the
-  # pipe does too. It also ends with us when we are killed and no trap runs.
+  # Xvfb takes the first free number and writes it to the pipe when it is ready; if it fails, the
+  # pipe ends. It also ends when we are killed and no trap runs (--pdeathsig).
   setpriv --pdeathsig TERM Xvfb -displayfd 3 -screen 0 1280x800x24 \
     -nolisten tcp 3>"$announced" >"$TOLVARINE_BUILD/logs/display.log" 2>&1 </dev/null &
   display_process=$!
@@ -177,7 +178,7 @@ stop_display() {
   unset DISPLAY
 }
 
-# windows_path PATH: the same file as a Windows program names it. The file need not exist.
+# windows_path PATH: the path for a Windows program. The file need not exist.
 windows_path() {
   local path
   path=$(realpath -ms -- "$1") || return

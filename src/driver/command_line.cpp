@@ -59,7 +59,7 @@ bool FillCreationTime(UpdaterArguments& arguments, const char16_t* value) {
   return arguments.has_wait_process_created_at;
 }
 
-template <std::u16string UpdaterArguments::*field>
+template <auto field>
 bool FillText(UpdaterArguments& arguments, const char16_t* value) {
   arguments.*field = value;
   return true;
@@ -103,7 +103,7 @@ bool IsComplete(const UpdaterArguments& arguments, const std::set<std::u16string
   const auto present = [&](const Option& option) {
     return !option.required || seen.contains(option.name);
   };
-  const auto empty = [&](Path UpdaterArguments::*path) { return (arguments.*path).empty(); };
+  const auto empty = [&](auto path) { return (arguments.*path).empty(); };
   return std::ranges::all_of(kOptions, present) && std::ranges::none_of(kRequiredPaths, empty) &&
          !arguments.source_inventory.empty() && IsInstallationIdentifier(arguments.update_id) &&
          IsInstallationIdentifier(arguments.install_key) && WaitOptionsAgree(arguments);

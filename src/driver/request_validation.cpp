@@ -17,8 +17,10 @@ namespace {
 using Message = const char16_t*;
 constexpr Message kAcceptable = nullptr;
 
+using PathField = Path UpdaterArguments::*;
+
 struct CanonicalField {
-  Path UpdaterArguments::*field;
+  PathField field;
   Message refusal;
 };
 

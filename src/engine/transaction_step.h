@@ -19,11 +19,14 @@ inline void CallHook(const TransactionRequest& request, CrashPoint point, std::u
   if (request.crash_hook) request.crash_hook(point, index);
 }
 
+// A counter of handled entries.
+using EntryCounter = std::uint64_t TransactionJournal::*;
+
 // The differences between the phases: the intent, the counter, and the crash points before and
 // after the work.
 struct StepRule {
   TransactionIntent intent;
-  std::uint64_t TransactionJournal::*counter;
+  EntryCounter counter;
   CrashPoint started;
   CrashPoint done;
 };

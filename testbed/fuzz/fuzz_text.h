@@ -1,8 +1,8 @@
-// What the fuzz targets share: bytes as 16-bit text, the machine that they run on, an idea of their
-// own of what a plain path is, and how a broken property is told.
+// What the fuzz targets share: inputs as 16-bit text, the simulated computer, a definition of plain
+// paths that does not depend on the program's, and the report of a property that does not hold.
 //
-// The inputs are meant to be read and written by hand: they are UTF-8. What is no UTF-8 is taken as
-// it comes, so that lone surrogates and every other unit can be met.
+// Inputs are UTF-8, so that people can read and write them. Bytes that are not UTF-8 are accepted,
+// too, so that an input can contain lone surrogates and every other unit.
 
 #pragma once
 
@@ -18,19 +18,18 @@
 
 namespace tolvarine::updater::fuzz {
 
-// The simulated machine that the platform's calls act on. Made once: parsers change nothing on it.
-inline simulated::Computer& Machine() {
+// Makes a simulated computer current. It is the same one each time, since parsers do not change it.
+inline void UseComputer() {
   static simulated::Computer computer;
   computer.MakeCurrent();
-  return computer;
 }
 
 inline std::string_view Bytes(const std::uint8_t* data, std::size_t size) {
   return {reinterpret_cast<const char*>(data), size};
 }
 
-// Sequences of two and three bytes give their unit, even a surrogate; any other byte is a unit of
-// its own.
+// A sequence of two or three bytes becomes its unit, also where that is a surrogate; any other byte
+// becomes a unit of its own.
 inline std::u16string Wide(std::string_view bytes) {
   const auto tail = [&](std::size_t i) {
     return i < bytes.size() && (static_cast<unsigned char>(bytes[i]) & 0xC0U) == 0x80U
@@ -52,7 +51,7 @@ inline std::u16string Wide(std::string_view bytes) {
   return text;
 }
 
-// What stands between the separators, of which there may be none: always one part at least.
+// The parts between the separators; without a separator, the text is the only part.
 template <typename Unit>
 std::vector<std::basic_string<Unit>> Split(std::basic_string_view<Unit> text, Unit separator) {
   std::vector<std::basic_string<Unit>> parts(1);
@@ -83,8 +82,8 @@ inline bool IsDeviceName(std::u16string_view name) {
   return port && stem.size() == 4 && stem[3] >= '1' && stem[3] <= '9';
 }
 
-// True where every component is a name that cannot mean anything else. A separator in front passes,
-// with nothing behind it too, and so do several in a row.
+// Whether every component is an ordinary name. Separators at the start, several in a row, and a
+// path of separators alone are allowed.
 inline bool IsPlainPath(std::u16string_view path) {
   std::u16string uniform(path);
   for (char16_t& unit : uniform) unit = unit == u'/' ? u'\\' : unit;
@@ -102,7 +101,7 @@ inline bool IsPlainPath(std::u16string_view path) {
          (!ends_in_separator || uniform.find_first_not_of(u'\\') == std::u16string::npos);
 }
 
-// --- Telling -------------------------------------------------------------------------------------
+// --- Properties ----------------------------------------------------------------------------------
 
 template <typename Unit>
 std::string Shown(std::basic_string_view<Unit> text) {
@@ -131,22 +130,21 @@ std::string Shown(const std::vector<std::basic_string<Unit>>& lines) {
 }
 inline std::string Shown(bool value) { return value ? "yes" : "no"; }
 
-// Ends the run where a property does not hold for the inputs. What is expected may be of another type
-// than what was got.
-template <typename Expected, typename Got, typename... Inputs>
-void ExpectSame(const char* property, const Expected& expected, const Got& got,
+// Reports a property that does not hold for the inputs, and ends the run.
+template <typename Actual, typename Expected, typename... Inputs>
+void ExpectSame(const char* property, const Actual& actual, const Expected& expected,
                 const Inputs&... inputs) {
-  if (expected == got) return;
+  if (actual == expected) return;
   std::fprintf(stderr, "PROPERTY VIOLATED: %s\n", property);
   (std::fprintf(stderr, "  input     %s\n", Shown(inputs).c_str()), ...);
-  std::fprintf(stderr, "  expected  %s\n  got       %s\n", Shown(expected).c_str(),
-               Shown(got).c_str());
+  std::fprintf(stderr, "  actual    %s\n  expected  %s\n", Shown(actual).c_str(),
+               Shown(expected).c_str());
   __builtin_trap();
 }
 
 template <typename... Inputs>
 void Expect(const char* property, bool holds, const Inputs&... inputs) {
-  ExpectSame(property, true, holds, inputs...);
+  ExpectSame(property, holds, true, inputs...);
 }
 
 }  // namespace tolvarine::updater::fuzz

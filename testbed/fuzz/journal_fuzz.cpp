@@ -1,6 +1,6 @@
-// The journal's text. An input that begins as a journal does is tried as one: as it is, and under
-// the checksum that it should have, without which nothing would be read. Of any other input a
-// record is made, and written.
+// The journal's text. An input that begins like a journal is read as one, and once more with the
+// correct checksum, since the reader refuses any other. The lines of any other input become the
+// paths of a record that is written and read.
 
 #include <algorithm>
 #include <set>
@@ -14,7 +14,7 @@
 namespace tolvarine::updater::fuzz {
 namespace {
 
-std::string Sealed(std::string_view body) {
+std::string WithChecksum(std::string_view body) {
   return std::string(body) + "checksum " + std::to_string(Fnv1a64(body)) + "\n";
 }
 
@@ -22,38 +22,38 @@ std::optional<TransactionJournal> Read(std::string_view text) {
   try {
     return ParseJournal(text);
   } catch (const SystemError&) {
-    return std::nullopt;  // A path that is no UTF-8; nothing else may be thrown.
+    return std::nullopt;  // A path that is not UTF-8. Nothing else may be thrown.
   }
 }
 
-std::string Told(Path path) {
+std::string Described(Path path) {
   std::ranges::replace(path, u'\\', u'/');
   return Shown(path) + "\n";
 }
 
-// All of a record but its version, which it does not hold.
-std::string Told(const TransactionJournal& journal) {
-  std::string told = Told(journal.target) + Shown(journal.error) + "\n";
+// Every member of a record.
+std::string Described(const TransactionJournal& journal) {
+  std::string text = Described(journal.target) + Shown(journal.error) + "\n";
   for (const std::uint64_t number :
        {journal.generation, static_cast<std::uint64_t>(journal.phase), journal.backup,
         journal.apply, journal.rollback, static_cast<std::uint64_t>(journal.intent),
         journal.intent_entry}) {
-    told += std::to_string(number) + "\n";
+    text += std::to_string(number) + "\n";
   }
   for (const JournalEntry& entry : journal.entries) {
-    told += Told(entry.path) + entry.sha256;
+    text += Described(entry.path) + entry.sha256;
     for (const std::uint64_t number : {static_cast<std::uint64_t>(entry.kind), entry.size,
                                        static_cast<std::uint64_t>(entry.baseline_exists),
                                        entry.baseline_size, entry.baseline_hash}) {
-      told += " " + std::to_string(number);
+      text += " " + std::to_string(number);
     }
   }
-  for (const JournalDirectory& directory : journal.directories) told += Told(directory.path);
-  return told;
+  for (const JournalDirectory& directory : journal.directories) text += Described(directory.path);
+  return text;
 }
 
-// What is left of a text when all is taken out in which a reader may be lax: white space, leading
-// zeros (and all others with them), case, the spelling of separators, the version, the checksum.
+// A text without everything in which the reader accepts variants: white space, leading zeros (for
+// simplicity, all zeros), case, the kind of separators, the version and the checksum.
 std::string Essence(std::string_view text) {
   std::string essence(text.substr(30, text.rfind("checksum ") - 30));
   for (char& letter : essence) {
@@ -67,11 +67,11 @@ std::string Essence(std::string_view text) {
   return essence;
 }
 
-void ExpectSound(const TransactionJournal& journal, const std::string& text) {
+void ExpectValid(const TransactionJournal& journal, const std::string& text) {
   const std::uint64_t count = journal.entries.size();
   const auto phase = static_cast<int>(journal.phase);
   const auto intent = static_cast<int>(journal.intent);
-  Expect("the numbers of a record fit",
+  Expect("the numbers of a record are in range",
          phase >= 1 && phase <= 5 && intent >= 0 && intent <= 3 && journal.backup <= count &&
              journal.apply <= count && journal.rollback <= count &&
              (intent == 0 || journal.intent_entry < count) &&
@@ -89,14 +89,14 @@ void ExpectSound(const TransactionJournal& journal, const std::string& text) {
   }
 }
 
-// A digit that became another one is what a reader would least see by itself.
-void ExpectDamageIsSeen(const std::string& text) {
+// Changes digits, since a number that is another valid number is what only the checksum detects.
+void ExpectDamageIsDetected(const std::string& text) {
   const std::size_t chance = Fnv1a64(text) % text.size();
   std::size_t digit = text.find_first_of("0123456789", chance);
   for (int i = 0; i < 4 && digit != std::string::npos; ++i) {
     std::string damaged = text;
     damaged[digit] = damaged[digit] == '1' ? '2' : '1';
-    Expect("a damaged byte is seen", !Read(damaged), damaged);
+    Expect("a changed digit is detected", !Read(damaged), damaged);
     digit = text.find_first_of("0123456789", digit + 1);
   }
 }
@@ -104,17 +104,17 @@ void ExpectDamageIsSeen(const std::string& text) {
 void ExpectProperties(const std::string& text) {
   const auto journal = Read(text);
   if (!journal) return;
-  ExpectSound(*journal, text);
+  ExpectValid(*journal, text);
   const std::string written = SerializeJournal(*journal);
-  ExpectSame("what is written says what was read", Essence(text), Essence(written), text);
+  ExpectSame("the written text has what was read", Essence(written), Essence(text), text);
   const auto again = Read(written);
   Expect("what is written is read", again.has_value(), written);
-  ExpectSame("a record is read back as it was", Told(*journal), Told(*again), text);
-  ExpectSame("a record has one written form", written, SerializeJournal(*again), text);
-  ExpectDamageIsSeen(text);
+  ExpectSame("a record is read as it was written", Described(*again), Described(*journal), text);
+  ExpectSame("a record has one text", SerializeJournal(*again), written, text);
+  ExpectDamageIsDetected(text);
 }
 
-// What a writer writes of a sound record is read. The lines of the input are the paths.
+// A valid record is read as it was written. Each line of the input is a path.
 void ExpectWrittenIsRead(std::string_view bytes) {
   TransactionJournal journal;
   journal.phase = static_cast<TransactionPhase>(1 + bytes.size() % 5);
@@ -130,8 +130,8 @@ void ExpectWrittenIsRead(std::string_view bytes) {
     }
     const std::string text = SerializeJournal(journal);
     const auto read = Read(text);
-    ExpectSame("a sound record is read as it was written", Told(journal),
-               read ? Told(*read) : std::string("nothing"), text);
+    ExpectSame("a valid record is read as it was written",
+               read ? Described(*read) : std::string("refused"), Described(journal), text);
   } catch (const SystemError&) {
     return;  // A lone surrogate.
   }
@@ -142,11 +142,11 @@ void ExpectWrittenIsRead(std::string_view bytes) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace tolvarine::updater::fuzz;
-  Machine();
+  UseComputer();
   const std::string_view bytes = Bytes(data, size);
   if (bytes.starts_with("TOLVARINE")) {
     ExpectProperties(std::string(bytes));
-    ExpectProperties(Sealed(bytes.substr(0, bytes.rfind("checksum "))));
+    ExpectProperties(WithChecksum(bytes.substr(0, bytes.rfind("checksum "))));
   } else {
     ExpectWrittenIsRead(bytes);
   }

@@ -1,5 +1,5 @@
-// The properties of both lists. A list has one spelling, so the strongest one holds: what a parser
-// accepts is, byte for byte, what the serializer writes for it.
+// The properties of both lists. A list can be written in one way only: a text that the parser
+// accepts is, byte for byte, the text that the serializer writes for its rows.
 
 #pragma once
 
@@ -13,17 +13,17 @@
 
 namespace tolvarine::updater::fuzz {
 
-// What a list is made of, and the operations on it.
+// One of the two lists: its row type and the functions on it.
 template <typename Row>
 struct ListKind {
   bool (*parse)(std::string_view, std::vector<Row>&, std::string*);
   std::string (*serialize)(const std::vector<Row>&);
   std::u16string (*path)(const Row&);
-  Row (*row)(const std::u16string& path);  // With anything sound beside the path.
+  Row (*row)(const std::u16string& path);  // The other members have valid values.
   bool application_last;
 };
 
-// Two paths of ASCII are the same file where these are the same.
+// Two ASCII paths name the same file if their keys are the same.
 inline std::u16string AsciiKey(std::u16string_view path) {
   std::u16string key;
   for (const char16_t unit : path) {
@@ -34,9 +34,9 @@ inline std::u16string AsciiKey(std::u16string_view path) {
   return key;
 }
 
-// The accepted rows are files that one can name, each of them once and in order.
+// Accepted rows have plain paths, in order, each of them once.
 template <typename Row>
-void ExpectSoundRows(const ListKind<Row>& kind, const std::vector<Row>& rows) {
+void ExpectValidRows(const ListKind<Row>& kind, const std::vector<Row>& rows) {
   const auto place = [&](const Row& row) {
     const std::u16string key = AsciiKey(kind.path(row));
     return std::pair(kind.application_last && key == u"tolvarine.exe", key);
@@ -52,27 +52,28 @@ void ExpectSoundRows(const ListKind<Row>& kind, const std::vector<Row>& rows) {
   }
 }
 
+// Returns whether the text is accepted.
 template <typename Row>
 bool ExpectOneSpelling(const ListKind<Row>& kind, std::string_view text) {
   std::vector<Row> rows(3, kind.row(u"of an earlier list"));
   std::string error = "of an earlier list";
   const bool accepted = kind.parse(text, rows, &error);
-  ExpectSame("a refusal has its words", accepted, error.empty(), text);
+  ExpectSame("a refusal has an error text", error.empty(), accepted, text);
   if (!accepted) {
-    Expect("a refused text leaves the list alone",
+    Expect("a refused text leaves the rows as they were",
            rows.size() == 3 && kind.path(rows[2]) == u"of an earlier list", text);
     return false;
   }
-  Expect("a text has its limits", text.size() <= 24576 && rows.size() <= 1000, text);
-  ExpectSame("an accepted text is what its rows are written as", text, kind.serialize(rows));
+  Expect("a text keeps the limits", text.size() <= 24576 && rows.size() <= 1000, text);
+  ExpectSame("an accepted text is what is written for its rows", kind.serialize(rows), text);
   std::ranges::reverse(rows);
-  ExpectSame("the order of the rows is no part of the list", text, kind.serialize(rows));
+  ExpectSame("the order of the rows does not matter", kind.serialize(rows), text);
   std::ranges::reverse(rows);
-  ExpectSoundRows(kind, rows);
+  ExpectValidRows(kind, rows);
   return true;
 }
 
-// What the serializer writes is accepted. The lines of the input are the paths.
+// What the serializer writes is accepted. Each line of the input is a path.
 template <typename Row>
 void ExpectWrittenIsRead(const ListKind<Row>& kind, std::string_view bytes) {
   std::vector<Row> rows;
@@ -81,14 +82,14 @@ void ExpectWrittenIsRead(const ListKind<Row>& kind, std::string_view bytes) {
   try {
     text = kind.serialize(rows);
   } catch (const std::runtime_error&) {
-    return;  // No list.
+    return;  // These paths cannot be listed.
   }
   Expect("what is written is read", ExpectOneSpelling(kind, std::string_view(text)), text);
 }
 
 template <typename Row>
 void ExpectListProperties(const ListKind<Row>& kind, std::string_view bytes) {
-  Machine();
+  UseComputer();
   ExpectOneSpelling(kind, bytes);
   ExpectWrittenIsRead(kind, bytes);
 }

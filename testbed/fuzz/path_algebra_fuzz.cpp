@@ -11,11 +11,11 @@ namespace {
 
 std::size_t RootLength(PathView path) { return DividePath(path).root_name.size(); }
 
-// Text alone can make a root of what was none: `.\C:.` is `C:.`, which is a drive and a full stop.
-// What is normal stays so where that did not happen.
+// Normalization of text can make a root name of a component: `.\C:.` becomes `C:.`, a drive and a
+// full stop. The properties of normal paths hold where that does not happen.
 bool KeepsItsRoot(PathView path) { return RootLength(LexicallyNormal(path)) == RootLength(path); }
 
-// What relations do not tell apart: a separator at the end, and nothing from ".".
+// Relations ignore a separator at the end, and treat "." like an empty path.
 Path WithoutEnd(Path path) {
   if (!path.empty() && IsSeparator(path.back())) path.pop_back();
   return path == u"." ? Path() : path;
@@ -23,8 +23,8 @@ Path WithoutEnd(Path path) {
 
 void ExpectParts(PathView path) {
   const PathParts parts = DividePath(path);
-  ExpectSame("the parts are the path", path,
-             Path(parts.root_name).append(parts.root_directory).append(parts.relative), path);
+  ExpectSame("the parts are the path",
+             Path(parts.root_name).append(parts.root_directory).append(parts.relative), path, path);
   Expect("a root directory is separators alone",
          std::ranges::all_of(parts.root_directory, IsSeparator) &&
              (parts.relative.empty() || !IsSeparator(parts.relative.front())),
@@ -36,19 +36,19 @@ void ExpectParts(PathView path) {
                (!component.empty() || &component == &components.back()),
            path);
   }
-  ExpectSame("the last component is the last", components.empty() ? PathView() : components.back(),
-             LastComponent(path), path);
+  ExpectSame("the last component is the last", LastComponent(path),
+             components.empty() ? PathView() : components.back(), path);
   const Path parent = ParentPath(path);
-  Expect("a parent is how its path begins", path.starts_with(parent), path);
-  ExpectSame("only a root is its own parent", parts.relative.empty(), parent == path, path);
+  Expect("a path begins with its parent", path.starts_with(parent), path);
+  ExpectSame("only a root is its own parent", parent == path, parts.relative.empty(), path);
 }
 
 void ExpectNormal(PathView path) {
   const Path normal = LexicallyNormal(path);
   Expect("a normal form has one kind of separator", normal.find(u'/') == Path::npos, path);
-  ExpectSame("only an empty path has an empty normal form", path.empty(), normal.empty(), path);
+  ExpectSame("only an empty path has an empty normal form", normal.empty(), path.empty(), path);
   if (normal == u"." || !KeepsItsRoot(path)) return;
-  ExpectSame("a normal form stays as it is", normal, LexicallyNormal(normal), path);
+  ExpectSame("a normal form stays as it is", LexicallyNormal(normal), normal, path);
 
   const bool rooted = !DividePath(path).root_directory.empty();
   const std::size_t root = RootLength(path) + (rooted ? 1 : 0);
@@ -56,15 +56,15 @@ void ExpectNormal(PathView path) {
   bool climbing = !rooted;
   for (const Path& name : names) {
     climbing = climbing && name == u"..";
-    Expect("only a normal form without a root climbs, and only in front",
+    Expect("\"..\" is only at the start of a normal form without a root",
            name != u"." && (name != u".." || climbing) && (!name.empty() || &name == &names.back()),
            path);
   }
 }
 
-// `\\?\C:a` has the relative form of `C:a` and is joined as the component that it is: no path of it
-// leads anywhere on Windows, and no canonical root is one.
-bool IsHalfADrive(PathView path) {
+// `\\?\C:a`: LexicallyRelative treats it like `C:a`, JoinPath as a component. Windows resolves no
+// path below it, and no canonical root has this form.
+bool IsExtendedDriveRelative(PathView path) {
   if (!path.starts_with(kExtendedLengthPrefix)) return false;
   path.remove_prefix(kExtendedLengthPrefix.size());
   return HasDrivePrefix(path) && !IsAbsolutePath(path);
@@ -75,37 +75,39 @@ void ExpectContainment(const Path& path, const Path& base) {
   const Path outer = WithoutEnd(base);
   const Path inner = WithoutEnd(path);
   const bool inside = inner == outer || inner.starts_with(outer + u"\\");
-  // Nothing is inside of a component such as `C:x`, nor `\\s` inside of `\\s\`, and what follows a
-  // server alone may be a root of its own: `\??\x`.
+  // Nothing is inside a component such as `C:x`, and `\\s` is not inside `\\s\`. What follows a
+  // server alone can be a root of its own: `\??\x`.
   const bool odd = inner.find(u':', 2) != Path::npos || outer.find(u':', 2) != Path::npos ||
                    DividePath(path).root_directory.empty() ||
                    DividePath(base).root_directory.empty();
   if (odd && !IsInsideRoot(path, base)) return;
-  ExpectSame("inside is what begins with the root", inside, IsInsideRoot(path, base), path, base);
+  ExpectSame("a path inside a root begins with it", IsInsideRoot(path, base), inside, path, base);
 }
 
 void ExpectRelations(PathView given_path, PathView given_base) {
   const Path path = LexicallyNormal(given_path);
   const Path base = LexicallyNormal(given_base);
   if (IsAbsolutePath(path))
-    ExpectSame("an absolute path is joined as it is", path, JoinPath(given_base, path), path, base);
-  if (!KeepsItsRoot(given_path) || !KeepsItsRoot(given_base) || IsHalfADrive(base)) return;
+    ExpectSame("an absolute path is joined as it is", JoinPath(given_base, path), path, path, base);
+  if (!KeepsItsRoot(given_path) || !KeepsItsRoot(given_base) || IsExtendedDriveRelative(base))
+    return;
   if (IsAbsolutePath(path) && IsAbsolutePath(base)) ExpectContainment(path, base);
   const Path relative = LexicallyRelative(path, base);
-  // As text, what leads up from an unknown place cannot be undone, nor what makes another root.
+  // Text alone cannot undo ".." at the start of a base, nor a join that makes another root.
   const Path joined = JoinPath(base, relative);
   const bool climbs = base.find(u"..") != Path::npos;
   const bool same_root = RootLength(joined) == RootLength(base) && KeepsItsRoot(joined);
   if (relative.empty() || IsAbsolutePath(relative) || climbs || !same_root) return;
   const Path back = LexicallyNormal(joined);
-  ExpectSame("joining a relative form leads back", WithoutEnd(path), WithoutEnd(back), path, base);
+  ExpectSame("a base joined with the relative path is the path", WithoutEnd(back), WithoutEnd(path),
+             path, base);
 }
 
 void ExpectExtended(PathView path) {
   const Path extended = ExtendedLengthPath(path);
-  ExpectSame("what is extended stays", extended, ExtendedLengthPath(extended), path);
-  const bool whole = HasDrivePrefix(path) && IsAbsolutePath(path);
-  if (whole) Expect("a whole path is extended", extended.starts_with(u"\\\\?\\"), path);
+  ExpectSame("an extended path stays as it is", ExtendedLengthPath(extended), extended, path);
+  const bool full = HasDrivePrefix(path) && IsAbsolutePath(path);
+  if (full) Expect("a full path is extended", extended.starts_with(u"\\\\?\\"), path);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
-// The gate through which relative paths go. The first line of an input chooses a root, the second
-// is the relative path. What passes is judged by what happens when a file is made there: on a disk
-// with links that lead out, nothing outside of the root may change.
+// SafeJoin. The first line of an input chooses a root, the second is the relative path. The target
+// makes a file at each path that is accepted: on disks with links that lead out of the root,
+// nothing outside the root may change.
 
 #include <algorithm>
 #include <stdexcept>
@@ -16,7 +16,8 @@ namespace {
 constexpr PathView kRoots[] = {u"C:\\Root", u"C:\\Root\\Data", u"C:\\", u"\\\\srv\\share\\a"};
 constexpr PathView kVolumes[] = {u"C:\\", u"D:\\", u"\\\\srv\\share\\"};
 
-// No link leads to something outside that is not there: to refuse it is left to the open.
+// The targets of links out of the root exist: SafeJoin leaves other links to the open, which
+// refuses them.
 void SetUp(simulated::Computer& computer) {
   computer.disks.AddVolume(u'D');
   computer.disks.AddVolume(0).share = u"\\\\srv\\share";
@@ -34,22 +35,22 @@ void SetUp(simulated::Computer& computer) {
   computer.disk.MakeSymbolicLink(u"//srv/share/a/out", u"..", true);
 }
 
-// The joined path, empty where it was refused.
+// The joined path; empty where SafeJoin refuses it.
 Path Joined(PathView root, PathView relative) {
   try {
     return SafeJoin(root, relative, "fuzzed");
   } catch (const SystemError& failure) {
-    ExpectSame("only a lone surrogate is no text", std::string("1113"),
-               std::to_string(failure.code()), relative);
+    ExpectSame("only a lone surrogate has no UTF-8", std::to_string(failure.code()),
+               std::string("1113"), relative);
   } catch (const std::runtime_error& failure) {
-    const std::string words = failure.what();
-    Expect("a refusal says why",
-           words == "Unsafe fuzzed path" || words == "fuzzed path escapes its root", words);
+    const std::string text = failure.what();
+    Expect("a refusal names its reason",
+           text == "Unsafe fuzzed path" || text == "fuzzed path escapes its root", text);
   }
   return {};
 }
 
-// A path of these letters and single separators leads nowhere but below.
+// No link has these letters in its name, so that such a path is below its root.
 bool IsHarmless(PathView relative) {
   return !relative.empty() && relative.size() < 200 &&
          relative.find_first_not_of(u"yz\\") == PathView::npos &&
@@ -57,7 +58,7 @@ bool IsHarmless(PathView relative) {
          relative.back() != u'\\';
 }
 
-// Everything that is on the disks but not below the root, as a text.
+// Everything that is on the disks outside the root, as text.
 std::string Outside(const simulated::Computer& computer, const Path& root) {
   std::string outside;
   for (const PathView volume : kVolumes) {
@@ -69,8 +70,8 @@ std::string Outside(const simulated::Computer& computer, const Path& root) {
   return outside;
 }
 
-// What the program does with such a path in the end: it makes the directories on the way, and the
-// file. It may fail, where a file stands in the way; elsewhere it must not succeed.
+// Makes the parent directories and the file, as the program does. This can fail where a parent is a
+// file.
 void MakeFile(const Path& path) {
   for (std::size_t at = 3; (at = path.find(u'\\', at)) != Path::npos; ++at) {
     platform::CreateDirectoryW(path.substr(0, at).c_str());
@@ -97,15 +98,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   const Path joined = Joined(root, relative);
   const Path below = root.back() == u'\\' ? root : root + u"\\";
-  if (IsHarmless(relative)) ExpectSame("what is harmless is joined", below + relative, joined);
+  if (IsHarmless(relative)) ExpectSame("a harmless path is accepted", joined, below + relative);
   if (joined.empty()) return 0;
-  Expect("a joined path is its root, or lies below as a plain path",
+  Expect("a joined path is the root, or a plain path below it",
          joined == root ||
              (joined.starts_with(below) && IsPlainPath(PathView(joined).substr(below.size()))),
          joined);
   const std::string before = Outside(computer, below);
   MakeFile(joined);
-  ExpectSame("nothing outside of the root changes", before, Outside(computer, below), root,
-             relative);
+  ExpectSame("nothing outside the root changes", Outside(computer, below), before, root, relative);
   return 0;
 }

@@ -1,6 +1,5 @@
-// An update staged on a simulated machine: an installation, a release beside its lists, a workspace
-// with its markers, and the command line that starts the updater on them. What tests and the crash
-// laboratory have in common.
+// An update staged on a simulated computer, for tests and the crash laboratory: an installation, a
+// release with its lists, a workspace with its markers, and the command line of the updater.
 
 #pragma once
 
@@ -20,7 +19,7 @@ namespace tolvarine::updater::simulated {
 // Release-relative paths with `/`, and the content of each.
 using FileSet = std::map<std::u16string, std::string>;
 
-// What an update is made of.
+// The contents of an update.
 struct UpdatePlan {
   FileSet baseline;                       // The installation before.
   FileSet release;                        // What is staged and listed.
@@ -29,8 +28,8 @@ struct UpdatePlan {
   char16_t target_drive = u'C';
 };
 
-// A plan that changes, adds, deletes and leaves alone: nested new directories, an empty file, one
-// of several sectors, a file of the installation that neither list names.
+// Changes, adds and deletes files; among them are nested new directories, an empty file, one of
+// several sectors, and a file of the installation that neither list names.
 [[nodiscard]] UpdatePlan TypicalPlan();
 
 inline constexpr std::u16string_view kInstallKey =
@@ -51,16 +50,16 @@ class SimulatedUpdate {
   staging::UpdateLayout layout;
   Path source;
   Path target;
-  UpdaterArguments arguments;  // As the command line gives them.
+  UpdaterArguments arguments;  // Those of the command line; see RefreshCommandLine.
 
-  // Runs the main sequence from the command line of `arguments`, as a new process does. Returns the
+  // Runs the main sequence with the computer's command line, as a new process does. Returns the
   // exit code.
   std::int32_t Run();
 
-  // Sets the command line that Run uses to that of `arguments` as they now are.
+  // Sets the command line that Run uses to that of the current `arguments`.
   void RefreshCommandLine();
 
-  // What the engine is given by the driver, for tests that call it alone.
+  // What the driver passes to the engine, for tests that call the engine alone.
   [[nodiscard]] TransactionRequest Request() const;
 
   // The files below the target, and below the transaction directory, without directories; paths
@@ -68,11 +67,11 @@ class SimulatedUpdate {
   [[nodiscard]] FileSet Target() const;
   [[nodiscard]] FileSet Transaction() const;
 
-  // What the target holds when the update has been installed: the release, and what neither list
+  // What the target contains when the update is installed: the release, and what neither list
   // names.
   [[nodiscard]] FileSet Installed() const;
 
-  // The records of the update log; empty without one.
+  // The update log; empty if there is none.
   [[nodiscard]] std::string Log() const;
 
   [[nodiscard]] Path TargetPath(std::u16string_view relative) const;

@@ -1,6 +1,5 @@
-// The calls of the seam by name, for fault plans, traces and whoever acts between two of them.
-// Those that cannot fail (GetLastError, GetCommandLineW and the like) are not listed and not
-// counted.
+// The calls of the seam by name, for injected faults, traces and actions between two calls. Those
+// that cannot fail (GetLastError, GetCommandLineW and the like) are not listed and not counted.
 
 #pragma once
 
@@ -9,7 +8,7 @@
 
 namespace tolvarine::updater::simulated {
 
-// The calls, as a list and not as the staircase that the formatter would make of it.
+// clang-format would put each entry on a line of its own, each indented further than the last.
 // clang-format off
 #define TOLVARINE_SIMULATED_CALLS(X) \
   X(CreateFileW) X(CreateFile2) X(ReadFile) X(WriteFile) X(SetFilePointerEx) X(GetFileSizeEx) \
@@ -37,8 +36,8 @@ inline constexpr std::size_t kCallCount = TOLVARINE_SIMULATED_CALLS(TOLVARINE_CO
 
 std::string_view CallName(Call call);
 
-// Calls that give something back. They run in destructors, so they never throw, and a power cut
-// planned at one of them takes effect silently.
+// Whether the call closes or releases something. Destructors make these calls, so that they never
+// throw: when the power is cut at one of them, it fails silently.
 bool IsRelease(Call call);
 
 }  // namespace tolvarine::updater::simulated

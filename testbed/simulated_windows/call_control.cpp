@@ -7,7 +7,7 @@
 namespace tolvarine::updater::simulated {
 namespace {
 
-// Not the code of any real failure, so that a test that shows it points here.
+// No failure of Windows has this code, so that a test that prints it points here.
 constexpr std::uint32_t kNoPower = 0x2BAD;
 
 bool EndsWithFolded(std::u16string_view text, std::u16string_view suffix) {
@@ -26,7 +26,7 @@ const Fault* CallControl::Enter(Call call, std::u16string_view path) {
     if (before_call) before_call(record);
   }
   if (power_is_off_) {
-    // A destructor's call must not throw, nor may one that is made while the stack is unwound.
+    // A second exception during unwinding, or one from a destructor, would end the test program.
     if (IsRelease(call) || std::uncaught_exceptions() > 0) return &no_power_;
     throw PowerCut{};
   }

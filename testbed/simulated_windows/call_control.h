@@ -1,9 +1,9 @@
-// What a test does to the calls of a simulated computer: it counts and records them, injects
+// What a test does with the calls of a simulated computer: it counts and records them, injects
 // faults, acts between two of them, and cuts the power.
 //
-// A fault makes a call fail with a chosen code at chosen occurrences, or move fewer bytes than it
-// was given. When the power is cut, calls throw PowerCut. Calls of destructors, and those made while
-// another exception is propagating, cannot throw: they fail silently and change nothing.
+// A fault makes a call fail with a chosen code at chosen occurrences, or transfer fewer bytes than
+// requested. When the power is cut, calls throw PowerCut. Calls made by destructors, or while
+// another exception propagates, cannot throw: they fail silently and change nothing.
 
 #pragma once
 
@@ -23,7 +23,7 @@ namespace tolvarine::updater::simulated {
 // for failures catches it.
 struct PowerCut {};
 
-// One call on its way in.
+// A call that is about to be made.
 struct CallRecord {
   Call call{};
   std::uint64_t occurrence = 0;  // Among the calls of its kind, from 1.
@@ -42,8 +42,8 @@ struct Fault {
   std::uint32_t code = 5;   // A Win32 code; a status for the hash calls.
   // Only calls whose path ends in this text (in any case) count as occurrences; empty matches all.
   std::u16string path_suffix{};
-  // Where set, the call moves at most this many bytes: WriteFile and fwrite then report success
-  // with a short count, CopyFileW fails with `code` and leaves that many bytes at its destination.
+  // If set, the call transfers at most this many bytes: WriteFile and fwrite then report success
+  // with a short count; CopyFileW fails with `code` and leaves that many bytes at its destination.
   std::optional<std::uint32_t> partial{};
   std::uint64_t seen = 0;  // State: how many calls have matched.
 };
@@ -64,13 +64,13 @@ class CallControl {
   std::vector<CallRecord> trace;
   [[nodiscard]] std::uint64_t count() const { return count_; }
 
-  // From here on nothing changes any more; see Computer::Restart.
+  // Until Computer::Restart no call changes anything any more.
   void CutPower() { power_is_off_ = true; }
   [[nodiscard]] bool power_is_off() const { return power_is_off_; }
 
-  // At the head of every call: counts it, runs `before_call`, and returns the fault that is
-  // injected into it, or null. Throws PowerCut when the power is off and the caller can propagate
-  // it.
+  // Every call begins with this: it counts the call, runs `before_call`, and returns the fault that
+  // is injected into the call, or null. Throws PowerCut when the power is off and an exception can
+  // propagate; otherwise it then returns a fault.
   const Fault* Enter(Call call, std::u16string_view path = {});
 
   // Forgets faults, trace and counts, and turns the power on. `before_call` stays.
@@ -81,7 +81,7 @@ class CallControl {
   std::array<std::uint64_t, kCallCount> occurrences_{};
   std::uint64_t count_ = 0;
   bool power_is_off_ = false;
-  Fault no_power_;  // What a call meets that can no longer be made and cannot throw.
+  Fault no_power_;  // For calls that cannot throw when the power is off.
 };
 
 }  // namespace tolvarine::updater::simulated

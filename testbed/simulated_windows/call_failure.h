@@ -1,4 +1,4 @@
-// How a simulated call fails: with its code in the last error of the current computer.
+// How a simulated call fails: it leaves its code as the last error of the current computer.
 //
 //   if (const Fault* fault = Computer::Current().calls.Enter(Call::OpenProcess)) {
 //     return FailCall(fault->code, kNullHandle);
@@ -12,12 +12,11 @@
 
 namespace tolvarine::updater::simulated {
 
-// What Windows answers beyond the codes that the program tells apart (platform/error_codes.h).
+// Codes of Windows that the program does not distinguish; the others are in platform/error_codes.h.
 inline constexpr std::uint32_t kErrorInvalidHandle = 6;
 inline constexpr std::uint32_t kErrorNotEnoughMemory = 8;
 inline constexpr std::uint32_t kErrorNotSameDevice = 17;
 inline constexpr std::uint32_t kErrorWriteProtect = 19;
-inline constexpr std::uint32_t kErrorBadNetName = 67;
 inline constexpr std::uint32_t kErrorFileExists = 80;
 inline constexpr std::uint32_t kErrorDiskFull = 112;
 inline constexpr std::uint32_t kErrorInsufficientBuffer = 122;
@@ -26,10 +25,10 @@ inline constexpr std::uint32_t kErrorNotOwner = 288;
 inline constexpr std::uint32_t kErrorMessageNotFound = 317;
 inline constexpr std::uint32_t kErrorInvalidFlags = 1004;
 inline constexpr std::uint32_t kErrorLanguageNotFound = 1815;
-inline constexpr std::uint32_t kErrorCantAccessFile = 1920;       // A reparse tag nobody handles.
-inline constexpr std::uint32_t kErrorCantResolveFilename = 1921;  // Links in a circle.
+inline constexpr std::uint32_t kErrorCantAccessFile = 1920;       // A reparse tag without a driver.
+inline constexpr std::uint32_t kErrorCantResolveFilename = 1921;  // A circle of links.
 
-// Leaves `code` as the last error and gives back `result`, what the failing call returns.
+// Leaves `code` as the last error and returns `result`, the result of the failing call.
 template <typename Result>
 Result FailCall(std::uint32_t code, Result result) {
   Computer::Current().last_error = code;

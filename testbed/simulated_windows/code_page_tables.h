@@ -1,4 +1,4 @@
-// The upper halves of the two single-byte code pages that a simulated machine can have. Below 0x80
+// The upper halves of the two single-byte code pages that a simulated computer can have. Below 0x80
 // both are ASCII, control characters included. Checked against Wine 8.0 for all bytes and units.
 
 #pragma once

@@ -1,5 +1,5 @@
-// The simulated Windows: one computer with its disks, processes, mutexes, person and clock, on which
-// the program runs natively through the same calls that it makes of the real one.
+// The simulated Windows: one computer with its disks, processes, mutexes, person and clock, on
+// which the program runs natively through the same calls that it makes of the real one.
 //
 // The calls of `platform/` act on the computer that is current. A test makes a computer, sets it up
 // through the members below, makes it current and runs the program. What the program did is read
@@ -23,7 +23,7 @@ class KernelObjects;
 
 class Computer {
  public:
-  // A computer with one volume, C:, and a clock that stands at 2026-03-01 14:05:09.042, UTC+1.
+  // A computer with one volume, C:, and a clock that shows 2026-03-01 14:05:09.042, UTC+1.
   Computer();
   ~Computer();
   Computer(const Computer&) = delete;
@@ -37,7 +37,7 @@ class Computer {
   DiskSet disks;
 
  private:
-  // `disk` refers to them, so that they are constructed before it.
+  // Declared before `disk`, which refers to them, so that they are constructed first.
   std::unique_ptr<FileSystem> files_;
   std::unique_ptr<KernelObjects> objects_;
 
@@ -50,10 +50,10 @@ class Computer {
   Locale locale;
   std::uint32_t last_error = 0;
 
-  // The power comes back: each volume is what Volume::CutPower made of it, and no handle, mutex,
-  // process, injected fault or record of what happened is left.
+  // The power comes back. The volumes are what Volume::CutPower left; handles, mutexes, processes,
+  // injected faults, counts and records are gone.
   void Restart();
-  // The same on other disks.
+  // The same with other volumes.
   void Restart(std::deque<Volume> volumes);
 
   // For the calls themselves.

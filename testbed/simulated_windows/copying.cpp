@@ -1,4 +1,4 @@
-// CopyFileW: one call to the program, many steps to the disk.
+// CopyFileW: one call of the program, several changes of the disk.
 
 #include "platform/error_codes.h"
 #include "platform/files.h"
@@ -30,7 +30,8 @@ class ScopedFile {
   FileSystem::Opened opened_;
 };
 
-// Copies content and attributes. `limit` is how many bytes get through before `code` ends the copy.
+// Copies content and attributes, but at most `limit` bytes of content. Returns `code` where nothing
+// else fails.
 std::uint32_t Copy(const char16_t* from, const char16_t* to, bool fail_if_exists,
                    std::uint64_t limit, std::uint32_t code) {
   FileSystem& files = Computer::Current().files();
@@ -55,18 +56,18 @@ std::uint32_t Copy(const char16_t* from, const char16_t* to, bool fail_if_exists
 
 bool CopyFileW(const char16_t* from, const char16_t* to, bool fail_if_exists) {
   std::uint64_t limit = ~std::uint64_t{0};
-  std::uint32_t planned = 0;
+  std::uint32_t injected = 0;
   if (const simulated::Fault* fault =
           Computer::Current().calls.Enter(simulated::Call::CopyFileW, from)) {
     if (!fault->partial) return simulated::FailCall(fault->code, false);
     limit = *fault->partial;
-    planned = fault->code;
+    injected = fault->code;
   }
-  const std::uint32_t code = Copy(from, to, fail_if_exists, limit, planned);
+  const std::uint32_t code = Copy(from, to, fail_if_exists, limit, injected);
   if (code == 0) return true;
-  // A copy that fails takes its destination back, but for the planned kind, which is cut short by
-  // something that keeps it from doing so.
-  if (planned == 0 && code == simulated::kErrorDiskFull) Computer::Current().files().Delete(to);
+  // A copy to a full disk deletes its destination. An injected partial copy leaves it, as a copy
+  // does whose disk is removed.
+  if (injected == 0 && code == simulated::kErrorDiskFull) Computer::Current().files().Delete(to);
   return simulated::FailCall(code, false);
 }
 

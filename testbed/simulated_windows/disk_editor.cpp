@@ -37,7 +37,7 @@ void Collect(const Volume& volume, NodeId directory, const std::u16string& prefi
 
 }  // namespace
 
-// Where a name is to be made; its parents exist on return.
+// Resolves the name of something to be made, and makes its parent directories.
 Resolved DiskEditor::ResolveNewName(std::u16string_view path) {
   Resolved place = Resolve(disks_, path, LastLink::kKeep);
   if (place.code == platform::kErrorPathNotFound) {

@@ -1,10 +1,10 @@
-// Direct access to the disks of a simulated computer, for tests: it sets files up and reads them
-// back. These functions are not calls of the platform: they are not counted, cannot be made to fail
-// and see no access checks.
+// Direct access to the disks of a simulated computer, for tests: it makes files and reads them
+// back. These functions are not calls of the platform: they are not counted, no fault is injected
+// into them, and no access is checked.
 //
-// A path is full, with `\` or `/`. Functions that make something also make missing parents. What
-// they make stands in the cache like anything else until DiskSet::Settle. A setup that is not
-// possible is a mistake of the test and throws std::logic_error.
+// A path is a full path, with `\` or `/`. Functions that make something also make missing parent
+// directories. A power cut can lose what they make, until DiskSet::Settle. A setup that is not
+// possible is an error in the test and throws std::logic_error.
 
 #pragma once
 
@@ -40,16 +40,19 @@ class DiskEditor {
   void MakeReparsePoint(std::u16string_view path, std::uint32_t tag, bool directory);
   void SetAttributes(std::u16string_view path, std::uint32_t attributes);
   void Rename(std::u16string_view from, std::u16string_view to);
-  void Remove(std::u16string_view path);  // A whole tree; links are not followed. May be missing.
+  // A file or a whole tree, without following links. Does nothing where the path is missing.
+  void Remove(std::u16string_view path);
 
   // Links in the middle of the path are followed, one at its end is not.
   [[nodiscard]] std::optional<EntryInfo> Look(std::u16string_view path) const;
   [[nodiscard]] bool Exists(std::u16string_view path) const { return Look(path).has_value(); }
   [[nodiscard]] std::optional<std::string> ReadFile(std::u16string_view path) const;
-  // Every path below, files and directories (these end in `\`), in order; content where a file.
+  // Every file below `root` with its content, and every directory, whose path ends in `\`, with
+  // none. The paths are relative to `root`. Empty where it is missing.
   [[nodiscard]] std::map<std::u16string, std::string> Tree(std::u16string_view root) const;
 
-  // Another process opens a file and keeps it open until Release. kInvalidHandle if it may not.
+  // Another process opens a file and has it open until Release. kInvalidHandle where the open
+  // fails.
   platform::Handle Hold(std::u16string_view path, std::uint32_t access, std::uint32_t sharing);
   void Release(platform::Handle held);
 

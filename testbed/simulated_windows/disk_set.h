@@ -12,9 +12,9 @@ namespace tolvarine::updater::simulated {
 
 struct DiskSet {
   std::deque<Volume> volumes;
-  // From which relative paths are resolved.
+  // Relative paths are resolved from here.
   std::u16string current_directory = u"C:\\";
-  // True while a write-through rename is on stable storage when the call returns.
+  // True while a rename with MOVEFILE_WRITE_THROUGH is on the medium when the call returns.
   bool write_through_holds = true;
 
   // Adds an empty volume with this drive letter.
@@ -23,10 +23,10 @@ struct DiskSet {
   // Throws std::logic_error where there is no such volume.
   [[nodiscard]] Volume& volume(char16_t drive);
 
-  // Puts everything on stable storage.
+  // Writes everything to the medium.
   void Settle();
 
-  // Rises with every change on any volume, in the cache or on stable storage.
+  // Rises with every change of a volume or of what a power cut could leave of it.
   [[nodiscard]] std::uint64_t version() const;
 };
 

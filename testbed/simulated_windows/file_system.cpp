@@ -21,13 +21,14 @@ bool Writes(std::uint32_t access) {
 }
 bool Deletes(std::uint32_t access) { return (access & platform::kDelete) != 0; }
 
-// True when a handle with this access stands in the way of another handle's sharing.
+// True where a handle that shares like this does not allow another one with this access.
 bool Excluded(std::uint32_t access, std::uint32_t sharing) {
   return (Reads(access) && (sharing & platform::kFileShareRead) == 0) ||
          (Writes(access) && (sharing & platform::kFileShareWrite) == 0) ||
          (Deletes(access) && (sharing & platform::kFileShareDelete) == 0);
 }
 
+// A handle for attributes alone is compatible with every other.
 bool TakesPartInSharing(std::uint32_t access) {
   return Reads(access) || Writes(access) || Deletes(access);
 }
@@ -67,7 +68,7 @@ bool FileSystem::IsPending(const EntryName& name) const {
          });
 }
 
-// Whether an existing node may be opened as asked.
+// The code with which an existing node cannot be opened as requested, or 0.
 std::uint32_t FileSystem::CheckOpen(const OpenRequest& request, const Resolved& found,
                                     std::uint32_t access) const {
   const Node& node = NodeOf(found.node);
@@ -89,7 +90,7 @@ std::uint32_t FileSystem::CheckOpen(const OpenRequest& request, const Resolved& 
              : 0;
 }
 
-// Makes a file where nothing stands yet.
+// Makes a file or a directory under a name that is free.
 std::uint32_t FileSystem::CreateAt(const Resolved& missing, std::uint32_t attributes,
                                    NodeRef* created) {
   Volume& volume = VolumeOf(missing.directory);
@@ -294,7 +295,7 @@ std::uint32_t FileSystem::Delete(std::u16string_view path) {
   return code;
 }
 
-// Whether `from` may take the name of `to`.
+// The code with which `from` cannot take the name of `to`, or 0.
 std::uint32_t FileSystem::CheckReplacement(const Resolved& from, const Resolved& to,
                                            std::uint32_t flags) const {
   if (from.directory.volume != to.directory.volume) return kErrorNotSameDevice;
@@ -357,35 +358,40 @@ FileSystem::Listing FileSystem::List(std::u16string_view pattern) const {
   constexpr std::u16string_view kWildcards = u"*?<>\"";
   const std::size_t start = pattern.find_last_of(u"\\/:") + 1;
   const std::u16string_view name = pattern.substr(start);
+  // Windows answers 2 for a pattern that ends in a separator, although the directory exists.
   if (name.empty()) return {.code = platform::kErrorFileNotFound};
   if (LimitedLength(disks_, pattern) > kMaxPath) return {.code = platform::kErrorPathNotFound};
   const std::u16string_view within = start == 0 ? u"." : pattern.substr(0, start);
   const Resolved found = Resolve(disks_, within, LastLink::kFollow);
+  // `within` ends in a separator, so that a missing directory is a missing last name to Resolve.
   const bool missing = found.code == platform::kErrorFileNotFound;
   if (missing) return {.code = platform::kErrorPathNotFound};
+  // Resolve answers 123 for a file that is followed by a separator; a search answers 267.
   if (found.code == platform::kErrorInvalidName && found.node.id != kNoNode) {
     return {.code = platform::kErrorDirectory};
   }
   if (found.code != 0) return {.code = found.code};
-  if (name != u"*") {
-    // Of the patterns that could match more than one name, only the one for all is in use.
-    const bool is_pattern = name.find_first_of(kWildcards) != std::u16string::npos;
-    if (is_pattern) return {.code = platform::kErrorFileNotFound};
-    // An entry that is being removed is still found.
-    const Resolved one = Resolve(disks_, pattern, LastLink::kKeep);
-    if (one.code != 0) return {.code = one.code};
-    const std::u16string& spelling =
-        VolumeOf(one.node).Find(one.directory.id, one.spelling)->spelling;
-    return {.records = {RecordOf(NodeOf(one.node), spelling)}};
-  }
+  if (name == u"*") return ListDirectory(found.node);
+  // The program uses no pattern but "*", so that no other one is implemented.
+  const bool is_pattern = name.find_first_of(kWildcards) != std::u16string::npos;
+  if (is_pattern) return {.code = platform::kErrorFileNotFound};
+  // Resolve and not LookUp: a search also finds a name that is being deleted.
+  const Resolved one = Resolve(disks_, pattern, LastLink::kKeep);
+  if (one.code != 0) return {.code = one.code};
+  const DirectoryEntry* entry = VolumeOf(one.node).Find(one.directory.id, one.spelling);
+  return {.records = {RecordOf(NodeOf(one.node), entry->spelling)}};
+}
+
+FileSystem::Listing FileSystem::ListDirectory(NodeRef node) const {
   Listing listing;
-  const Node& directory = NodeOf(found.node);
-  if (found.node.id != kRootNode) {
+  const Node& directory = NodeOf(node);
+  // A volume's root directory lies in no other one, so that it has no "." and "..".
+  if (node.id != kRootNode) {
     listing.records.push_back(RecordOf(directory, u"."));
     listing.records.push_back(RecordOf(directory, u".."));
   }
   for (const auto& [folded, entry] : directory.entries) {
-    listing.records.push_back(RecordOf(VolumeOf(found.node).node(entry.node), entry.spelling));
+    listing.records.push_back(RecordOf(VolumeOf(node).node(entry.node), entry.spelling));
   }
   if (listing.records.empty()) listing.code = platform::kErrorFileNotFound;
   return listing;

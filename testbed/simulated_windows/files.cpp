@@ -1,9 +1,8 @@
-// The calls on files, thin over the file system.
+// The calls on files. FileSystem does their work.
 
 #include "platform/files.h"
 
 #include <algorithm>
-#include <map>
 
 #include "platform/error_codes.h"
 #include "simulated_windows/call_failure.h"
@@ -25,7 +24,7 @@ namespace {
 
 FileSystem& Files() { return Computer::Current().files(); }
 
-// Leaves a code as the last error, if it is one; true where it is none.
+// The result of a call: false with the code as the last error, or true for the code 0.
 bool Answer(std::uint32_t code) {
   if (code != 0) Computer::Current().last_error = code;
   return code == 0;
@@ -36,21 +35,23 @@ Handle Open(Call call, const simulated::OpenRequest& request) {
     return FailCall(fault->code, kInvalidHandle);
   }
   const FileSystem::Opened opened = Files().Open(request);
-  // A successful open leaves a code too: whether the file was there already.
+  // A successful open sets the last error, too: 183 where the file existed.
   Computer::Current().last_error = opened.code;
   return opened.handle;
 }
 
-// An open file at the head of a call on it: null where the call fails, with the code left behind.
-OpenFile* EnterOn(Call call, Handle handle, const Fault** planned = nullptr) {
+// Begins a call on an open file. Null where the call fails; its code is then the last error. A
+// fault that shortens the call is returned in `partial`, if the caller passes one.
+OpenFile* EnterOn(Call call, Handle handle, const Fault** partial = nullptr) {
   OpenFile* const file = Files().Find(handle);
   const Fault* fault =
       Computer::Current().calls.Enter(call, file == nullptr ? std::u16string_view() : file->path);
-  if (planned != nullptr && fault != nullptr && fault->partial) {
-    *planned = fault;
+  if (partial != nullptr && fault != nullptr && fault->partial) {
+    *partial = fault;
     fault = nullptr;
   }
   if (fault != nullptr) return FailCall(fault->code, static_cast<OpenFile*>(nullptr));
+  // Looked up again: CallControl::before_call may have closed the handle.
   OpenFile* const present = Files().Find(handle);
   if (present == nullptr) Computer::Current().last_error = kErrorInvalidHandle;
   return present;
@@ -69,20 +70,20 @@ Handle CreateFile2(const char16_t* path, std::uint32_t access, std::uint32_t sha
 }
 
 bool ReadFile(Handle handle, void* buffer, std::uint32_t size, std::uint32_t* read) {
-  const Fault* planned = nullptr;
-  OpenFile* const file = EnterOn(Call::ReadFile, handle, &planned);
+  const Fault* partial = nullptr;
+  OpenFile* const file = EnterOn(Call::ReadFile, handle, &partial);
   if (file == nullptr) return false;
-  if (planned != nullptr) size = std::min(size, *planned->partial);
+  if (partial != nullptr) size = std::min(size, *partial->partial);
   return Answer(Files().Read(*file, buffer, size, read));
 }
 
 bool WriteFile(Handle handle, const void* buffer, std::uint32_t size, std::uint32_t* written) {
   *written = 0;
-  const Fault* planned = nullptr;
-  OpenFile* const file = EnterOn(Call::WriteFile, handle, &planned);
+  const Fault* partial = nullptr;
+  OpenFile* const file = EnterOn(Call::WriteFile, handle, &partial);
   if (file == nullptr) return false;
-  // A short write is reported as a success, with whatever code stood there before.
-  if (planned != nullptr) size = std::min(size, *planned->partial);
+  // A short write reports success and leaves the last error as it was.
+  if (partial != nullptr) size = std::min(size, *partial->partial);
   if (!Answer(Files().Write(*file, {static_cast<const char*>(buffer), size}))) return false;
   *written = size;
   return true;
@@ -132,6 +133,7 @@ bool GetFileInformationByHandleEx(Handle handle, FileStandardInfo* information) 
 bool GetFileInformationByHandleEx(Handle handle, FileAttributeTagInfo* information) {
   const OpenFile* const file = EnterOn(Call::GetFileInformationByHandleEx, handle);
   if (file == nullptr) return false;
+  if (!Files().VolumeOf(file->node).attribute_tags) return Answer(kErrorInvalidParameter);
   const Node& node = Files().NodeOf(file->node);
   *information = {.attributes = node.attributes, .reparse_tag = node.reparse_tag};
   return true;

@@ -1,4 +1,4 @@
-// The last error, and the closing of handles of every kind but those of searches.
+// The last error, and the closing of every handle but those of searches.
 
 #include "platform/handles.h"
 
@@ -22,7 +22,7 @@ bool CloseHandle(Handle handle) {
   const simulated::Fault* fault =
       computer.calls.Enter(Call::CloseHandle, file == nullptr ? std::u16string_view() : file->path);
   if (computer.calls.power_is_off()) return false;
-  // A close that fails has let go of the handle all the same.
+  // The handle is closed even where a fault makes the call fail.
   const bool closed = computer.files().Close(handle) || computer.objects().Close(handle);
   if (fault != nullptr) return simulated::FailCall(fault->code, false);
   if (!closed) return simulated::FailCall(simulated::kErrorInvalidHandle, false);

@@ -34,11 +34,11 @@ constexpr std::size_t kBlockSize = 64;
 // What Windows 10 answers for "ObjectLength".
 constexpr std::uint32_t kObjectLength = 326;
 
-// The working state. It lives in the caller's memory, of any alignment, and is copied in and out.
+// The working state. It is copied from and to the caller's memory, which may have any alignment.
 struct Sha256 {
   std::array<std::uint32_t, 8> h{0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
                                  0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
-  std::uint64_t length = 0;  // Bytes so far; those since the last whole block wait in `block`.
+  std::uint64_t length = 0;  // Bytes so far; `block` has those behind the last whole block.
   std::array<unsigned char, kBlockSize> block{};
 };
 static_assert(sizeof(Sha256) <= kObjectLength);
@@ -125,7 +125,7 @@ void Store(const Sha256& state, const KernelObjects::Hash& hash) {
   std::memcpy(hash.memory, &state, sizeof(state));
 }
 
-// A failed call of this family leaves the last error alone: the status is its whole answer.
+// These calls return a status and do not set the last error.
 const Fault* Enter(Call call) { return Computer::Current().calls.Enter(call); }
 
 Status StatusOf(const Fault& fault) { return static_cast<Status>(fault.code); }

@@ -1,4 +1,4 @@
-// What the system knows about languages: cases, its messages, its own language and code pages.
+// Lower case, the system's messages, its language and its code pages.
 
 #include <algorithm>
 #include <cstdlib>
@@ -25,7 +25,8 @@ constexpr bool IsPair(char16_t high, char16_t low) {
   return (high & 0xFC00) == 0xD800 && (low & 0xFC00) == 0xDC00;
 }
 
-// A pair of surrogates is one character, and no lower case is longer or shorter than its upper.
+// Pairs of surrogates are mapped as one character. No lower case is longer or shorter than its
+// capital.
 void LowerInPlace(char16_t* text, std::size_t length) {
   for (std::size_t i = 0; i < length; ++i) {
     if (i + 1 == length || !IsPair(text[i], text[i + 1])) {
@@ -61,7 +62,7 @@ std::int32_t LCMapStringEx(const char16_t* locale, std::uint32_t flags, const ch
     return FailCall(kErrorInvalidParameter, 0);
   }
   if (flags != kLcmapLowercase) return FailCall(simulated::kErrorInvalidFlags, 0);
-  // A negative length takes the final zero along.
+  // A negative length means a text that ends with a zero, and the zero is mapped, too.
   std::u16string text = source_length < 0
                             ? source + std::u16string(1, 0)
                             : std::u16string(source, static_cast<std::size_t>(source_length));

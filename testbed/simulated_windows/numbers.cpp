@@ -1,8 +1,8 @@
-// The C runtime's text to number conversions, in base 10, which is the only one asked for.
+// The C runtime's conversions of text to numbers, in base 10, the only one that the program uses.
 //
-// White space and digits were measured under Wine 8.0, for every 16-bit unit in front of a digit,
-// alone and behind one, with wcstoul and _wcstoui64 of its msvcrt. Unlike the C library of most
-// other systems the Windows runtime takes the decimal digits of other scripts, mixed as they come.
+// White space and digits were measured with wcstoul and _wcstoui64 of the msvcrt of Wine 8.0, for
+// every 16-bit unit in front of a digit, alone and behind a digit. Unlike most C libraries the one
+// of Windows accepts the decimal digits of other scripts, also mixed.
 
 #include <algorithm>
 #include <cerrno>
@@ -42,8 +42,8 @@ std::optional<unsigned> DigitValue(char16_t unit) {
   return std::nullopt;
 }
 
-// Digits are consumed to the last one even where they overflow. A minus negates what fits, modulo
-// the type's range.
+// A number that is too large consumes all of its digits. A minus negates a number that fits, modulo
+// the range of the type.
 template <typename Number>
 Number Parse(const char16_t* text, const char16_t** end) {
   constexpr Number kLargest = std::numeric_limits<Number>::max();

@@ -60,8 +60,8 @@ bool KernelObjects::TerminateProcess(Handle process, std::uint32_t exit_code) {
   return FailCall(other ? platform::kErrorAccessDenied : kErrorInvalidHandle, false);
 }
 
-// When the opened process ends, in the world's time. An entry that is no longer there, or belongs
-// to another process by now, means that it has ended.
+// When the opened process ends, as a value of Clock::elapsed_ms; nothing if it never does. It has
+// ended already if its entry is missing or now describes another process with the same id.
 std::optional<std::uint64_t> KernelObjects::EndOf(const OpenedProcess& process) const {
   const auto found = computer_.processes.by_id.find(process.id);
   const bool there = found != computer_.processes.by_id.end() && !found->second.gone &&
@@ -128,23 +128,23 @@ std::uint32_t KernelObjects::WaitForMutex(Mutex& mutex, std::uint32_t millisecon
     return platform::kWaitObject0;
   }
   const bool dies = holder->second.dies;
-  std::optional<std::uint64_t> given_up = holder->second.releases_after_ms;
-  if (dies && !given_up) given_up = 0;
-  if (!PassUntil(given_up, milliseconds)) return platform::kWaitTimeout;
+  std::optional<std::uint64_t> end = holder->second.releases_after_ms;
+  if (dies && !end) end = 0;
+  if (!PassUntil(end, milliseconds)) return platform::kWaitTimeout;
   computer_.processes.mutex_holders.erase(holder);
   ++mutex.depth;
   return dies ? platform::kWaitAbandoned : platform::kWaitObject0;
 }
 
-// True when the moment comes before the timeout or with it.
-bool KernelObjects::PassUntil(std::optional<std::uint64_t> moment, std::uint32_t milliseconds) {
+// Advances the clock to `time`, or to the end of the timeout if that comes first; true for `time`.
+bool KernelObjects::PassUntil(std::optional<std::uint64_t> time, std::uint32_t milliseconds) {
   const std::uint64_t now = computer_.clock.elapsed_ms;
-  const bool for_ever = milliseconds == kInfinite;
-  if (moment && (for_ever || *moment <= now + milliseconds)) {
-    computer_.clock.elapsed_ms = std::max(now, *moment);
+  const bool infinite = milliseconds == kInfinite;
+  if (time && (infinite || *time <= now + milliseconds)) {
+    computer_.clock.elapsed_ms = std::max(now, *time);
     return true;
   }
-  if (for_ever) {
+  if (infinite) {
     (void)std::fputs("simulated Windows: an infinite wait for what never happens\n", stderr);
     std::abort();
   }
@@ -191,7 +191,7 @@ Handle KernelObjects::NextHandle() {
   return handle;
 }
 
-// Always false. A handle that never came from here is somebody else's to close, and not counted.
+// Always false. A handle that is no object's (but a file's, say) is not counted.
 bool KernelObjects::CountBadClose(Handle handle) {
   if (handle >= kFirstHandle && handle < next_) ++bad_closes_;
   return false;

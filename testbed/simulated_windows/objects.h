@@ -1,16 +1,17 @@
 // The objects that the program reaches through handles other than those of files: processes,
 // mutexes, hash providers and hashes.
 //
-// A process or a mutex exists in the computer (Computer::processes, Computer::mutex_holders); what stands
-// here is this program's handles to it, and its own hold on a mutex. The furniture of the computer is
-// read anew at each call, so that somebody else may act between two of them.
+// Processes and the mutexes of other processes are members of Computer::processes. KernelObjects
+// has this program's handles to them and the mutexes that this program owns. Each call reads
+// Computer::processes anew, since a test may change it between two calls.
 //
-// Handles begin at kFirstHandle, are multiples of 4, and none is ever given out twice by one
-// KernelObjects: a stale handle is always an invalid one, and closing it is counted. What the
-// program leaked is what is still open when it ends.
+// Handles begin at kFirstHandle and are multiples of 4. None is used twice, so that a handle that
+// was closed stays invalid; closing it again is counted. What is still open when the program ends
+// is what it leaked.
 //
-// There is one thread: whatever this program holds, that thread owns. Functions that can fail leave
-// their code in Computer::last_error, as the calls do; none counts as a call or asks for a fault.
+// The program has one thread, which owns every mutex that the program has acquired. Functions that
+// can fail leave their code in Computer::last_error, as the calls do. None of them counts as a call
+// or consults the injected faults.
 
 #pragma once
 
@@ -30,44 +31,45 @@ namespace tolvarine::updater::simulated {
 
 class KernelObjects {
  public:
-  // Below it are the handles of files.
+  // The handles of files are smaller.
   static constexpr platform::Handle kFirstHandle = 0x10000000;
 
-  // Keeps the reference: `world` is the one that owns it, and is current whenever it is used.
+  // `computer` owns this object, and is current while a call uses it.
   explicit KernelObjects(Computer& computer) : computer_(computer) {}
 
   // --- Processes -----------------------------------------------------------------------------
 
-  // An ended process can be opened until it is `gone`. Null on failure.
+  // A process that has ended can be opened until it is `gone`. Null on failure.
   platform::Handle OpenProcess(std::uint32_t access, std::uint32_t process_id);
 
   // The exit time is 0 while the process runs; kernel and user time are always 0.
   bool GetProcessTimes(platform::Handle process, std::uint64_t* creation, std::uint64_t* exit,
                        std::uint64_t* kernel, std::uint64_t* user);
 
-  // Of this process only: it records the code in Computer::terminated_with and returns, since the test
-  // lives on. A handle from OpenProcess never has the right to end anything (5).
+  // For the handle of this process it leaves the code in ProcessTable::terminated_with and returns,
+  // since the test continues. For any other process it fails with 5: the program never opens one
+  // with the right to terminate it.
   bool TerminateProcess(platform::Handle process, std::uint32_t exit_code);
 
   // --- Mutexes -------------------------------------------------------------------------------
 
-  // An empty name makes one of its own. Leaves 183 as the last error where the name existed, be it
-  // through Computer::mutex_holders or through a handle of this program, and 0 where it did not.
+  // A mutex without a name is always a new one. The last error is 183 where the name exists,
+  // because another process holds it or this program has it open, and otherwise 0. Null on failure.
   platform::Handle CreateMutex(bool initial_owner, const std::u16string& name);
   bool ReleaseMutex(platform::Handle mutex);
 
   // --- Waiting -------------------------------------------------------------------------------
 
-  // Lets Computer::elapsed_ms run up to the moment that ends the wait: the process's end, the
-  // holder's release or death, or the timeout. A tie goes to the event. A holder that has given
-  // the mutex up is removed from Computer::mutex_holders when the wait takes it; one that `dies` at
-  // no stated time is dead already. A wait that could never end aborts the test program.
+  // Advances Clock::elapsed_ms to the end of the wait: the process's end, the holder's release or
+  // death, or the timeout. An event at the very time of the timeout counts as the event. When the
+  // wait acquires a mutex, its holder is removed from ProcessTable::mutex_holders. A holder that
+  // `dies` at no stated time is dead already. A wait that could never end aborts the test program.
   std::uint32_t Wait(platform::Handle handle, std::uint32_t milliseconds);
 
   // --- Hashing -------------------------------------------------------------------------------
 
-  // A hash's working state is in the program's own memory, as on Windows, so that a sanitizer sees
-  // memory that was given back too early.
+  // The working state of a hash is in the program's own memory, as on Windows, so that a sanitizer
+  // reports memory that is freed too early.
   struct Hash {
     void* memory = nullptr;
     bool finished = false;
@@ -83,15 +85,15 @@ class KernelObjects {
 
   // --- Closing and counting ------------------------------------------------------------------
 
-  // Closes a process or a mutex. False where it is neither; the last error is then the caller's.
-  // A mutex closed while owned stays owned as long as another handle to it is open.
+  // Closes the handle of a process or a mutex. False if it is neither; the caller then sets the
+  // last error. A mutex stays owned while another handle to it is open.
   bool Close(platform::Handle handle);
 
   std::size_t open_handles() const { return handles_.size(); }  // CloseHandle's.
   std::size_t open_hashes() const { return algorithms_.size() + hashes_.size(); }
   std::size_t bad_closes() const { return bad_closes_; }  // Of handles that were not open.
 
-  // The machine restarts: nothing is open or owned any more.
+  // The computer restarts: nothing is open or owned any more.
   void Reset();
 
  private:
@@ -116,7 +118,7 @@ class KernelObjects {
   std::optional<std::uint64_t> EndOf(const OpenedProcess& process) const;
   std::uint32_t WaitForProcess(const OpenedProcess& process, std::uint32_t milliseconds);
   std::uint32_t WaitForMutex(Mutex& mutex, std::uint32_t milliseconds);
-  bool PassUntil(std::optional<std::uint64_t> moment, std::uint32_t milliseconds);
+  bool PassUntil(std::optional<std::uint64_t> time, std::uint32_t milliseconds);
 
   Computer& computer_;
   platform::Handle next_ = kFirstHandle;

@@ -28,7 +28,7 @@ bool IsDrive(std::u16string_view text) {
 
 using Names = std::vector<std::u16string>;
 
-// A path as the volume that it leads to and the names below that volume's root.
+// A path as its volume and the names below that volume's root.
 struct Route {
   std::uint32_t code = 0;
   std::size_t volume = 0;
@@ -47,8 +47,8 @@ Names Split(std::u16string_view text) {
   return names;
 }
 
-// Takes the names of dots away, and full stops and blanks at the end, as for any path without the
-// extended prefix.
+// Removes "." and "..", and the full stops and blanks at the end, as Windows does for a path
+// without the extended prefix.
 Names Collapsed(const Names& names) {
   Names collapsed;
   for (std::u16string name : names) {
@@ -145,7 +145,7 @@ Route RouteTo(const DiskSet& disks, std::u16string_view path) {
   if (path.starts_with(kExtendedPrefix) || path.starts_with(kObjectPrefix)) {
     const std::u16string_view verbatim = path.substr(kExtendedPrefix.size());
     route = ByExtended(disks, verbatim);
-    // Nothing is normalized here: what would have been is no name.
+    // Windows does not normalize such a path, so that these would be parts of a name.
     const bool slash = verbatim.find(u'/') != std::u16string_view::npos;
     if (slash || verbatim.find(u"\\\\") != std::u16string_view::npos) {
       return {.code = platform::kErrorInvalidName};
@@ -163,7 +163,8 @@ Route RouteTo(const DiskSet& disks, std::u16string_view path) {
   return route;
 }
 
-// Where a link leads, with the names that follow it in the path.
+// The route of a path that continues through a link: the link's target, then the names behind the
+// link. `link` is the place of the link's name in the route.
 Route Redirect(const DiskSet& disks, const Route& route, std::size_t link, const Node& node) {
   const std::u16string& to = node.reparse_target;
   const bool full = IsDrive(to) || to.starts_with(u"\\\\") || to.starts_with(kObjectPrefix);
@@ -173,6 +174,7 @@ Route Redirect(const DiskSet& disks, const Route& route, std::size_t link, const
     if (redirected.code != 0) return redirected;
   } else {
     redirected.volume = route.volume;
+    // The target is relative to the directory that the link lies in, or to the volume's root.
     if (!IsSeparator(to.front())) {
       redirected.names.assign(route.names.begin(),
                               route.names.begin() + static_cast<std::ptrdiff_t>(link));
@@ -187,15 +189,16 @@ Route Redirect(const DiskSet& disks, const Route& route, std::size_t link, const
   return redirected;
 }
 
-bool LeadsOn(const Node& node) {
+// Windows itself follows these two; other tags belong to drivers that are not installed.
+bool IsLink(const Node& node) {
   return node.reparse_tag == platform::kIoReparseTagSymlink ||
          node.reparse_tag == platform::kIoReparseTagMountPoint;
 }
 
-// One walk along a route: to its end, or to a link that leads elsewhere.
+// One walk along a route, from the volume's root to the end or to the first link to be followed.
 struct Walk {
   Resolved result{};
-  std::optional<Route> redirected{};
+  std::optional<Route> redirected{};  // At a link: the route to walk instead.
 };
 
 Walk WalkRoute(const DiskSet& disks, const Route& route, LastLink last_link) {
@@ -217,7 +220,7 @@ Walk WalkRoute(const DiskSet& disks, const Route& route, LastLink last_link) {
     const Node& node = volume.node(entry->node);
     const bool keep = last && last_link == LastLink::kKeep;
     if (node.IsReparsePoint() && !keep) {
-      if (!LeadsOn(node)) return {.result = {.code = kErrorCantAccessFile}};
+      if (!IsLink(node)) return {.result = {.code = kErrorCantAccessFile}};
       walk.redirected = Redirect(disks, route, i, node);
       return walk;
     }
@@ -232,6 +235,8 @@ Walk WalkRoute(const DiskSet& disks, const Route& route, LastLink last_link) {
 }  // namespace
 
 Resolved Resolve(const DiskSet& disks, std::u16string_view path, LastLink last) {
+  // Each link starts a new walk, since its target may contain links or lie on another volume. The
+  // limit ends a circle of links, as on Windows.
   Route route = RouteTo(disks, path);
   for (int links = 0; links <= kLinkLimit; ++links) {
     if (route.code != 0) return {.code = route.code};

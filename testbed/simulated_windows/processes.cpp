@@ -1,4 +1,4 @@
-// Processes, mutexes and waiting: the calls, over the objects of the current computer.
+// Processes, mutexes and waiting. KernelObjects does the work of the calls.
 
 #include "platform/processes.h"
 
@@ -49,7 +49,7 @@ bool ReleaseMutex(Handle mutex) {
   return Computer::Current().objects().ReleaseMutex(mutex);
 }
 
-// A fixed number on Windows too, which closes nothing and needs no closing.
+// On Windows, too, a fixed number that needs no closing.
 Handle GetCurrentProcess() { return ~Handle{0}; }
 
 bool TerminateProcess(Handle process, std::uint32_t exit_code) {

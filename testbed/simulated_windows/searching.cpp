@@ -1,6 +1,4 @@
-// Searches in directories. A search sees the directory as it was when it began.
-
-#include <map>
+// Searches in directories. A search finds what was in the directory when it began.
 
 #include "platform/error_codes.h"
 #include "platform/files.h"

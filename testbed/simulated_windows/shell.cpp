@@ -21,11 +21,10 @@ using simulated::Fault;
 
 namespace {
 
-// What the system makes up for an empty command line: the path of the running program.
+// For an empty command line the call returns the path of the running program.
 constexpr std::u16string_view kProgramPath = u"C:\\Program Files\\Tolvarine\\TolvarineUpdater.exe";
 
-// Splits a command line by the rules of the shell's call, which are not quite those of the C
-// runtime. It never fails.
+// Splits a command line as CommandLineToArgvW does. The C runtime treats quotes differently.
 class CommandLineSplitter {
  public:
   explicit CommandLineSplitter(std::u16string_view line) : line_(line) {}
@@ -50,8 +49,8 @@ class CommandLineSplitter {
     while (!AtEnd() && AtBlank()) ++at_;
   }
 
-  // The first argument is a path and knows no escapes: with a quote in front it ends at the next
-  // quote, whatever follows; without, it ends at a blank, and quotes are part of it.
+  // The first argument is a path, in which backslashes escape nothing. If it begins with a quote,
+  // it ends at the next quote; otherwise it ends at a blank, and quotes belong to it.
   std::u16string TakeProgram() {
     const bool quoted = line_.front() == u'"';
     const std::size_t start = quoted ? 1 : 0;
@@ -80,8 +79,8 @@ class CommandLineSplitter {
     return argument;
   }
 
-  // A run of quotes, counted together with the one that is open: every third is a literal quote
-  // and closes, and of what is left over one opens and two cancel. Returns whether one is open.
+  // A run of quotes. Every third one, counting the quote that is open, is a literal quote. One that
+  // is left over opens; two cancel each other. Returns whether a quote is open.
   bool TakeQuotes(bool quoted, std::u16string* argument) {
     const std::size_t count = TakeRun(u'"') + (quoted ? 1 : 0);
     argument->append(count / 3, u'"');
@@ -98,7 +97,7 @@ class CommandLineSplitter {
   std::size_t at_ = 0;
 };
 
-// The vector, its null and the texts behind them, in the one piece of memory that LocalFree takes.
+// One block of memory with the vector, its null and the texts, since one LocalFree frees them all.
 char16_t** Pack(const std::vector<std::u16string>& arguments) {
   const std::size_t vector_size = (arguments.size() + 1) * sizeof(char16_t*);
   std::size_t text_size = 0;
@@ -118,7 +117,6 @@ char16_t** Pack(const std::vector<std::u16string>& arguments) {
   return vector;
 }
 
-// Without a planned answer: success for a file that is there.
 std::intptr_t StartResult(const Computer& computer, const char16_t* file) {
   constexpr std::intptr_t kStarted = 42;
   if (computer.desktop.shell_result) return *computer.desktop.shell_result;

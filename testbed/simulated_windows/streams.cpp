@@ -1,4 +1,4 @@
-// The C runtime's streams over the file system: a buffer, and no calls of their own below.
+// The C runtime's streams: a buffer over FileSystem, without any other counted call.
 
 #include "platform/streams.h"
 
@@ -28,19 +28,19 @@ constexpr int kEof = -1;
 struct Stream {
   Handle handle = kInvalidHandle;
   std::u16string path;
-  std::string pending;  // Written, and not handed to the system yet.
+  std::string pending;  // Not written to the file yet.
   bool failed = false;
 };
 
 namespace {
 
-// Hands the pending bytes to the system, at most `limit` of them.
+// Writes the pending bytes to the file, at most `limit` of them. False where not all are written.
 bool Drain(Stream* stream, std::size_t limit) {
   FileSystem& files = Computer::Current().files();
   const std::string_view bytes = std::string_view(stream->pending).substr(0, limit);
   const bool whole = bytes.size() == stream->pending.size();
   OpenFile* const file = files.Find(stream->handle);
-  // Nothing is written where nothing waits: a stream for reading has no right to write.
+  // A stream for reading has no pending bytes, and no right to write.
   const bool taken = file != nullptr && (bytes.empty() || files.Write(*file, bytes) == 0);
   const bool written = taken && whole;
   stream->pending.clear();

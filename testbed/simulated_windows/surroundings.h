@@ -1,5 +1,5 @@
-// What surrounds the program on a simulated computer: other processes, the person at the desktop,
-// the clock and the language settings. Tests set these up and read them back.
+// What surrounds the program on a simulated computer: other processes, the desktop with its user,
+// the clock and the language settings. Tests set these and read them back.
 
 #pragma once
 
@@ -18,19 +18,19 @@ struct Process {
   std::uint64_t creation_time = 0;
   std::optional<std::uint64_t> exits_after_ms{};  // From the computer's start; never if absent.
   std::uint32_t open_error = 0;                   // What OpenProcess fails with, if not 0.
-  bool gone = false;                              // Ended, and no object is left: 87.
+  bool gone = false;                              // Ended and closed by everybody: 87.
 };
 
 // How another process holds a mutex.
 struct MutexHolder {
   std::optional<std::uint64_t> releases_after_ms{};  // From the computer's start; never if absent.
-  bool dies = false;                                 // Abandons the mutex instead of releasing it.
+  bool dies = false;                                 // Abandons the mutex instead.
 };
 
 struct ProcessTable {
   std::map<std::uint32_t, Process> by_id;
   std::map<std::u16string, MutexHolder> mutex_holders;          // By name.
-  std::map<std::u16string, std::uint32_t> mutex_create_errors;  // Names held by another kind.
+  std::map<std::u16string, std::uint32_t> mutex_create_errors;  // What CreateMutexW fails with.
   std::optional<std::uint32_t> terminated_with;  // By TerminateProcess on this process.
 };
 
@@ -52,7 +52,7 @@ struct Desktop {
   std::vector<Box> boxes;
   std::function<void(const Box&)> on_box;
   std::vector<ShellStart> starts;
-  // What ShellExecuteW answers; without it, 42 for a file that is there and 2 for one that is not.
+  // The result of ShellExecuteW; if absent, 42 for a file that exists and 2 for one that does not.
   std::optional<std::intptr_t> shell_result;
 };
 
@@ -60,7 +60,7 @@ struct Clock {
   platform::SystemTime local_time{2026, 3, 1, 14, 5, 9, 42};
   platform::TimeZoneInformation zone{-60, 0, -60};
   std::uint32_t zone_id = platform::kTimeZoneIdStandard;
-  std::uint64_t elapsed_ms = 0;  // Since the computer's start; waits let it pass.
+  std::uint64_t elapsed_ms = 0;  // Since the computer's start; waits advance it.
 };
 
 struct Locale {

@@ -1,6 +1,6 @@
 // The English system messages of Windows 10 and 11, without the line end that each of them has.
-// These are the codes that file work, waits and conversions end with; any other code is answered as
-// one that the system has no text for.
+// Operations on files, waits and conversions fail with these codes. For any other code
+// FormatMessageA answers that the system has no text.
 
 #pragma once
 

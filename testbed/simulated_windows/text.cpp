@@ -1,11 +1,11 @@
-// Conversions between 16-bit and 8-bit text, for the code pages that a simulated machine knows:
-// 1252 and 437, UTF-8, and of 54936 (GB18030) its two regular parts, ASCII and the four-byte forms
-// of the characters beyond the 16-bit ones. The rest of 54936 is a table of some 63,000 entries and
-// is left out: such a character counts as one that cannot be converted. The program reaches that
-// code page only on a machine whose ANSI code page it is.
+// Conversions between 16-bit and 8-bit text, for the code pages that a simulated computer knows:
+// 1252 and 437, UTF-8, and of 54936 (GB18030) its two regular parts, ASCII and the four-byte
+// sequences of the characters beyond the 16-bit ones. The rest of 54936 is a table of some 63,000
+// entries and is left out: such a character counts as one that cannot be converted. The program
+// uses that code page only on a computer whose ANSI code page it is.
 //
-// Left out too are best-fit mappings (an accented letter turned into a plain one): a single-byte
-// conversion answers as with WC_NO_BEST_FIT_CHARS, with that flag or without.
+// Best-fit mappings (an accented letter becomes a plain one) are left out, too: a single-byte
+// conversion answers as with WC_NO_BEST_FIT_CHARS, with that flag or without it.
 
 #include "platform/text.h"
 
@@ -30,7 +30,7 @@ namespace {
 constexpr char32_t kReplacement = 0xFFFD;
 constexpr char kDefaultCharacter = '?';
 
-// What a conversion came to, and whether anything in it had to be replaced.
+// The result of a conversion, and whether it contains replacements.
 template <typename Unit>
 struct Converted {
   std::basic_string<Unit> text;
@@ -44,7 +44,7 @@ using Widened = Converted<char16_t>;
 
 bool IsSurrogate(char32_t unit) { return unit >= 0xD800 && unit <= 0xDFFF; }
 
-// The character at `*at`, which moves past it; nothing for a surrogate without its partner.
+// The character at `*at`, which moves behind it; nothing for a surrogate without its partner.
 std::optional<char32_t> TakeCharacter(std::u16string_view wide, std::size_t* at) {
   const char32_t unit = wide[(*at)++];
   if (!IsSurrogate(unit)) return unit;
@@ -101,8 +101,8 @@ Narrowed NarrowToUtf8(std::u16string_view wide) {
   return result;
 }
 
-// How a sequence goes on behind its first byte. The second byte's range is what keeps out overlong
-// forms, surrogates and what lies beyond U+10FFFF.
+// How many bytes follow a first byte, and the range of the second byte, which excludes overlong
+// sequences, surrogates and characters beyond U+10FFFF.
 struct Utf8Lead {
   std::size_t following = 0;
   unsigned second_from = 0x80;
@@ -194,7 +194,8 @@ std::optional<char32_t> ByteOf(char32_t character, UpperHalf upper) {
   return 0x80 + static_cast<char32_t>(found - upper);
 }
 
-// A pair of surrogates is two units here, and so becomes two default characters.
+// These code pages convert units and not characters: a pair of surrogates becomes two default
+// characters.
 Narrowed NarrowToBytes(std::u16string_view wide, UpperHalf upper) {
   Narrowed result;
   for (const char16_t unit : wide) {
@@ -225,7 +226,7 @@ std::uint32_t ResolveCodePage(std::uint32_t code_page) {
 constexpr std::uint32_t kCpWindows1252 = 1252;
 constexpr std::uint32_t kCpDos437 = 437;
 
-// Can hold every character, and takes the strict flag and none of the others.
+// Can express every character; accepts the strict flag and no other one.
 bool IsComplete(std::uint32_t code_page) { return code_page == kCpUtf8 || code_page == kCpGb18030; }
 
 bool IsKnown(std::uint32_t code_page) {
@@ -261,14 +262,14 @@ bool AreValidBuffers(const In* input, std::int32_t length, const Out* output, st
   return input != nullptr && length != 0 && size >= 0 && (output != nullptr || size == 0);
 }
 
-// A negative length takes the final zero along.
+// A negative length means a text that ends with a zero, and the zero is converted, too.
 template <typename Unit>
 std::basic_string_view<Unit> Input(const Unit* text, std::int32_t length) {
   if (length >= 0) return {text, static_cast<std::size_t>(length)};
   return {text, std::char_traits<Unit>::length(text) + 1};
 }
 
-// A buffer that is too small has the beginning in it, as on Windows. Room goes before strictness.
+// As on Windows, a buffer that is too small receives the beginning, and 122 comes before 1113.
 template <typename Unit>
 std::int32_t Deliver(const Converted<Unit>& converted, bool strict, Unit* output,
                      std::int32_t size) {

@@ -1,4 +1,4 @@
-// The clock, which stands where the computer sets it, and its zone.
+// The clock and its time zone.
 
 #include "platform/time.h"
 
@@ -11,7 +11,7 @@ using simulated::Computer;
 using simulated::Fault;
 
 void GetLocalTime(SystemTime* time) {
-  Computer::Current().calls.Enter(Call::GetLocalTime);  // For the trace; it cannot fail.
+  Computer::Current().calls.Enter(Call::GetLocalTime);  // Counted and recorded; it cannot fail.
   *time = Computer::Current().clock.local_time;
 }
 

@@ -9,7 +9,7 @@
 namespace tolvarine::updater::simulated {
 namespace {
 
-// Takes one name off a node. The node itself stays.
+// Removes one name of a node. The node itself stays.
 NodeId TakeName(Nodes& nodes, NodeId directory, std::u16string_view name) {
   DirectoryEntries& entries = nodes.at(directory).entries;
   const auto entry = entries.find(FoldName(name));
@@ -59,7 +59,8 @@ struct Applier {
     }
     GiveName(nodes, id, change.to_directory, change.to);
   }
-  // A handle may still change a file whose last name has gone from the medium, and the file with it.
+  // The node may be missing: a file that has lost its last name is swept from the medium, and a
+  // handle may still change it.
   void operator()(const AttributesChange& change) const {
     const auto node = nodes.find(change.id);
     if (node != nodes.end()) node->second.attributes = change.attributes;
@@ -72,13 +73,13 @@ struct Applier {
 
 void ApplyTo(Nodes& nodes, const Change& change) { std::visit(Applier{nodes}, change); }
 
-// No handle outlives a power cut, so what has no name is gone.
+// Removes the nodes without a name: on the medium no handle keeps them.
 void Sweep(Nodes& nodes) {
   std::erase_if(nodes,
                 [](const auto& item) { return item.first != kRootNode && item.second.links == 0; });
 }
 
-// Puts the surviving sectors of `written` over what the image holds, within the image's size.
+// Copies the surviving sectors of `written` over the content in the image, whose size stays.
 void Overlay(Node& node, const std::string& written, const ContentSurvival& survival) {
   auto content = std::make_shared<std::string>(*node.content);
   const std::size_t end = std::min(content->size(), written.size());
@@ -202,7 +203,8 @@ void Volume::Settle() {
 std::u16string FoldName(std::u16string_view name) {
   std::u16string folded(name);
   for (char16_t& unit : folded) {
-    // Directories list ASCII names in the order of their capitals.
+    // The entries of a directory are listed in the order of their keys, and Windows lists ASCII
+    // names in the order of their capitals: "_" follows "Z".
     if (unit < 0x80) {
       if (unit >= u'a' && unit <= u'z') unit = static_cast<char16_t>(unit - u'a' + u'A');
     } else {

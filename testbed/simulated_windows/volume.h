@@ -1,20 +1,19 @@
-// The disks of the simulated Windows: what is on them now, and what would still be on them if the
-// power went now.
+// A volume of the simulated Windows: what is on it now, and what a power cut can leave of that.
 //
-// A volume keeps two images of itself. `live` is what every call sees. `stable` is what has been
-// forced to the medium; between the two stands the metadata log, the changes of names, attributes
-// and sizes in the order in which they were made. The rules, which are those of a volume with a
-// metadata journal:
+// A volume has two images. `live` is what every call sees; `stable` is what is on the medium. The
+// metadata log is the difference between them: the changes of names, attributes and sizes that are
+// not on the medium yet, in the order in which they were made. The rules are those of a file system
+// with a metadata journal:
 //
-//  - A change of metadata reaches the medium in its order. After a power cut any prefix of the log
-//    may be there; Force() puts all of it there.
-//  - A rename replaces in one step or has not happened: it is one change.
-//  - The content of a file reaches the medium when the file is flushed. Content written since then
-//    may be there wholly, partly (by sectors of 512 bytes) or not at all, and reads as zeros where
-//    the size, which is metadata, runs ahead of it.
-//  - Each volume keeps its own order; nothing orders one volume against another.
+//  - Changes of metadata reach the medium in their order. A power cut leaves some prefix of the
+//    log; Force() writes all of it.
+//  - A rename is one change, also where it replaces a file.
+//  - The content of a file is on the medium when the file has been flushed. A power cut leaves all,
+//    some (by sectors of 512 bytes) or none of what was written since. The size is metadata: where
+//    it reaches the medium before the content, the content is zeros.
+//  - Each volume has its own order. There is none between changes of two volumes.
 //
-// Nothing here knows about handles, sharing or paths; see file_system.h.
+// Handles, sharing and paths are the subject of file_system.h.
 
 #pragma once
 
@@ -37,7 +36,7 @@ inline constexpr NodeId kNoNode = 0;
 inline constexpr NodeId kRootNode = 1;
 inline constexpr std::size_t kSectorSize = 512;
 
-// A name in a directory. The key that it stands under is its folded form.
+// A name in a directory. Its key in the directory is what FoldName returns for it.
 struct DirectoryEntry {
   std::u16string spelling{};
   NodeId node = kNoNode;
@@ -52,7 +51,7 @@ struct Node {
   std::u16string reparse_target{};  // Of a symbolic link (may be relative) or a junction.
   NodeId parent = kNoNode;          // Of a directory.
   DirectoryEntries entries;         // Of a directory.
-  std::uint32_t links = 0;          // The number of names that lead here.
+  std::uint32_t links = 0;          // The number of names.
   Bytes content;                    // Of a file.
 
   [[nodiscard]] bool IsDirectory() const;
@@ -62,7 +61,7 @@ struct Node {
 
 using Nodes = std::map<NodeId, Node>;
 
-// The changes of metadata. Each applies to an image as a whole or not at all.
+// The changes of metadata. Each of them is on an image as a whole or not at all.
 struct CreateChange {
   NodeId id = kNoNode;
   NodeId directory = kNoNode;
@@ -83,7 +82,7 @@ struct UnlinkChange {
   std::u16string spelling{};
 };
 
-// Replaces what stands at the new name, if anything does.
+// Replaces what has the new name, if anything does.
 struct RenameChange {
   NodeId from_directory = kNoNode;
   std::u16string from{};
@@ -96,7 +95,7 @@ struct AttributesChange {
   std::uint32_t attributes = 0;
 };
 
-// Cuts the content off or lets it grow by zeros.
+// Truncates the content, or appends zeros.
 struct SizeChange {
   NodeId id = kNoNode;
   std::uint64_t size = 0;
@@ -105,8 +104,9 @@ struct SizeChange {
 using Change = std::variant<CreateChange, LinkChange, UnlinkChange, RenameChange, AttributesChange,
                             SizeChange>;
 
-// How a power cut treats one unflushed file. Sector i of the content is there when keep[i % size]
-// is true; where it is not, the medium holds its older content, or zeros.
+// What a power cut leaves of one unflushed file. Where keep[i % keep.size()] is true, the new
+// content of sector i is on the medium; where it is false, the older content or zeros are. An empty
+// `keep` keeps every sector.
 struct ContentSurvival {
   std::vector<bool> keep;
 };
@@ -115,52 +115,51 @@ class Volume {
  public:
   Volume();
 
-  // What the volume is called. A volume has a drive letter, or a server and share, or neither; its
-  // device name always stands.
+  // A volume has a drive letter, or a server and share, or neither. It always has a device name.
   char16_t drive = 0;
   std::u16string share;   // `\\server\share`
   std::u16string device;  // `\Device\HarddiskVolume3`
 
-  bool posix_delete = true;                    // Answers FileDispositionInfoEx.
-  bool write_protected = false;                // Every change fails with 19.
+  bool posix_delete = true;      // Supports FileDispositionInfoEx; FAT, for one, answers 87.
+  bool attribute_tags = true;    // Supports FileAttributeTagInfo; FAT, for one, answers 87.
+  bool write_protected = false;  // Every change fails with 19.
   std::uint64_t capacity = ~std::uint64_t{0};  // Bytes of content that fit.
 
-  [[nodiscard]] const Nodes& nodes() const { return live_; }
   [[nodiscard]] const Node& node(NodeId id) const { return live_.at(id); }
   [[nodiscard]] bool Has(NodeId id) const { return live_.contains(id); }
-  // The entry of a directory under this name, in any case; null if there is none.
+  // The entry of a directory with this name in any case; null if there is none.
   [[nodiscard]] const DirectoryEntry* Find(NodeId directory, std::u16string_view name) const;
   [[nodiscard]] std::uint64_t FreeBytes() const;
 
-  // A change of metadata: at once in what calls see, on the medium once it is forced. A node whose
-  // last name goes stays until Forget, since a handle may hold it. Create chooses the new id.
+  // Calls see a change of metadata at once; it is on the medium when it is forced. A node that has
+  // lost its last name stays until Forget, since a handle may hold it. Create chooses the id.
   NodeId Create(CreateChange change);
   void Apply(const Change& change);
   void Forget(NodeId id);
 
-  // A change of content. Growth of the file is a change of metadata of its own.
+  // Changes of content. Where the file grows, that is a change of metadata before it.
   void Write(NodeId id, std::uint64_t offset, std::string_view bytes);
   void Resize(NodeId id, std::uint64_t size);
 
-  // Puts the content of one file on the medium, and with it every change so far.
+  // Writes the content of one file to the medium, and every change of metadata so far.
   void Flush(NodeId id);
 
-  // Puts every change of metadata so far on the medium.
+  // Writes every change of metadata so far to the medium.
   void Force();
 
-  // What a power cut can choose from: the changes that are not forced, and the files with content
-  // that is not flushed.
+  // What a power cut can lose: the changes that are not forced, and the content of the files that
+  // are not flushed.
   [[nodiscard]] const std::vector<Change>& unforced() const { return log_; }
   [[nodiscard]] std::vector<NodeId> UnflushedFiles() const;
 
-  // Leaves what a power cut leaves: the first `changes` of the unforced, and of each unflushed file
-  // what `survival` keeps of it (all of it where nothing is said).
+  // Both images become what a power cut leaves: of unforced() the first `changes`, and of each
+  // unflushed file what `survival` keeps (all of it if the file is not in the map).
   void CutPower(std::size_t changes, const std::map<NodeId, ContentSurvival>& survival);
 
-  // Puts everything on the medium.
+  // Writes everything to the medium.
   void Settle();
 
-  // Rises with everything that changes what stands here or what a power cut could leave.
+  // Rises with every change of the volume or of what a power cut could leave of it.
   [[nodiscard]] std::uint64_t version() const { return version_; }
 
  private:
@@ -169,14 +168,15 @@ class Volume {
   Nodes live_;
   Nodes stable_;
   std::vector<Change> log_;
-  // Files with unflushed content, and the length of the log when that content was begun: a shorter
-  // prefix shows the file as it was before.
+  // The files with unflushed content. Where a file was truncated before that content was written,
+  // the number is the length of the log behind the truncation: a power cut that leaves fewer
+  // changes leaves the file as it was before. Otherwise it is 0.
   std::map<NodeId, std::size_t> unflushed_;
   NodeId next_id_ = kRootNode + 1;
   std::uint64_t version_ = 0;
 };
 
-// The name under which two spellings are one on a case-insensitive volume.
+// The key of a name: two spellings with the same key are the same name.
 std::u16string FoldName(std::u16string_view name);
 
 }  // namespace tolvarine::updater::simulated

@@ -1,10 +1,9 @@
-// What the contract tests have beyond the calls of the seam: a directory for each test, and
-// somebody else on the machine who links files, runs, and holds mutexes.
+// What the contract tests use beside the calls of the seam: a directory for each test, and another
+// process that links files, runs and holds mutexes.
 //
-// The tests are one source for two platforms. Natively they ask the simulated Windows, as a Windows
-// program the real calls. Where the two differ, the simulation is wrong, or the difference is a gap
-// of Wine, which EXPECT_BUT_ON_WINE names: it asserts what Wine does instead, so that a Wine that
-// has closed the gap shows up.
+// The tests are one source for two platforms. The native program makes the calls of the simulated
+// Windows, the Windows program the real ones. Where the two answer differently, the simulation is
+// wrong, or the difference is a known gap of some versions of Wine (EXPECT_BUT_ON_WINE).
 
 #pragma once
 
@@ -26,13 +25,17 @@ using Path = std::u16string;
 
 // --- By platform ---------------------------------------------------------------------------------
 
-// Whether the calls are answered by Wine.
-bool OnWine();
-// And whether it runs as the host's root, who may write to read-only files.
-bool OnWineAsRoot();
+// The versions of Wine whose gaps are known; they can be combined. Any other version is expected to
+// answer as Windows does, so that a new version shows which gaps it has left.
+enum WineVersions : std::uint32_t { kWine8 = 1, kWine10 = 2, kWine8And10 = kWine8 | kWine10 };
 
-// A fresh, empty directory: a full path in its spelling on the disk, without a separator at the
-// end. What is left in it goes with the last copy of `keep`.
+// Whether one of these versions of Wine answers the calls.
+bool OnWine(WineVersions versions);
+// Whether the host's root runs Wine: then read-only files can be written to.
+bool RunsAsHostRoot();
+
+// A new, empty directory: a full path as it is spelled on the disk, without a separator at the end.
+// It is deleted with the last copy of `keep`.
 struct Scratch {
   Path root;
   std::shared_ptr<void> keep;
@@ -42,7 +45,7 @@ Scratch MakeScratch();
 void MakeHardLink(const Path& existing, const Path& path);
 void SetAttributes(const Path& path, std::uint32_t attributes);
 
-// A process that does nothing until it is ended. Its object stays until it is forgotten.
+// A process that does nothing. `end` ends it; `forget` closes the test's own handle to it.
 struct OtherProcess {
   std::uint32_t id = 0;
   std::function<void()> end;
@@ -50,28 +53,29 @@ struct OtherProcess {
 };
 OtherProcess StartProcess();
 
-// Somebody else takes the mutex of this name. The function returned makes them leave it, and
-// returns when they have.
+// Another thread acquires the mutex of this name. The function that is returned makes it release or
+// abandon the mutex, and returns when that is done.
 enum class Leaving { kReleasing, kDying };
 std::function<void(Leaving)> HoldElsewhere(const std::u16string& name);
 
-// --- Vocabulary ----------------------------------------------------------------------------------
+// --- Calls and their codes -----------------------------------------------------------------------
 
 using namespace platform;
 
-#define EXPECT_BUT_ON_WINE(actual, expected, on_wine, why) \
-  EXPECT_EQ((OnWine() ? (on_wine) : (expected)), (actual)) << "a known gap of Wine: " << (why)
+// Fails on these versions of Wine, too, when they answer otherwise than is known.
+#define EXPECT_BUT_ON_WINE(versions, actual, expected, on_wine)                     \
+  EXPECT_EQ(actual, OnWine(versions) ? (on_wine) : (expected)) << "a known gap of " \
+                                                                  "Wine: " #versions
 
-// 0 where a call has succeeded, otherwise the code that it left.
+// 0 where a call has succeeded, otherwise the last error.
 inline std::uint32_t Code(bool done) { return done ? 0 : GetLastError(); }
 
-// What the program's opens have in common.
 inline constexpr std::uint32_t kReadAndWrite = kGenericRead | kGenericWrite;
 inline constexpr std::uint32_t kShareReadAndWrite = kFileShareRead | kFileShareWrite;
 inline constexpr std::uint32_t kRemovalAccess =
     kDelete | kFileReadAttributes | kFileWriteAttributes;
 
-// An open file, closed at the end of its scope. `code` is what the open left.
+// An open file, closed at the end of its scope. `code` is 0, or that of the open that failed.
 struct File {
   explicit File(Handle opened) : handle(opened), code(Code(opened != kInvalidHandle)) {}
   explicit File(const Path& path, std::uint32_t access, std::uint32_t sharing = kFileShareAll,
@@ -91,7 +95,7 @@ struct File {
   std::uint32_t code;
 };
 
-// A file or a directory, to look at it, and to remove it.
+// Opens a file or a directory.
 inline Handle Open(const Path& path, std::uint32_t access, std::uint32_t link_flag = 0) {
   return CreateFile2(path.c_str(), access, kFileShareAll, kOpenExisting,
                      kFileFlagBackupSemantics | link_flag);
@@ -100,7 +104,7 @@ inline Handle OpenForRemoval(const Path& path) {
   return Open(path, kRemovalAccess, kFileFlagOpenReparsePoint);
 }
 
-// Marks a file or a directory for its removal.
+// Marks a file or a directory for deletion.
 inline std::uint32_t Mark(const Path& path) {
   const File file(OpenForRemoval(path));
   return file.code != 0 ? file.code
@@ -117,7 +121,7 @@ inline std::uint32_t Attributes(const Path& path) { return GetFileAttributesW(pa
 inline void Write(Handle file, std::string_view text) {
   std::uint32_t written = 0;
   EXPECT_TRUE(WriteFile(file, text.data(), static_cast<std::uint32_t>(text.size()), &written));
-  EXPECT_EQ(text.size(), written);
+  EXPECT_EQ(written, text.size());
 }
 
 inline std::string Read(Handle file, std::uint32_t size) {
@@ -127,14 +131,14 @@ inline std::string Read(Handle file, std::uint32_t size) {
   return text.substr(0, read);
 }
 
-// Makes a file, or gives it another content.
+// Makes a file, or replaces its content.
 inline void Put(const Path& path, std::string_view content) {
   const File file(path, kGenericWrite, kFileShareAll, kCreateAlways);
-  ASSERT_EQ(0u, file.code) << Shown(path);
+  ASSERT_EQ(file.code, 0u) << Shown(path);
   Write(file.handle, content);
 }
 
-// The content of a small file, or why it cannot be had.
+// The content of a small file, or the code with which it cannot be opened.
 inline std::string Content(const Path& path) {
   const File file(path, kGenericRead);
   return file.code == 0 ? Read(file.handle, 100) : "code " + std::to_string(file.code);

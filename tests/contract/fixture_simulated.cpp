@@ -5,9 +5,9 @@ namespace tolvarine::updater::contract {
 
 using simulated::Computer;
 
-bool OnWine() { return false; }
+bool OnWine(WineVersions) { return false; }
 
-bool OnWineAsRoot() { return false; }
+bool RunsAsHostRoot() { return false; }
 
 Scratch MakeScratch() {
   const Path root = u"C:\\Users\\Person\\Scratch 1";

@@ -1,5 +1,6 @@
 #include "contract/fixture.h"
 
+#include <cstdlib>
 #include <future>
 #include <stdexcept>
 #include <thread>
@@ -10,7 +11,7 @@ namespace tolvarine::updater::contract {
 
 namespace {
 
-// A test cannot go on where its furnishing has failed.
+// Throws where the setup of a test fails.
 void Must(BOOL done, const char* what) {
   if (done == FALSE) throw std::runtime_error(what + (" gave " + std::to_string(::GetLastError())));
 }
@@ -22,7 +23,7 @@ Path FinalPath(const Path& directory) {
   return Path(path).substr(4);  // Without `\\?\`.
 }
 
-// Read-only files too, and paths of any length.
+// Also removes read-only files, and paths of any length.
 void RemoveTree(const Path& extended) {
   WIN32_FIND_DATAW found = {};
   const HANDLE find = ::FindFirstFileW(Wide((extended + u"\\*").c_str()), &found);
@@ -40,14 +41,25 @@ void RemoveTree(const Path& extended) {
 
 }  // namespace
 
-bool OnWine() {
-  return ::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+bool OnWine(WineVersions versions) {
+  using GetVersion = const char*(CDECL*)();
+  const auto get_version = reinterpret_cast<GetVersion>(reinterpret_cast<void*>(
+      ::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "wine_get_version")));
+  if (get_version == nullptr) return false;
+  switch (std::atoi(get_version())) {  // The major version of "8.0" or "10.0-rc1".
+    case 8:
+      return (versions & kWine8) != 0;
+    case 10:
+      return (versions & kWine10) != 0;
+    default:
+      return false;
+  }
 }
 
-bool OnWineAsRoot() {
+bool RunsAsHostRoot() {
   wchar_t name[8] = {};
   ::GetEnvironmentVariableW(L"USERNAME", name, 8);
-  return OnWine() && std::wstring_view(name) == L"root";
+  return std::wstring_view(name) == L"root";
 }
 
 Scratch MakeScratch() {

@@ -23,28 +23,28 @@ std::uint64_t CreationTime(Handle process) {
 TEST_F(ProcessesTest, AProcessIsKnownByItsCreationTimeAndWaitedFor) {
   const OtherProcess other = StartProcess();
   const Handle first = OpenProcess(kAccess, other.id);
-  ASSERT_NE(kNullHandle, first);
+  ASSERT_NE(first, kNullHandle);
   const std::uint64_t created = CreationTime(first);
-  EXPECT_NE(0u, created);
-  EXPECT_EQ(kWaitTimeout, WaitForSingleObject(first, 0));
+  EXPECT_NE(created, 0u);
+  EXPECT_EQ(WaitForSingleObject(first, 0), kWaitTimeout);
   other.end();
-  EXPECT_EQ(kWaitObject0, WaitForSingleObject(first, 0));
-  // Its id names it as long as somebody has it open.
+  EXPECT_EQ(WaitForSingleObject(first, 0), kWaitObject0);
+  // Its id is valid while a handle to it is open.
   const Handle second = OpenProcess(kAccess, other.id);
-  EXPECT_EQ(created, CreationTime(second));
-  EXPECT_EQ(kWaitObject0, WaitForSingleObject(second, kInfinite));
+  EXPECT_EQ(CreationTime(second), created);
+  EXPECT_EQ(WaitForSingleObject(second, kInfinite), kWaitObject0);
   other.forget();
   EXPECT_TRUE(CloseHandle(first));
   EXPECT_TRUE(CloseHandle(second));
-  // Then it names nothing; on Wine, and wherever else somebody looks on, a moment later.
+  // Without handles the id becomes invalid; on Wine, or where a scanner has one, a moment later.
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
   while (const Handle ended = OpenProcess(kAccess, other.id)) {
-    EXPECT_EQ(kWaitObject0, WaitForSingleObject(ended, 0));
+    EXPECT_EQ(WaitForSingleObject(ended, 0), kWaitObject0);
     EXPECT_TRUE(CloseHandle(ended));
     ASSERT_LT(std::chrono::steady_clock::now(), deadline);
   }
   for (const std::uint32_t id : {other.id, 0u, 0xFFFFFFFCu}) {
-    EXPECT_EQ(kErrorInvalidParameter, Code(OpenProcess(kAccess, id) != kNullHandle)) << id;
+    EXPECT_EQ(Code(OpenProcess(kAccess, id) != kNullHandle), kErrorInvalidParameter) << id;
   }
 }
 
@@ -58,18 +58,18 @@ class MutexesTest : public ContractTest {
 
 TEST_F(MutexesTest, AHeldMutexIsWaitedForUntilItIsReleased) {
   const auto leave = HoldElsewhere(name_);
-  EXPECT_EQ(kWaitTimeout, WaitForSingleObject(mutex_, 30));
-  EXPECT_EQ(kErrorNotOwner, Code(ReleaseMutex(mutex_)));
+  EXPECT_EQ(WaitForSingleObject(mutex_, 30), kWaitTimeout);
+  EXPECT_EQ(Code(ReleaseMutex(mutex_)), kErrorNotOwner);
   leave(Leaving::kReleasing);
-  EXPECT_EQ(kWaitObject0, WaitForSingleObject(mutex_, 0));
+  EXPECT_EQ(WaitForSingleObject(mutex_, 0), kWaitObject0);
   EXPECT_TRUE(ReleaseMutex(mutex_));
 }
 
-TEST_F(MutexesTest, AnAbandonedMutexIsOwnedByWhoIsTold) {
+TEST_F(MutexesTest, TheWaitForAnAbandonedMutexAcquiresIt) {
   HoldElsewhere(name_)(Leaving::kDying);
-  EXPECT_EQ(kWaitAbandoned, WaitForSingleObject(mutex_, kInfinite));
+  EXPECT_EQ(WaitForSingleObject(mutex_, kInfinite), kWaitAbandoned);
   EXPECT_TRUE(ReleaseMutex(mutex_));
-  EXPECT_EQ(kErrorNotOwner, Code(ReleaseMutex(mutex_)));
+  EXPECT_EQ(Code(ReleaseMutex(mutex_)), kErrorNotOwner);
 }
 
 }  // namespace

@@ -53,6 +53,8 @@ TEST_F(LockedRelease, OnlyAPlainFileWithOneNameThatNobodyWritesIsTaken) {
     EXPECT_EQ(Open(kFile), "system 32: Could not lock release source: *");
     computer.disk.Release(held);
   }
+  computer.disks.volume(u'C').attribute_tags = false;  // As on FAT.
+  EXPECT_EQ(Open(kFile), "system 87: Could not inspect release source: *");
 }
 
 TEST_F(LockedRelease, EachStepFailsInItsWordsAndLeavesNothingOpen) {

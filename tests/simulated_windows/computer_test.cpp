@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <stdexcept>
+#include <exception>
 
 #include "platform/files.h"
 #include "support/text_printers.h"
@@ -10,9 +10,9 @@
 namespace tolvarine::updater::simulated {
 namespace {
 
-class WorldTest : public testing::Test {
+class ComputerTest : public testing::Test {
  protected:
-  WorldTest() {
+  ComputerTest() {
     computer.MakeCurrent();
     computer.disk.WriteFile(u"C:\\a", "content");
     computer.disks.Settle();
@@ -25,7 +25,7 @@ bool Move(const char16_t* to, std::uint32_t flags) {
   return platform::MoveFileExW(u"C:\\a", to, flags);
 }
 
-TEST_F(WorldTest, WriteThroughForcesItsVolumeUnlessTheMediumLies) {
+TEST_F(ComputerTest, ARenameWithWriteThroughForcesItsVolumeIfTheMediumHonoursIt) {
   computer.disks.AddVolume(u'D');
   computer.disk.WriteFile(u"D:\\other", "");
   EXPECT_TRUE(Move(u"C:\\b", 0));
@@ -38,7 +38,7 @@ TEST_F(WorldTest, WriteThroughForcesItsVolumeUnlessTheMediumLies) {
   EXPECT_EQ(computer.disks.volume(u'C').unforced().size(), 1u);
 }
 
-// A scope that closes a handle and, on another exception's way, deletes the file.
+// Its destructor closes a handle and, while an exception propagates, deletes the file.
 struct TidyUp {
   platform::Handle handle =
       platform::CreateFileW(u"C:\\a", platform::kGenericWrite, 0, platform::kOpenExisting, 0);
@@ -48,7 +48,7 @@ struct TidyUp {
   }
 };
 
-TEST_F(WorldTest, CallsAfterThePowerCutThrowOrChangeNothing) {
+TEST_F(ComputerTest, CallsAfterThePowerCutThrowOrChangeNothing) {
   computer.calls.before_call = [&](const CallRecord& call) {
     if (call.call == Call::MoveFileExW) computer.calls.CutPower();
   };

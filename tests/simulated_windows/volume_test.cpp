@@ -19,7 +19,7 @@ NodeId Make(Volume& volume, const std::u16string& name, std::string_view content
   return id;
 }
 
-// What stands on a copy of the volume after a power cut.
+// The files on a copy of the volume after a power cut.
 Files After(Volume volume, std::size_t changes, const Survival& survival = {}) {
   volume.CutPower(changes, survival);
   EXPECT_TRUE(volume.unforced().empty());
@@ -85,7 +85,7 @@ TEST(DiskTest, TruncatedContentIsTheOldOneOrNoneOfIt) {
   EXPECT_EQ(After(volume, 0, lost), (Files{{u"f", std::string(3, '\0')}}));
 }
 
-// A handle may still write to it; nothing of that reaches the medium.
+// A handle can still write to the file, but nothing of that reaches the medium.
 TEST(DiskTest, FileWithoutANameOutlivesAForceButNotACut) {
   Volume volume;
   const NodeId id = Make(volume, u"f", "content");

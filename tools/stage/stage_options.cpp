@@ -12,19 +12,19 @@ namespace {
 
 using Value = std::u16string_view;
 
-template <Path staging::StagingRequest::*field>
+template <auto field>
 bool FillRequest(StageOptions& options, Value value) {
   options.request.*field = value;
   return !value.empty();
 }
 
-template <std::u16string staging::StagingRequest::*field>
+template <auto field>
 bool FillIdentifier(StageOptions& options, Value value) {
   options.request.*field = value;
   return IsInstallationIdentifier(value);
 }
 
-template <Path StageOptions::*field>
+template <auto field>
 bool FillPath(StageOptions& options, Value value) {
   options.*field = value;
   return !value.empty();
@@ -43,7 +43,7 @@ bool FillNumber(StageOptions& options, Value value) {
   return number && *number != 0;
 }
 
-template <bool StageOptions::*field>
+template <auto field>
 bool FillSwitch(StageOptions& options, Value) {
   options.*field = true;
   return true;

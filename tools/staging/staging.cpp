@@ -168,7 +168,7 @@ Problems CheckLongestLine(const StagingRequest& request, UpdaterArguments argume
 }
 
 StagingRequest WithFullPaths(StagingRequest request) {
-  for (Path StagingRequest::*path :
+  for (const auto path :
        {&StagingRequest::release, &StagingRequest::target, &StagingRequest::state_root}) {
     request.*path = FullPath(request.*path);
   }
