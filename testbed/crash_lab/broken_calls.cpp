@@ -71,12 +71,22 @@ bool IsOutsideTransaction(Call call) {
          call == Call::GetLocalTime || call == Call::GetTimeZoneInformation;
 }
 
-// That what is there is missing, or that a directory ends where it goes on. A text that cannot be
-// mapped to lower case counts as its own key, by which the executable is not known for what it is.
+// Calls that ask what is there. CreateFile2 opens for queries and for removals alone.
+bool IsQuery(Call call) {
+  static constexpr std::array kQueries = {
+      Call::CreateFile2,          Call::GetFileAttributesW, Call::GetFileAttributesExW,
+      Call::FindFirstFileW,       Call::FindFirstFileExW,   Call::FindNextFileW,
+      Call::GetFinalPathNameByHandleW};
+  return std::ranges::find(kQueries, call) != kQueries.end();
+}
+
+// A query that says of what is there that it is missing, or that a directory has no more entries.
+// A text that cannot be mapped to lower case counts as its own key, and the executable is then not
+// recognized.
 bool IsFalseAnswer(const Fault& fault) {
-  if (fault.call == Call::LCMapStringEx) return true;
   static constexpr std::array<std::uint32_t, 5> kMissing = {2, 3, 18, 53, 123};
-  return std::ranges::find(kMissing, fault.code) != kMissing.end();
+  if (fault.call == Call::LCMapStringEx) return true;
+  return IsQuery(fault.call) && std::ranges::find(kMissing, fault.code) != kMissing.end();
 }
 
 struct Case {

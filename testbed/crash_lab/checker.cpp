@@ -188,7 +188,7 @@ void Checker::CheckState(const Image& image, std::optional<std::uint64_t> genera
   }
   // A save of Committed that fails leaves Committed in memory, and the manifest goes out with every
   // entry applied but with Apply on the disk.
-  const bool applied = disturbance != Disturbance::kNone && IsInstalled(image);
+  const bool applied = disturbance != Disturbance::kNone && IsNearlyInstalled(image);
   const bool committed = journal.phase == TransactionPhase::Committed || MarkerMoved(image);
   CheckMarkers(image, committed || applied, figures);
 }
