@@ -70,7 +70,9 @@ std::vector<Explorer::SurvivingDisks> Explorer::CutPlannedRun(Disks& disks, std:
   const CutSequence sequence{.run = run, .cuts = {}};
   std::vector<SurvivingDisks> left;
   const auto visit = [&](std::uint64_t state, const Disks& now) {
-    LookAtState(now, state, bounds_.losses, scenario_.runs[run].disturbance, sequence, left);
+    const std::uint64_t losses =
+        state < bounds_.first_state ? 0 : std::min(bounds_.losses, scenario_.losses);
+    LookAtState(now, state, losses, scenario_.runs[run].disturbance, sequence, left);
   };
   disks = runner_.CheckedRun(disks, scenario_.runs[run], ReplayOf(sequence), visit).disks;
   return left;
@@ -92,7 +94,7 @@ void Explorer::LookAtState(const Disks& disks, std::uint64_t state, std::uint64_
   CutSequence here = sequence;
   here.cuts.push_back({state, 0});
   const std::size_t first = figures.violations.size();
-  const std::optional<std::uint64_t> generation = runner_.CheckState(disks, state, disturbance);
+  const std::optional<std::uint64_t> generation = runner_.CheckState(disks, disturbance);
   runner_.Attribute(first, ReplayOf(here));
   const LossSpace space(disks);
   if (space.count() > losses) figures.skipped += space.count() - losses;
@@ -151,7 +153,7 @@ void Explorer::RecoverWithRandomCut(const SurvivingDisks& survivor) {
   runner_.Run(survivor.disks, Again(survivor.sequence), [&](std::uint64_t state, const Disks& now) {
     // Each state of a run of unknown length is as likely as any other.
     if (random_() % state != 0) {
-      runner_.CheckState(now, state, Disturbance::kNone);
+      runner_.CheckState(now, Disturbance::kNone);
       return;
     }
     left.clear();
@@ -167,7 +169,7 @@ void Explorer::ReplayCut(const CutSequence& sequence, std::size_t cut, Disks& di
   Disks left;
   transcript_->append("--- a run starts on\n").append(Describe(ImageOf(disks)));
   runner_.Run(disks, run, [&](std::uint64_t state, const Disks& now) {
-    const auto generation = runner_.CheckState(now, state, run.disturbance);
+    const auto generation = runner_.CheckState(now, run.disturbance);
     if (state != sequence.cuts[cut].state) return;
     transcript_->append("--- its calls up to the cut\n").append(CallsOf(runner_.computer()));
     left = AfterCut(now, LossSpace(now).At(sequence.cuts[cut].loss));

@@ -47,6 +47,8 @@ struct Bounds {
   // Of the disks after a second cut, on how many the updater is started, with a third cut at
   // random.
   std::uint64_t third_cuts = 200;
+  // The power is not cut before this state of a planned run.
+  std::uint64_t first_state = 0;
 };
 
 class Explorer {

@@ -80,6 +80,7 @@ struct Round {
   CampaignBounds broken;
   CampaignBounds acts;
   CampaignBounds corruptions;
+  CampaignBounds combined;
   std::uint64_t seed = 1;
 };
 
@@ -89,7 +90,8 @@ Round BoundedRound(std::uint64_t seed, bool first = false) {
   round.broken = {.cases = 700, .seed = seed};
   round.acts = {.cases = 500, .seed = seed};
   round.corruptions = {.cases = 700, .seed = seed};
-  round.broken.first = round.acts.first = round.corruptions.first = first;
+  round.combined = {.cases = 6, .seed = seed};
+  round.broken.first = round.acts.first = round.corruptions.first = round.combined.first = first;
   return round;
 }
 
@@ -97,6 +99,7 @@ Round WideRound(std::uint64_t seed) {
   Round round = BoundedRound(seed);
   round.bounds = {.losses = 4096, .second_cuts = 400, .second_losses = 16, .third_cuts = 2000};
   round.broken.cases = round.acts.cases = round.corruptions.cases = 4000;
+  round.combined.cases = 100;
   return round;
 }
 
@@ -117,11 +120,15 @@ std::vector<Campaign> CampaignsOf(const Scenario& scenario, const Round& round) 
   if (HasTwoVolumes(scenario) || !forward) return {};
   std::vector<Campaign> campaigns;
   const bool undisturbed = scenario.runs.front().faults.empty();
-  if (undisturbed && !scenario.prepare && !scenario.plan.baseline.empty()) {
+  if (!scenario.plan.baseline.empty()) {
     campaigns.push_back({"an adversary", Interfere, round.acts});
   }
   campaigns.push_back({"calls fail", BreakCalls, round.broken});
   if (undisturbed) campaigns.push_back({"damage", Damage, round.corruptions});
+  campaigns.push_back({"failing calls and power cuts combined", FailAndCut, round.combined});
+  for (Campaign& campaign : campaigns) {
+    campaign.bounds.cases = std::min(campaign.bounds.cases, scenario.cases);
+  }
   return campaigns;
 }
 
@@ -214,6 +221,7 @@ Figures ReplayCase(const Scenario& scenario, const CommandLine& line, std::strin
   one.only = line.replayed;
   one.transcript = &transcript;
   if (line.replayed.starts_with("act:")) return Interfere(scenario, one);
+  if (line.replayed.starts_with("fault-and-cuts:")) return FailAndCut(scenario, one);
   if (line.replayed.starts_with("damage:")) return Damage(scenario, one);
   const std::optional<CutSequence> sequence = CutSequence::Parse(line.replayed);
   if (!sequence) return BreakCalls(scenario, one);

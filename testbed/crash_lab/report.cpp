@@ -32,6 +32,7 @@ std::string_view NameOf(Invariant invariant) {
       "ends-whole",
       "ends-by-the-table",
       "no-temporary-left",
+      "no-directory-left",
       "nothing-leaked",
       "converges"};
   return kNames[static_cast<std::size_t>(invariant)];

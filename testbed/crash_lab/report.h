@@ -26,11 +26,12 @@ enum class Invariant {
   kEndsWhole,                 // The target is exactly the release, or exactly the baseline.
   kEndsByTheTable,            // Exit code, box, log record, markers and restart agree.
   kNoTemporaryLeft,           // No temporary outlives a run.
+  kNoDirectoryLeft,           // No directory that the update made outlives it without need.
   kNothingLeaked,             // No handle does, either.
   kConverges,                 // Undisturbed runs end installed.
 };
 
-inline constexpr std::size_t kInvariantCount = 14;
+inline constexpr std::size_t kInvariantCount = 15;
 
 [[nodiscard]] std::string_view NameOf(Invariant invariant);
 

@@ -60,6 +60,28 @@ UpdatePlan WithoutDeletions() {
   return plan;
 }
 
+// A file longer than the blocks in which files are read and written, and directories that make the
+// journal longer, too: each below the long one has a line with the long name of six digits for each
+// character.
+UpdatePlan SeveralBlocksPlan() {
+  constexpr std::size_t kLongNames = 9;
+  constexpr std::size_t kNameLength = 54;
+  constexpr std::size_t kDepth = 20;
+  constexpr std::size_t kBlock = 65536;
+  UpdatePlan plan;
+  plan.baseline = {{u"Tolvarine.exe", "old executable"},
+                   {u"lib/core.dll", std::string(kBlock, 'o') + "the old end"}};
+  plan.release = {{u"Tolvarine.exe", "new executable"},
+                  {u"lib/core.dll", std::string(kBlock, 'n') + "the new end"}};
+  for (std::size_t i = 0; i < kLongNames; ++i) {
+    std::u16string path(1, static_cast<char16_t>(u'0' + i));
+    path.append(kNameLength, u'\u6587');
+    for (std::size_t level = 0; level < kDepth; ++level) path.append(u"/d");
+    plan.release[path + u"/f"] = "new";
+  }
+  return plan;
+}
+
 // The rename that puts a file of the release in its place fails once.
 Fault RefusedRename(std::u16string_view file) {
   return {.call = Call::MoveFileExW,
@@ -69,7 +91,8 @@ Fault RefusedRename(std::u16string_view file) {
           .path_suffix = u"\\Program Files\\Tolvarine\\" + Path(file) + u".tolvarine-update-new"};
 }
 
-// Runs the engine until the hook's moment, and leaves the disk as the death of the process would.
+// Runs the engine until the hook is called at this point, and leaves the disk as it is when the
+// process ends there.
 void RunUntil(SimulatedUpdate& update, CrashPoint point, std::uint64_t entry) {
   TransactionRequest request = update.Request();
   request.crash_hook = [=](CrashPoint reached, std::uint64_t index) {
@@ -161,6 +184,12 @@ std::vector<Scenario> ForwardScenarios() {
       {"executable in another case", OtherCasePlan(), {}, {Plain()}},
       {"finalization", SmallPlan(), UntilCommitted, {Plain()}},
       {"older journal", WithoutDeletions(), UntilOlderJournal, {Plain()}},
+      {.name = "files of several blocks",
+       .plan = SeveralBlocksPlan(),
+       .prepare = Until(CrashPoint::ApplyEntryDone, 8),
+       .runs = {Plain()},
+       .losses = 4,
+       .cases = 40},
   };
 }
 
