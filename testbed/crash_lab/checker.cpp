@@ -7,7 +7,6 @@
 #include "journal/journal_text.h"
 #include "platform/files.h"
 #include "platform/shell.h"
-#include "text/fnv1a.h"
 #include "text/utf8.h"
 
 namespace tolvarine::updater::crash_lab {
@@ -206,6 +205,16 @@ Checker::ParsedSlot Checker::ParseSlot(const std::string& text) {
   return slot;
 }
 
+// Most often a slot is the one of the image before, and shares its bytes.
+const Checker::ParsedSlot& Checker::Parsed(const simulated::Bytes& text, LastParsed& last) {
+  if (last.text != text) {
+    const auto [parsed, is_new] = parsed_.try_emplace(std::hash<std::string>{}(*text));
+    if (is_new) parsed->second = ParseSlot(*text);
+    last = {text, &parsed->second};
+  }
+  return *last.slot;
+}
+
 JournalView Checker::JournalOf(const Image& image) {
   JournalView view;
   const auto first = image.upper_bound(transaction_);
@@ -215,10 +224,9 @@ JournalView Checker::JournalOf(const Image& image) {
     const char16_t* const name = slot == 0 ? u"JOURNAL.0" : u"JOURNAL.1";
     const simulated::Bytes* const text = Find(image, transaction_ + name);
     if (text == nullptr) continue;
-    const auto [parsed, is_new] = parsed_.try_emplace(Fnv1a64(**text));
-    if (is_new) parsed->second = ParseSlot(**text);
-    readers_agree = readers_agree && parsed->second.readers_agree;
-    const std::optional<JournalView>& candidate = parsed->second.view;
+    const ParsedSlot& parsed = Parsed(*text, last_parsed_[static_cast<std::size_t>(slot)]);
+    readers_agree = readers_agree && parsed.readers_agree;
+    const std::optional<JournalView>& candidate = parsed.view;
     if (!candidate || (view.generation && *candidate->generation <= *view.generation)) continue;
     view = *candidate;
     view.slot = slot;

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <array>
 #include <map>
 #include <optional>
 #include <set>
@@ -107,7 +108,13 @@ class Checker {
     std::optional<JournalView> view{};
     bool readers_agree = true;
   };
+  // The bytes are held, so that no others come to have their address.
+  struct LastParsed {
+    simulated::Bytes text;
+    const ParsedSlot* slot = nullptr;
+  };
   [[nodiscard]] static ParsedSlot ParseSlot(const std::string& text);
+  const ParsedSlot& Parsed(const simulated::Bytes& text, LastParsed& last);
 
   // True where every final name holds this content. Where that is none, it may hold `left_over`
   // instead, unless that is null.
@@ -151,7 +158,8 @@ class Checker {
   std::set<std::u16string, PathBefore> own_;  // Paths that the updater makes or removes.
   std::vector<std::u16string> exempt_;        // Folded.
   std::set<std::pair<Invariant, std::string>> found_broken_;  // By the run that was started last.
-  std::map<std::uint64_t, ParsedSlot> parsed_;                // By the text's fingerprint.
+  std::map<std::size_t, ParsedSlot> parsed_;                  // By the hash of the text.
+  std::array<LastParsed, 2> last_parsed_;                     // By slot.
 };
 
 }  // namespace tolvarine::updater::crash_lab

@@ -60,25 +60,13 @@ UpdatePlan WithoutDeletions() {
   return plan;
 }
 
-// A file longer than the blocks in which files are read and written, and directories that make the
-// journal longer, too: each below the long one has a line with the long name of six digits for each
-// character.
+// Longer than the blocks in which files are read and written.
+constexpr std::size_t kSeveralBlocks = 70000;
+
 UpdatePlan SeveralBlocksPlan() {
-  constexpr std::size_t kLongNames = 9;
-  constexpr std::size_t kNameLength = 54;
-  constexpr std::size_t kDepth = 20;
-  constexpr std::size_t kBlock = 65536;
-  UpdatePlan plan;
-  plan.baseline = {{u"Tolvarine.exe", "old executable"},
-                   {u"lib/core.dll", std::string(kBlock, 'o') + "the old end"}};
-  plan.release = {{u"Tolvarine.exe", "new executable"},
-                  {u"lib/core.dll", std::string(kBlock, 'n') + "the new end"}};
-  for (std::size_t i = 0; i < kLongNames; ++i) {
-    std::u16string path(1, static_cast<char16_t>(u'0' + i));
-    path.append(kNameLength, u'\u6587');
-    for (std::size_t level = 0; level < kDepth; ++level) path.append(u"/d");
-    plan.release[path + u"/f"] = "new";
-  }
+  UpdatePlan plan = SmallPlan();
+  plan.baseline[u"lib/core.dll"] = std::string(kSeveralBlocks, 'o') + "the old end";
+  plan.release[u"lib/core.dll"] = std::string(kSeveralBlocks, 'n') + "the new end";
   return plan;
 }
 
@@ -141,15 +129,27 @@ std::string OlderText(const TransactionJournal& journal) {
   return body + "\n";
 }
 
-// Stops in the middle of applying and rewrites both slots as an older updater would have.
-void UntilOlderJournal(SimulatedUpdate& update) {
+// Stops in the middle of applying and rewrites both slots.
+void UntilRewrittenJournal(SimulatedUpdate& update,
+                           const std::function<std::string(TransactionJournal)>& text) {
   RunUntil(update, CrashPoint::ApplyEntryDone, 1);
   for (const char16_t* slot : {u"journal.0", u"journal.1"}) {
     const Path path = JoinPath(update.layout.transaction, slot);
     const std::optional<TransactionJournal> journal =
         ParseJournal(*update.computer.disk.ReadFile(path));
-    update.computer.disk.WriteFile(path, OlderText(*journal));
+    update.computer.disk.WriteFile(path, text(*journal));
   }
+}
+
+// As an older updater leaves it.
+void UntilOlderJournal(SimulatedUpdate& update) { UntilRewrittenJournal(update, OlderText); }
+
+// With the text of an earlier failure, which stays in the journal while entries are applied.
+void UntilLongJournal(SimulatedUpdate& update) {
+  UntilRewrittenJournal(update, [](TransactionJournal journal) {
+    journal.error = std::string(kSeveralBlocks / 2, 'e');
+    return SerializeJournal(journal);
+  });
 }
 
 PlannedRun Plain() { return {}; }
@@ -186,10 +186,10 @@ std::vector<Scenario> ForwardScenarios() {
       {"older journal", WithoutDeletions(), UntilOlderJournal, {Plain()}},
       {.name = "files of several blocks",
        .plan = SeveralBlocksPlan(),
-       .prepare = Until(CrashPoint::ApplyEntryDone, 8),
+       .prepare = UntilLongJournal,
        .runs = {Plain()},
        .losses = 4,
-       .cases = 40},
+       .cases = 100},
   };
 }
 
