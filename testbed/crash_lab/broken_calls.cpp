@@ -7,6 +7,7 @@
 
 #include "crash_lab/campaigns.h"
 #include "crash_lab/scenario_runner.h"
+#include "engine/entry_temporary.h"
 
 namespace tolvarine::updater::crash_lab {
 namespace {
@@ -71,20 +72,38 @@ bool IsOutsideTransaction(Call call) {
          call == Call::GetLocalTime || call == Call::GetTimeZoneInformation;
 }
 
-// That what is there is missing, or that a directory ends where it goes on. A text that cannot be
-// mapped to lower case counts as its own key, by which the executable is not known for what it is.
-bool IsFalseAnswer(const Fault& fault) {
-  if (fault.call == Call::LCMapStringEx) return true;
-  static constexpr std::array<std::uint32_t, 5> kMissing = {2, 3, 18, 53, 123};
-  return std::ranges::find(kMissing, fault.code) != kMissing.end();
+// Calls that ask what is there. CreateFile2 opens for queries and for removals alone.
+bool IsQuery(Call call) {
+  static constexpr std::array kQueries = {Call::CreateFile2,
+                                          Call::GetFileAttributesW,
+                                          Call::GetFileAttributesExW,
+                                          Call::FindFirstFileW,
+                                          Call::FindFirstFileExW,
+                                          Call::FindNextFileW,
+                                          Call::GetFinalPathNameByHandleW};
+  return std::ranges::find(kQueries, call) != kQueries.end();
 }
 
+// A query that says of what is there that it is missing, or that a directory has no more entries.
+// A text that cannot be mapped to lower case counts as its own key, and the executable is then not
+// recognized.
+bool IsFalseAnswer(const Fault& fault) {
+  static constexpr std::array<std::uint32_t, 5> kMissing = {2, 3, 18, 53, 123};
+  if (fault.call == Call::LCMapStringEx) return true;
+  return IsQuery(fault.call) && std::ranges::find(kMissing, fault.code) != kMissing.end();
+}
+
+// What is done to a run: a fault, or one of the two others instead.
 struct Case {
   Fault fault;
-  std::optional<std::uint64_t> exhausted_at{};  // The call at which memory runs out, instead.
+  std::optional<std::uint64_t> exhausted_at{};  // The call at which memory runs out.
+  std::optional<std::uint64_t> wrong_copy{};    // The CopyFileW that succeeds with wrong bytes.
+  bool restores{};                              // That copy is one of a rollback.
 
   [[nodiscard]] Disturbance Kind() const {
     if (exhausted_at) return Disturbance::kOnce;
+    // A restored file is verified under its final name, and so the run ends with it wrong there.
+    if (wrong_copy) return restores ? Disturbance::kLasting : Disturbance::kOnce;
     if (IsFalseAnswer(fault)) return Disturbance::kFalseAnswer;
     return fault.times == 1 ? Disturbance::kOnce : Disturbance::kLasting;
   }
@@ -93,6 +112,7 @@ struct Case {
 
 std::string Case::Text() const {
   if (exhausted_at) return "memory:" + std::to_string(*exhausted_at);
+  if (wrong_copy) return "wrong-copy:" + std::to_string(*wrong_copy);
   std::string text = "fault:" + std::string(CallName(fault.call)) + ":" +
                      std::to_string(fault.first) + ":" + std::to_string(fault.code);
   if (fault.partial) text += ":short";
@@ -112,11 +132,21 @@ void AddCases(Call call, std::uint64_t occurrence, std::vector<Case>& cases) {
   cases.push_back({cut_short});
 }
 
+// The copy of the pending marker is not among them, since nothing compares it.
+void AddWrongCopy(ScenarioRunner& runner, const simulated::CallRecord& call,
+                  std::vector<Case>& cases) {
+  const simulated::SimulatedUpdate& update = runner.update();
+  if (call.call != Call::CopyFileW || call.path == update.layout.pending_marker) return;
+  const bool restores = call.path.find(update.layout.transaction) != Path::npos;
+  cases.push_back({.fault = {}, .wrong_copy = call.occurrence, .restores = restores});
+}
+
 std::vector<Case> AllCases(ScenarioRunner& runner, const PlannedRun& run) {
   std::vector<Case> cases;
   runner.Run(runner.start(), run, nullptr, [&](const simulated::CallRecord& call) {
     if (IsOutsideTransaction(call.call) || simulated::IsRelease(call.call)) return;
     AddCases(call.call, call.occurrence, cases);
+    AddWrongCopy(runner, call, cases);
     cases.push_back({.fault = {}, .exhausted_at = call.index});
   });
   return cases;
@@ -125,7 +155,7 @@ std::vector<Case> AllCases(ScenarioRunner& runner, const PlannedRun& run) {
 // The scenario's own faults stay, and add to the one that is tried.
 PlannedRun RunOf(const PlannedRun& planned, const Case& tried) {
   PlannedRun run = planned;
-  if (!tried.exhausted_at) run.faults.push_back(tried.fault);
+  if (!tried.exhausted_at && !tried.wrong_copy) run.faults.push_back(tried.fault);
   run.disturbance = tried.Kind();
   if (!planned.faults.empty() && run.disturbance == Disturbance::kOnce) {
     run.disturbance = Disturbance::kLasting;
@@ -133,22 +163,49 @@ PlannedRun RunOf(const PlannedRun& planned, const Case& tried) {
   return run;
 }
 
+// Makes the copy of this occurrence one that has succeeded with a wrong last byte: the next call
+// flushes the file that it made, and so names it.
+class WrongCopy {
+ public:
+  WrongCopy(ScenarioRunner& runner, std::uint64_t occurrence)
+      : runner_(runner), occurrence_(occurrence) {}
+
+  void operator()(const simulated::CallRecord& call) {
+    if (copied_ && call.call == Call::CreateFileW) Spoil(call.path);
+    copied_ = call.call == Call::CopyFileW && call.occurrence == occurrence_;
+  }
+
+ private:
+  // The wrong bytes come under the copy's final name, where the program verifies them.
+  void Spoil(std::u16string path) {
+    if (path.starts_with(kExtendedLengthPrefix)) path.erase(0, kExtendedLengthPrefix.size());
+    std::string content = *runner_.computer().disk.ReadFile(path);
+    if (content.empty()) return;
+    content.back() ^= 1;
+    runner_.computer().disk.WriteFile(path, content);
+    path.resize(path.size() - kTemporarySuffix.size());
+    runner_.check().ExemptOnly({path});
+  }
+
+  ScenarioRunner& runner_;
+  std::uint64_t occurrence_;
+  bool copied_ = false;
+};
+
+CallVisitor VisitorOf(ScenarioRunner& runner, const Case& tried) {
+  if (tried.wrong_copy) return WrongCopy(runner, *tried.wrong_copy);
+  if (!tried.exhausted_at) return nullptr;
+  return [at = *tried.exhausted_at](const simulated::CallRecord& call) {
+    if (call.index == at) throw std::bad_alloc();
+  };
+}
+
 void Try(ScenarioRunner& runner, const PlannedRun& planned, const Case& tried) {
   const PlannedRun run = RunOf(planned, tried);
-  CallVisitor exhaust;
-  if (tried.exhausted_at) {
-    exhaust = [&](const simulated::CallRecord& call) {
-      if (call.index == *tried.exhausted_at) throw std::bad_alloc();
-    };
-  }
-  Figures& figures = runner.figures();
-  const std::size_t first = figures.violations.size();
-  const auto check = [&](std::uint64_t state, const Disks& disks) {
-    runner.CheckState(disks, state, run.disturbance);
-  };
   const std::string replay = "--case " + tried.Text();
-  const EndedRun ended = runner.CheckedRun(runner.start(), run, replay, check, exhaust);
-  runner.Attribute(first, replay);
+  runner.check().ExemptOnly({});
+  const EndedRun ended =
+      runner.CheckedRun(runner.start(), run, replay, nullptr, VisitorOf(runner, tried));
   if (run.disturbance != Disturbance::kFalseAnswer) runner.Converge(ended.disks, replay);
 }
 

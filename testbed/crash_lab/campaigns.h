@@ -1,6 +1,5 @@
-// What happens to an update apart from power cuts. Each campaign takes a scenario and holds the
-// same invariants as the explorer; each does all that it can, or as much as its bound allows, by
-// the seed.
+// What disturbs an update beside power cuts. Each campaign takes a scenario and checks the same
+// invariants as the explorer; it tries all its cases, or a sample of them by the seed.
 
 #pragma once
 
@@ -60,9 +59,14 @@ void TryEach(const std::vector<Case>& cases, const CampaignBounds& bounds, Figur
 
 // Every call of the scenario's first run fails at each of its occurrences, with each code that is
 // plausible for it. A failure that comes once must leave a whole installation when the run ends;
-// one that stays from there on must leave every name whole at every moment. Runs without it must
-// then end installed. Memory that runs out at a call counts as one of the failures.
+// one that stays from there on must leave every name whole at every state. Runs without it must
+// then end installed. Memory that runs out at a call, and a copy that succeeds with wrong bytes,
+// are cases, too.
 [[nodiscard]] Figures BreakCalls(const Scenario& scenario, const CampaignBounds& bounds);
+
+// Each call of the first run that flushes, moves, copies, writes or removes fails once, with code 5,
+// and the power is cut at every call from there on.
+[[nodiscard]] Figures FailAndCut(const Scenario& scenario, const CampaignBounds& bounds);
 
 // Between any two calls another process acts: it changes, replaces, deletes, renames or hard-links
 // a release file, swaps a directory of the release or of the target for a junction, plants a file
@@ -72,9 +76,9 @@ void TryEach(const std::vector<Case>& cases, const CampaignBounds& bounds, Figur
 [[nodiscard]] Figures Interfere(const Scenario& scenario, const CampaignBounds& bounds);
 
 // Slots are flipped byte by byte, truncated, swapped, doubled, zeroed and exchanged for those of
-// another transaction; baseline copies are damaged; the target changes between two runs. The disks
-// are those of the states of the scenario's first run; a slice is one state and all that can befall
-// it.
+// another transaction; baseline copies, the target and the release change between two runs, in
+// size or in one byte. The disks are those of the states of the scenario's first run; a slice is
+// every case of one state.
 [[nodiscard]] Figures Damage(const Scenario& scenario, const CampaignBounds& bounds);
 
 }  // namespace tolvarine::updater::crash_lab

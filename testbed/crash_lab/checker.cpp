@@ -1,9 +1,12 @@
 #include "crash_lab/checker.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdlib>
 
 #include "journal/journal_text.h"
-#include "text/fnv1a.h"
+#include "platform/files.h"
+#include "platform/shell.h"
 #include "text/utf8.h"
 
 namespace tolvarine::updater::crash_lab {
@@ -31,17 +34,41 @@ class OwnComputer {
   simulated::Computer computer_;
 };
 
-std::optional<JournalView> ParsedSlot(const std::string& text) {
-  const OwnComputer own;
-  const std::optional<TransactionJournal> journal = ParseJournal(text);
-  if (!journal) return std::nullopt;
-  JournalView view{.directory_empty = false};
-  view.generation = journal->generation;
-  view.phase = journal->phase;
-  if (journal->intent != TransactionIntent::None) {
-    view.announced = Key(journal->entries[journal->intent_entry].path);
+// A number in decimal on a line of its own, behind its keyword and a blank.
+std::optional<std::uint64_t> NumberOnLine(const std::string& text, const std::string& keyword) {
+  const std::size_t start = text.find("\n" + keyword + " ");
+  if (start == std::string::npos) return std::nullopt;
+  return std::strtoull(text.c_str() + start + keyword.size() + 2, nullptr, 10);
+}
+
+struct OwnReading {
+  std::uint64_t generation = 0;
+  TransactionPhase phase = TransactionPhase::None;
+};
+
+// Reads a slot without the program's code. Nothing where the checksum is not that of the text.
+std::optional<OwnReading> ReadSlot(const std::string& text) {
+  constexpr std::array kPhases = {TransactionPhase::None,      TransactionPhase::Backup,
+                                  TransactionPhase::Apply,     TransactionPhase::Rollback,
+                                  TransactionPhase::Committed, TransactionPhase::RolledBack};
+  const auto checksum = NumberOnLine(text, "checksum");
+  const auto generation = NumberOnLine(text, "generation");
+  const auto phase = NumberOnLine(text, "phase");
+  if (!checksum || !generation || !phase || *phase >= kPhases.size()) return std::nullopt;
+  std::uint64_t hash = 14695981039346656037U;  // FNV-1a of 64 bits.
+  const std::size_t end = text.rfind("\nchecksum ") + 1;
+  for (std::size_t i = 0; i < end; ++i) {
+    hash = (hash ^ static_cast<unsigned char>(text[i])) * 1099511628211U;
   }
-  return view;
+  const bool sound = text.substr(end) == "checksum " + std::to_string(hash) + "\n";
+  if (!sound) return std::nullopt;
+  return OwnReading{*generation, kPhases[*phase]};
+}
+
+// The counter of the phase that announces this way.
+std::uint64_t CounterOf(const TransactionJournal& journal) {
+  if (journal.intent == TransactionIntent::Backup) return journal.backup;
+  return journal.intent == TransactionIntent::Apply ? journal.apply : journal.rollback;
 }
 
 }  // namespace
@@ -55,7 +82,9 @@ Checker::Checker(const simulated::SimulatedUpdate& staged)
       completed_(Key(staged.layout.completed_marker)),
       manifest_(Key(staged.layout.installed_manifest)),
       launched_(Key(staged.layout.launched_marker)),
-      archive_(Key(staged.layout.archive)) {
+      archive_(Key(staged.layout.archive)),
+      restart_{u"open", staged.TargetPath(staged.arguments.restart), staged.target,
+               platform::kShowNormal} {
   for (const auto& [path, content] : plan_.baseline) {
     const std::u16string key = Key(path);
     const bool released = std::ranges::any_of(
@@ -72,6 +101,10 @@ Checker::Checker(const simulated::SimulatedUpdate& staged)
   for (const auto& [key, name] : names_) own_.insert(target_ + key);
   for (const auto& [key, entry] : ImageOf(staged.computer.disks.volumes)) {
     if (!IsOfNoConcern(key)) bystanders_[key] = entry;
+    if (!key.starts_with(target_)) continue;
+    if (key.ends_with(u'\\')) directories_.insert(key);
+    const auto name = names_.find(key.substr(target_.size()));
+    if (name != names_.end()) name->second.old_attributes = entry.attributes;
   }
 }
 
@@ -88,8 +121,8 @@ bool Checker::Holds(const Image& image, const std::u16string& key, const std::st
   return **found == *content;
 }
 
-// What the updater makes and removes on its way: its own paths, the transaction, temporaries beside
-// final names, and directories on the way to them.
+// What the updater makes and removes: its own paths, the transaction, temporaries beside final
+// names, and directories that lead to them.
 bool Checker::IsOfNoConcern(const std::u16string& key) const {
   if (own_.contains(key) || key.starts_with(transaction_)) return true;
   if (!key.starts_with(target_)) return false;
@@ -135,7 +168,7 @@ bool Checker::AllHold(const Image& image, Content content, Content left_over) co
     const FinalName& name = item.second;
     const bool came_back =
         left_over != nullptr && name.*content == nullptr && Holds(image, key, name.*left_over);
-    return came_back || IsExempt(key) || Holds(image, key, name.*content);
+    return came_back || Holds(image, key, name.*content);
   });
 }
 
@@ -155,53 +188,113 @@ bool Checker::IsNearlyBaseline(const Image& image) const {
   return AllHold(image, &FinalName::old_content, two_volumes_ ? &FinalName::new_content : nullptr);
 }
 
+Checker::ParsedSlot Checker::ParseSlot(const std::string& text) {
+  const OwnComputer own;
+  const std::optional<TransactionJournal> journal = ParseJournal(text);
+  const std::optional<OwnReading> reading = ReadSlot(text);
+  ParsedSlot slot{.readers_agree = journal.has_value() == reading.has_value()};
+  if (!journal) return slot;
+  slot.readers_agree = slot.readers_agree && journal->generation == reading->generation &&
+                       journal->phase == reading->phase;
+  slot.view = {
+      .directory_empty = false, .generation = journal->generation, .phase = journal->phase};
+  if (journal->intent != TransactionIntent::None) {
+    slot.view->announced = Key(journal->entries[journal->intent_entry].path);
+    slot.view->in_turn = journal->intent_entry == CounterOf(*journal);
+  }
+  return slot;
+}
+
+// Most often a slot is the one of the image before, and shares its bytes.
+const Checker::ParsedSlot& Checker::Parsed(const simulated::Bytes& text, LastParsed& last) {
+  if (last.text != text) {
+    const auto [parsed, is_new] = parsed_.try_emplace(std::hash<std::string>{}(*text));
+    if (is_new) parsed->second = ParseSlot(*text);
+    last = {text, &parsed->second};
+  }
+  return *last.slot;
+}
+
 JournalView Checker::JournalOf(const Image& image) {
   JournalView view;
   const auto first = image.upper_bound(transaction_);
   view.directory_empty = first == image.end() || !first->first.starts_with(transaction_);
+  bool readers_agree = true;
   for (int slot = 0; slot < 2; ++slot) {
     const char16_t* const name = slot == 0 ? u"JOURNAL.0" : u"JOURNAL.1";
     const simulated::Bytes* const text = Find(image, transaction_ + name);
     if (text == nullptr) continue;
-    const auto [parsed, is_new] = parsed_.try_emplace(Fnv1a64(**text));
-    if (is_new) parsed->second = ParsedSlot(**text);
-    const std::optional<JournalView>& candidate = parsed->second;
+    const ParsedSlot& parsed = Parsed(*text, last_parsed_[static_cast<std::size_t>(slot)]);
+    readers_agree = readers_agree && parsed.readers_agree;
+    const std::optional<JournalView>& candidate = parsed.view;
     if (!candidate || (view.generation && *candidate->generation <= *view.generation)) continue;
     view = *candidate;
     view.slot = slot;
   }
+  view.readers_agree = readers_agree;
   return view;
 }
 
-// --- At every moment -----------------------------------------------------------------------------
+// --- At every state ------------------------------------------------------------------------------
+
+void Checker::StartRun(const Image& image, Disturbance disturbance) {
+  found_broken_.clear();
+  Figures found;
+  CheckInvariants(image, JournalOf(image).generation, disturbance, found);
+  for (const Violation& broken : found.violations) {
+    found_broken_.emplace(broken.invariant, broken.what);
+  }
+}
 
 void Checker::CheckState(const Image& image, std::optional<std::uint64_t> generation,
                          Disturbance disturbance, Figures& figures) {
+  const auto first = static_cast<std::ptrdiff_t>(figures.violations.size());
+  CheckInvariants(image, generation, disturbance, figures);
+  const auto known = [&](const Violation& one) {
+    return found_broken_.contains({one.invariant, one.what});
+  };
+  figures.violations.erase(
+      std::remove_if(figures.violations.begin() + first, figures.violations.end(), known),
+      figures.violations.end());
+}
+
+void Checker::CheckInvariants(const Image& image, std::optional<std::uint64_t> generation,
+                              Disturbance disturbance, Figures& figures) {
   const JournalView journal = JournalOf(image);
   CheckFinalNames(image, disturbance, figures);
-  const bool honest = disturbance != Disturbance::kFalseAnswer;
-  if (honest && journal.phase == TransactionPhase::Apply) CheckExecutable(image, figures);
   CheckBystanders(image, figures);
-  if (honest) {
+  CheckWorkspaceFiles(image, figures);
+  if (disturbance != Disturbance::kFalseAnswer) {
+    if (journal.phase == TransactionPhase::Apply) CheckExecutable(image, figures);
     CheckBaseline(image, journal, figures);
     CheckJournal(image, journal, generation, figures);
   }
-  // A save of Committed that fails leaves Committed in memory, and the manifest goes out with every
+  // A save of Committed that fails leaves Committed in memory: the manifest is published with every
   // entry applied but with Apply on the disk.
-  const bool applied = disturbance != Disturbance::kNone && IsInstalled(image);
+  const bool applied = disturbance != Disturbance::kNone && IsNearlyInstalled(image);
   const bool committed = journal.phase == TransactionPhase::Committed || MarkerMoved(image);
   CheckMarkers(image, committed || applied, figures);
+}
+
+// Attributes are those of the file whose content is there.
+bool Checker::IsWhole(const Image& image, const std::u16string& key, const FinalName& name) const {
+  const auto entry = image.find(key);
+  if (entry == image.end()) return name.old_content == nullptr || name.new_content == nullptr;
+  const auto holds = [&](const std::string* content, std::uint32_t attributes) {
+    return Holds(image, key, content) && entry->second.attributes == attributes;
+  };
+  return holds(name.old_content, name.old_attributes) ||
+         holds(name.new_content, platform::kFileAttributeArchive);
 }
 
 // A file that is said to be missing when the plan is made has no baseline to come back to.
 void Checker::CheckFinalNames(const Image& image, Disturbance disturbance, Figures& figures) {
   const bool may_be_absent = disturbance == Disturbance::kFalseAnswer;
   for (const auto& [key, name] : names_) {
-    const bool absent = Find(image, target_ + key) == nullptr;
-    const bool whole = IsExempt(target_ + key) || (absent && may_be_absent) ||
-                       Holds(image, target_ + key, name.old_content) ||
-                       Holds(image, target_ + key, name.new_content);
-    Check(figures, Invariant::kFinalNamesWhole, whole, key);
+    const std::u16string path = target_ + key;
+    const bool holds = IsExempt(path) || IsWhole(image, path, name) ||
+                       (may_be_absent && Find(image, path) == nullptr);
+    Check(figures, Invariant::kFinalNamesWhole, holds, key);
   }
 }
 
@@ -223,6 +316,7 @@ void Checker::CheckChange(const Image& before, const Image& now, Figures& figure
     if (Holds(now, target_ + key, content == nullptr ? nullptr : content->get())) continue;
     Check(figures, Invariant::kAnnounced, journal.announced == key, key);
   }
+  Check(figures, Invariant::kAnnounced, journal.in_turn, u"an entry is announced out of its turn");
   if (MarkerMoved(now) && !MarkerMoved(before)) {
     Check(figures, Invariant::kMarkersWhole, JournalOf(before).phase == TransactionPhase::Committed,
           "the marker was moved before Committed was durable");
@@ -238,6 +332,10 @@ void Checker::CheckBystanders(const Image& image, Figures& figures) {
         (!entry.content || (now->second.content && *now->second.content == *entry.content));
     Check(figures, Invariant::kBystandersUntouched, same, key);
   }
+  for (const std::u16string& key : directories_) {
+    if (IsExempt(key)) continue;
+    Check(figures, Invariant::kBystandersUntouched, image.contains(key), key);
+  }
   for (const auto& [key, entry] : image) {
     if (IsOfNoConcern(key) || IsExempt(key) || bystanders_.contains(key)) continue;
     const bool in_target = key.starts_with(target_);
@@ -247,13 +345,19 @@ void Checker::CheckBystanders(const Image& image, Figures& figures) {
   Check(figures, Invariant::kAuthenticatedBytes, true, std::u16string_view());
 }
 
-// Until Committed is durable, and not where the transaction is over and its directory going.
+// A baseline copy under its own name is whole; that of an update which is planned again after its
+// finalization was cut short is a copy of the new file. It may go once Committed is durable, or once
+// the marker has been moved.
 void Checker::CheckBaseline(const Image& image, const JournalView& journal, Figures& figures) {
-  if (journal.phase == TransactionPhase::Committed || MarkerMoved(image)) return;
+  const bool may_go = journal.phase == TransactionPhase::Committed || MarkerMoved(image);
   for (const auto& [key, name] : names_) {
-    if (name.old_content == nullptr || IsExempt(target_ + key)) continue;
-    const bool kept = Holds(image, target_ + key, name.old_content) ||
-                      Holds(image, transaction_ + u"BACKUP\\" + key, name.old_content);
+    const std::u16string backup = transaction_ + u"BACKUP\\" + key;
+    if (name.old_content == nullptr || IsExempt(target_ + key) || IsExempt(backup)) continue;
+    const bool copied = Holds(image, backup, name.old_content);
+    const bool whole = copied || Find(image, backup) == nullptr ||
+                       (MarkerMoved(image) && Holds(image, backup, name.new_content));
+    Check(figures, Invariant::kBaselineKept, whole, backup);
+    const bool kept = may_go || copied || Holds(image, target_ + key, name.old_content);
     Check(figures, Invariant::kBaselineKept, kept, key);
   }
 }
@@ -261,6 +365,8 @@ void Checker::CheckBaseline(const Image& image, const JournalView& journal, Figu
 void Checker::CheckJournal(const Image& image, const JournalView& journal,
                            std::optional<std::uint64_t> generation, Figures& figures) {
   const bool removing = MarkerMoved(image);
+  Check(figures, Invariant::kSlotValid, journal.readers_agree,
+        "the program reads a slot otherwise than the checker");
   if (generation && !removing) {
     const bool recent = journal.generation && *journal.generation + 1 >= *generation;
     Check(figures, Invariant::kSlotValid, recent, "no slot, or one that is too old");
@@ -269,8 +375,8 @@ void Checker::CheckJournal(const Image& image, const JournalView& journal,
     Check(figures, Invariant::kSlotValid, in_place, "a generation in the other's slot");
   }
   if (!journal.IsCorrupt()) return;
-  // Inside the first save nothing was there to be found before. It may be that of a transaction that
-  // was planned again after a finalization was cut short.
+  // Before the first save is complete, a load finds nothing. The transaction may be one that is
+  // planned again after a finalization was cut short.
   const bool first_save = !generation && (IsBaseline(image) || IsNearlyInstalled(image));
   const bool final_removal = generation && removing && IsNearlyInstalled(image);
   Check(figures, Invariant::kCorruptOnlyWhereAccepted, first_save || final_removal, "corrupt");
@@ -293,26 +399,61 @@ void Checker::CheckMarkers(const Image& image, bool committed, Figures& figures)
         "installed manifest");
 }
 
+// launched.json and archive.zip keep their content until they are removed. The archive is removed
+// when the update is final.
+void Checker::CheckWorkspaceFiles(const Image& image, Figures& figures) {
+  const std::string launched(simulated::kLaunchedContent);
+  const std::string archive(simulated::kArchiveContent);
+  const auto holds = [&](const std::u16string& key, const std::string& content, bool may_be_gone) {
+    const bool gone = Find(image, key) == nullptr && may_be_gone;
+    Check(figures, Invariant::kBystandersUntouched, gone || Holds(image, key, &content), key);
+  };
+  holds(launched_, launched, true);
+  holds(archive_, archive, MarkerMoved(image));
+}
+
 // --- At the end of a run -------------------------------------------------------------------------
 
 void Checker::CheckEnd(const RunEnd& end, const Image& after, Figures& figures) {
   Check(figures, Invariant::kNothingLeaked, end.open_handles == 0, "handles are open");
   if (end.disturbance == Disturbance::kFalseAnswer) return;
-  CheckTable(end, after, figures);
+  const std::string fault = TableFault(end, after);
+  Check(figures, Invariant::kEndsByTheTable, fault.empty(), fault);
   if (end.disturbance == Disturbance::kLasting) return;
   const bool exact = IsInstalled(after) || IsBaseline(after);
   const bool nearly = IsNearlyInstalled(after) || IsNearlyBaseline(after);
-  // A run that failed before it took the journal up leaves what it found, be it half done.
+  // A run that failed before it adopted the journal leaves what it found, even a mixture.
   const bool as_found = end.disturbance != Disturbance::kNone && !end.changed_names;
   Check(figures, Invariant::kEndsWhole, exact || nearly || as_found, "a mixture");
   if (nearly && !exact) ++figures.accepted.removal_came_back;
-  const bool temporary = HasTemporary(after) && end.disturbance == Disturbance::kNone;
-  Check(figures, Invariant::kNoTemporaryLeft, !temporary, "a temporary in the target");
+  CheckLeftovers(end, after, figures);
 }
 
-void Checker::CheckTable(const RunEnd& end, const Image& after, Figures& figures) {
-  const std::string fault = TableFault(end, after);
-  Check(figures, Invariant::kEndsByTheTable, fault.empty(), fault);
+// An empty directory of the target that the installation before did not have; empty text for none.
+std::u16string Checker::LeftoverDirectory(const Image& image) const {
+  for (auto item = image.upper_bound(target_);
+       item != image.end() && item->first.starts_with(target_);) {
+    const std::u16string& key = item->first;
+    ++item;
+    const bool holds_something = item != image.end() && item->first.starts_with(key);
+    if (!key.ends_with(u'\\') || holds_something) continue;
+    if (!directories_.contains(key) && !IsExempt(key)) return key;
+  }
+  return {};
+}
+
+// A run that is to restore the baseline, and finds it restored, does nothing: what a cut before the
+// cleanup left stays.
+void Checker::CheckLeftovers(const RunEnd& end, const Image& after, Figures& figures) {
+  const bool restored =
+      end.entry_point == EntryPoint::kRestoreBaseline && end.found == TransactionPhase::RolledBack;
+  if (restored || !end.cleanup_undisturbed) return;
+  const bool settled =
+      JournalOf(after).phase == TransactionPhase::RolledBack || IsNearlyInstalled(after);
+  if (end.disturbance != Disturbance::kNone && !settled) return;
+  Check(figures, Invariant::kNoTemporaryLeft, !HasTemporary(after), "a temporary in the target");
+  const std::u16string directory = settled ? LeftoverDirectory(after) : u"";
+  Check(figures, Invariant::kNoDirectoryLeft, directory.empty(), directory);
 }
 
 }  // namespace tolvarine::updater::crash_lab

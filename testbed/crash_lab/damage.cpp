@@ -5,8 +5,10 @@
 
 #include "crash_lab/campaigns.h"
 #include "crash_lab/scenario_runner.h"
+#include "engine/entry_temporary.h"
+#include "journal/journal_store.h"
 #include "journal/journal_text.h"
-#include "simulated_windows/file_system.h"
+#include "lists/release_path.h"
 
 namespace tolvarine::updater::crash_lab {
 namespace {
@@ -14,16 +16,19 @@ namespace {
 using simulated::Computer;
 using simulated::SimulatedUpdate;
 
+constexpr std::size_t kMostPositions = 2000;  // At which a slot is changed.
 constexpr std::string_view kChangedByHand = "changed by hand";
 
-// One thing that befalls a disk between two runs.
+// One change of a disk between two runs.
 struct Corruption {
-  std::string name;
+  std::string name{};
   Disturbance disturbance = Disturbance::kNone;
   bool converges = true;
-  std::vector<std::u16string> exempt{};  // What it leaves in no known state.
-  std::function<void(Computer&)> apply;
-  std::uint64_t state = 0;  // Of the disks in the scenario's first run, from 1.
+  bool must_fail = false;                // The next run must end with exit code 5.
+  std::vector<std::u16string> exempt{};  // Paths whose content is not checked.
+  std::function<void(Computer&)> apply{};
+  std::function<void(Computer&)> repair{};  // Before further runs; may be empty.
+  std::uint64_t state = 0;                  // Of the disks in the scenario's first run, from 1.
 
   [[nodiscard]] std::string Text() const { return "damage:" + std::to_string(state) + ":" + name; }
 };
@@ -54,7 +59,8 @@ void AddSlotCorruptions(const SimulatedUpdate& update, int slot,
   const std::optional<std::string> text = update.computer.disk.ReadFile(path);
   if (!text) return;
   const std::string of = " of slot " + std::to_string(slot);
-  for (std::size_t i = 0; i < text->size(); ++i) {
+  // Every byte of a slot of usual length.
+  for (std::size_t i = 0; i < text->size(); i += 1 + text->size() / kMostPositions) {
     std::string flipped = *text;
     flipped[i] = static_cast<char>(flipped[i] ^ 1);  // A digit stays one.
     AddSlotCorruption(corruptions, path, "flip byte " + std::to_string(i) + of, std::move(flipped));
@@ -94,29 +100,101 @@ void AddCorruptionsOfBothSlots(const SimulatedUpdate& update,
                          }});
 }
 
-// A damaged baseline copy stops a rollback for good, with every name whole.
-void AddBackupCorruptions(const SimulatedUpdate& update, std::vector<Corruption>& corruptions) {
-  const Path backup = JoinPath(update.layout.transaction, u"backup");
-  for (const auto& [name, content] : update.computer.disk.Tree(backup)) {
-    if (name.ends_with(u'\\')) continue;
-    const Path path = JoinPath(backup, name);
-    corruptions.push_back(
-        {.name = "damage of backup " + Shown(name),
-         .disturbance = Disturbance::kFalseAnswer,
-         .converges = false,
-         .apply = [=](Computer& computer) { computer.disk.WriteFile(path, kChangedByHand); }});
+// Other contents for a file: of another size, and of the same size with one byte changed, far
+// behind the first block of a long file, too.
+struct OtherContent {
+  const char* what;
+  std::string content;
+};
+
+std::vector<OtherContent> OtherContents(const std::string& content) {
+  std::vector<OtherContent> others = {{"rewriting", std::string(kChangedByHand)}};
+  if (content.empty()) return others;
+  others.push_back({"flip of the first byte", content});
+  others.back().content.front() ^= 1;
+  others.push_back({"flip of the last byte", content});
+  others.back().content.back() ^= 1;
+  return others;
+}
+
+// `text` names the file in the case's text; the other members of `like` are those of each case.
+void AddFileCorruptions(const Path& path, const std::string& content, const std::string& text,
+                        const Corruption& like, std::vector<Corruption>& corruptions) {
+  for (const OtherContent& other : OtherContents(content)) {
+    Corruption corruption = like;
+    corruption.name = other.what + (" of " + text);
+    corruption.apply = [path, bytes = other.content](Computer& computer) {
+      computer.disk.WriteFile(path, bytes);
+    };
+    corruptions.push_back(std::move(corruption));
   }
 }
 
-void AddTargetCorruptions(const SimulatedUpdate& update, std::vector<Corruption>& corruptions) {
-  for (const auto& [name, content] : update.plan.baseline) {
+// A damaged baseline copy stops a rollback for good, with every name whole. A run that still has to
+// apply entries proves every copy first, and so changes nothing.
+void AddBackupCorruptions(const SimulatedUpdate& update, const JournalLoadResult& loaded,
+                          std::vector<Corruption>& corruptions) {
+  const Path backup = JoinPath(update.layout.transaction, u"backup");
+  const bool must_fail = loaded.journal && (loaded.journal->phase == TransactionPhase::Apply ||
+                                            loaded.journal->phase == TransactionPhase::RolledBack);
+  for (const auto& [name, content] : update.computer.disk.Tree(backup)) {
+    if (name.ends_with(u'\\')) continue;
+    const bool is_copy = !name.ends_with(kTemporarySuffix);
+    const Path path = JoinPath(backup, name);
+    AddFileCorruptions(path, content, "backup " + Shown(name),
+                       {.disturbance = Disturbance::kFalseAnswer,
+                        .converges = false,
+                        .must_fail = must_fail && is_copy,
+                        .exempt = {path}},
+                       corruptions);
+  }
+}
+
+// True where the entry's baseline copy is still to be made, from a file that the plan has hashed.
+bool IsToBeBackedUp(const JournalLoadResult& loaded, const Path& name) {
+  if (!loaded.journal || loaded.journal->phase != TransactionPhase::Backup) return false;
+  const auto& entries = loaded.journal->entries;
+  for (std::uint64_t i = loaded.journal->backup; i < entries.size(); ++i) {
+    if (SamePathKey(entries[i].path, name)) return entries[i].baseline_exists;
+  }
+  return false;
+}
+
+// A file that changes before the plan is made is the baseline itself.
+void AddTargetCorruptions(const SimulatedUpdate& update, const JournalLoadResult& loaded,
+                          std::vector<Corruption>& corruptions) {
+  for (const auto& [name, baseline] : update.plan.baseline) {
     const Path path = update.TargetPath(name);
-    corruptions.push_back(
-        {.name = "change of target " + Shown(name),
-         .disturbance = Disturbance::kFalseAnswer,
-         .converges = false,
-         .exempt = {path},
-         .apply = [=](Computer& computer) { computer.disk.WriteFile(path, kChangedByHand); }});
+    const std::optional<std::string> content = update.computer.disk.ReadFile(path);
+    if (!content) continue;
+    Corruption like{.disturbance = Disturbance::kFalseAnswer,
+                    .converges = false,
+                    .must_fail = IsToBeBackedUp(loaded, name),
+                    .exempt = {path}};
+    const bool planned = loaded.journal.has_value();
+    if (!planned) {
+      like.exempt.push_back(JoinPath(JoinPath(update.layout.transaction, u"backup"), name));
+    }
+    AddFileCorruptions(path, *content, "target " + Shown(name), like, corruptions);
+  }
+}
+
+// A release that is not what was authenticated is refused, with every name whole. Once it is
+// repaired, the update can be installed.
+void AddReleaseCorruptions(const SimulatedUpdate& update, const JournalLoadResult& loaded,
+                           std::vector<Corruption>& corruptions) {
+  const bool committed = loaded.journal && loaded.journal->phase == TransactionPhase::Committed;
+  for (const auto& [name, content] : update.plan.release) {
+    const Path path = update.SourcePath(name);
+    const auto repair = [path, bytes = content](Computer& computer) {
+      computer.disk.WriteFile(path, bytes);
+    };
+    AddFileCorruptions(path, content, "release " + Shown(name),
+                       {.disturbance = Disturbance::kOnce,
+                        .must_fail = !committed,
+                        .exempt = {path},
+                        .repair = repair},
+                       corruptions);
   }
 }
 
@@ -125,12 +203,15 @@ std::vector<Corruption> CorruptionsOf(const SimulatedUpdate& update, std::uint64
   AddSlotCorruptions(update, 0, corruptions);
   AddSlotCorruptions(update, 1, corruptions);
   AddCorruptionsOfBothSlots(update, corruptions);
-  AddBackupCorruptions(update, corruptions);
-  AddTargetCorruptions(update, corruptions);
+  const JournalLoadResult loaded = LoadJournal(update.layout.transaction);
+  AddBackupCorruptions(update, loaded, corruptions);
+  AddTargetCorruptions(update, loaded, corruptions);
+  AddReleaseCorruptions(update, loaded, corruptions);
   for (Corruption& corruption : corruptions) corruption.state = state;
   return corruptions;
 }
 
+// The run is checked for what it adds to the corruption: what it finds broken may stay so.
 void Try(ScenarioRunner& runner, const Disks& disks, const Corruption& corruption) {
   Computer& computer = runner.computer();
   computer.Restart(disks);
@@ -138,23 +219,22 @@ void Try(ScenarioRunner& runner, const Disks& disks, const Corruption& corruptio
   computer.disks.Settle();
   runner.check().ExemptOnly(corruption.exempt);
   const std::string replay = "--case '" + corruption.Text() + "'";
+  const EndedRun ended =
+      runner.CheckedRun(computer.disks.volumes, {.disturbance = corruption.disturbance}, replay);
   const std::size_t first = runner.figures().violations.size();
-  const Disks corrupted = computer.disks.volumes;
-  // What the corruption itself has damaged is no fault of the run's; but what it left must stay.
-  Figures as_corrupted;
-  runner.check().CheckState(ImageOf(corrupted), std::nullopt, Disturbance::kLasting, as_corrupted);
-  const Disturbance tolerated =
-      as_corrupted.violations.empty() ? Disturbance::kLasting : Disturbance::kFalseAnswer;
-  const auto check = [&](std::uint64_t, const Disks& now) {
-    runner.check().CheckState(ImageOf(now), std::nullopt, tolerated, runner.figures());
-  };
-  const PlannedRun run{.disturbance = corruption.disturbance};
-  const EndedRun ended = runner.CheckedRun(corrupted, run, replay, check);
+  Check(runner.figures(), Invariant::kEndsByTheTable,
+        !corruption.must_fail || ended.end.exit_code == 5, "corruption is not noticed");
   runner.Attribute(first, replay);
-  if (corruption.converges) runner.Converge(ended.disks, replay);
+  if (!corruption.converges) return;
+  if (corruption.repair) {
+    computer.Restart(ended.disks);
+    corruption.repair(computer);
+    computer.disks.Settle();
+  }
+  runner.Converge(computer.disks.volumes, replay);
 }
 
-// All that befalls one state in the middle of the slice; without slices, a sample for each state.
+// With slices, every case of one state in the middle of the slice; without, a sample of each state.
 CampaignBounds BoundsOfState(const CampaignBounds& bounds, std::uint64_t state,
                              std::uint64_t states) {
   CampaignBounds of_state{.only = bounds.only};
@@ -174,7 +254,7 @@ Figures Damage(const Scenario& scenario, const CampaignBounds& bounds) {
   std::vector<Disks> states;
   runner.Run(runner.start(), scenario.runs.front(),
              [&](std::uint64_t, const Disks& disks) { states.push_back(disks); });
-  // What is damaged while it is being removed has met with two accidents at once.
+  // Damage during the final removal is two accidents at once.
   std::erase_if(states,
                 [&](const Disks& disks) { return runner.check().MarkerMoved(ImageOf(disks)); });
   for (std::size_t state = 0; state < states.size(); ++state) {

@@ -1,11 +1,10 @@
 #include "crash_lab/disks.h"
 
 #include <algorithm>
+#include <functional>
 
 #include "crash_lab/report.h"
 #include "text/decimal.h"
-#include "text/fnv1a.h"
-#include "text/hex.h"
 
 namespace tolvarine::updater::crash_lab {
 namespace {
@@ -116,13 +115,13 @@ Image ImageOf(const Disks& disks) {
 }
 
 std::uint64_t Fingerprint(const Image& image) {
-  std::uint64_t hash = kFnv1aOffsetBasis;
+  std::uint64_t hash = 0;
+  // An odd factor loses nothing of what the hash says so far.
+  const auto add = [&](std::uint64_t value) { hash = (hash ^ value) * 0x9E3779B97F4A7C15U; };
   for (const auto& [path, entry] : image) {
-    hash = Fnv1a64({reinterpret_cast<const char*>(path.data()), path.size() * 2}, hash);
-    hash =
-        Fnv1a64({reinterpret_cast<const char*>(&entry.attributes), sizeof entry.attributes}, hash);
-    if (entry.content) hash = Fnv1a64(*entry.content, hash);
-    hash = Fnv1a64(std::string_view("\0", 1), hash);
+    add(std::hash<std::u16string>{}(path));
+    add(entry.attributes);
+    add(entry.content ? std::hash<std::string>{}(*entry.content) : 0);
   }
   return hash;
 }

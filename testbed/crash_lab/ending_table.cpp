@@ -1,4 +1,4 @@
-// The table of endings: what each exit code promises of boxes, log, markers, restart and target.
+// The table of endings: what each exit code promises about boxes, log, markers, restart and target.
 
 #include <algorithm>
 
@@ -23,7 +23,7 @@ constexpr std::u16string_view kNotRestarted =
 constexpr std::uint32_t kErrorIcon = 16;
 constexpr std::uint32_t kWarningIcon = 48;
 
-// What a box says, in the one record that the log must hold for it.
+// The one record that the log must hold for a box.
 std::string RecordOf(const simulated::Box& box) {
   std::string record = box.type == kErrorIcon ? "[ERROR] [Updater] " : "[WARNING] [Updater] ";
   for (const char16_t unit : box.text) {
@@ -41,7 +41,7 @@ bool IsBox(const simulated::Box& box, std::u16string_view title, std::uint32_t t
   return box.title == title && box.type == type && box.text.starts_with(text);
 }
 
-// Every box has its record, in its order, and nothing else was logged.
+// Every box has its record, in order, and there is no other new record.
 bool LogMatchesBoxes(const RunEnd& end) {
   if (!end.log_after.starts_with(end.log_before)) return false;
   std::string_view rest = std::string_view(end.log_after).substr(end.log_before.size());
@@ -57,10 +57,11 @@ bool LogMatchesBoxes(const RunEnd& end) {
 }  // namespace
 
 std::string Checker::FaultOfSuccess(const RunEnd& end, const Image& after) const {
-  if (!end.boxes.empty() || end.starts.size() != 1) return "exit 0 with a box or no restart";
+  if (!end.boxes.empty()) return "exit 0 with a box";
+  if (!IsRightRestart(end)) return "exit 0 without the right restart";
   if (!MarkerMoved(after)) return "exit 0 and the markers are not moved";
-  const bool disturbed = end.disturbance != Disturbance::kNone;
-  return Find(after, archive_) != nullptr && !disturbed ? "exit 0 and the archive stays" : "";
+  const bool stays = Find(after, archive_) != nullptr && end.cleanup_undisturbed;
+  return stays ? "exit 0 and the archive stays" : "";
 }
 
 std::string Checker::FaultOfFailure(const RunEnd& end, const Image& after) const {
@@ -68,7 +69,7 @@ std::string Checker::FaultOfFailure(const RunEnd& end, const Image& after) const
     return end.boxes.size() == 1 && IsBox(end.boxes[0], kErrorTitle, kErrorIcon, text);
   };
   if (!end.starts.empty()) return "exit 5 and a restart";
-  // The same words are for a run that failed before it took the journal up.
+  // A run that failed before it adopted the journal has the same text.
   if (one_box(kRestored)) {
     const bool sound = IsNearlyBaseline(after) || !end.changed_names;
     return sound ? "" : "said to be restored, and is not";
@@ -76,12 +77,29 @@ std::string Checker::FaultOfFailure(const RunEnd& end, const Image& after) const
   return one_box(kIncomplete) || one_box(kCorrupt) ? "" : "exit 5 with another box";
 }
 
+bool Checker::IsRightRestart(const RunEnd& end) const {
+  if (end.starts.size() != 1) return false;
+  const simulated::ShellStart& start = end.starts.front();
+  return start.verb == restart_.verb && start.file == restart_.file &&
+         start.directory == restart_.directory && start.show == restart_.show;
+}
+
 std::string Checker::TableFault(const RunEnd& end, const Image& after) const {
   if (end.entry_point != EntryPoint::kMainSequence) return {};
   const bool disturbed = end.disturbance != Disturbance::kNone;
-  if (!disturbed && !LogMatchesBoxes(end)) return "the log does not tell what the boxes said";
+  if (!disturbed && !LogMatchesBoxes(end)) return "the log does not hold the texts of the boxes";
   const bool installs = end.exit_code == 0 || end.exit_code == 6 || end.exit_code == 7;
   if (installs && !IsNearlyInstalled(after)) return "exit 0, 6 or 7 and not installed";
+  // Where nothing but a write failed, a run that ends with one of these has adopted a journal.
+  const bool adopted = installs || end.exit_code == 5;
+  if (adopted && end.cleanup_undisturbed && Find(after, launched_) != nullptr) {
+    return "a transaction was run and launched.json stays";
+  }
+  return FaultOfExitCode(end, after);
+}
+
+std::string Checker::FaultOfExitCode(const RunEnd& end, const Image& after) const {
+  const bool disturbed = end.disturbance != Disturbance::kNone;
   switch (end.exit_code) {
     case 0:
       return FaultOfSuccess(end, after);
@@ -91,7 +109,8 @@ std::string Checker::TableFault(const RunEnd& end, const Image& after) const {
       return IsBox(end.boxes.back(), kErrorTitle, kErrorIcon, kNotRestarted) ? ""
                                                                              : "exit 6, other box";
     case 7:
-      if (end.boxes.size() != 1 || end.starts.size() != 1) return "exit 7 without box or restart";
+      if (end.boxes.size() != 1) return "exit 7 without its box";
+      if (!IsRightRestart(end)) return "exit 7 without the right restart";
       return IsBox(end.boxes[0], kWarningTitle, kWarningIcon, kDeferred) ? "" : "exit 7, other box";
     case 2:
     case 3:
@@ -100,6 +119,20 @@ std::string Checker::TableFault(const RunEnd& end, const Image& after) const {
       return disturbed ? "" : "exit 2, 3 or 4 for a sound request";
     default:
       return "an exit code that the table does not hold";
+  }
+}
+
+void Checker::CheckCutAfterEnd(const RunEnd& end, const Image& after, const Image& left,
+                               Figures& figures) {
+  if (end.entry_point != EntryPoint::kMainSequence) return;
+  const bool installs = end.exit_code == 0 || end.exit_code == 6 || end.exit_code == 7;
+  if (installs) {
+    const bool kept = IsNearlyInstalled(left) && (end.exit_code != 0 || MarkerMoved(left));
+    Check(figures, Invariant::kEndLasts, kept, "a power cut takes an installed update back");
+  } else if (!end.boxes.empty() && end.boxes[0].text.starts_with(kRestored)) {
+    // A run that failed before it adopted the journal promises nothing about what it found.
+    Check(figures, Invariant::kEndLasts, IsNearlyBaseline(left) || !IsNearlyBaseline(after),
+          "a power cut takes a restored baseline back");
   }
 }
 

@@ -77,16 +77,13 @@ std::vector<Explorer::SurvivingDisks> Explorer::CutPlannedRun(Disks& disks, std:
   const PlannedRun& planned = scenario_.runs[run];
   const std::uint64_t calls_before = runner_.calls();
   std::vector<SurvivingDisks> left;
-  std::uint64_t last = 0;
-  EndedRun ended = runner_.CheckedRun(disks, planned, ReplayOf(sequence),
-                                      [&](std::uint64_t state, const Disks& now) {
-                                        last = state;
-                                        CutAt(CheckLive(state, now, planned.disturbance, sequence),
-                                              now, bounds_.losses, sequence, left);
-                                      });
+  const auto visit = [&](std::uint64_t state, const Disks& now) {
+    const std::uint64_t losses =
+        state < bounds_.first_state ? 0 : std::min(bounds_.losses, scenario_.losses);
+    CutAt(CheckLive(state, now, planned.disturbance, sequence), now, losses, sequence, left);
+  };
+  disks = runner_.CheckedRun(disks, planned, ReplayOf(sequence), visit).disks;
   runner_.figures().calls += runner_.calls() - calls_before;
-  CutAfterEnd(ended, last, bounds_.losses, sequence);
-  disks = std::move(ended.disks);
   return left;
 }
 
@@ -94,22 +91,18 @@ std::vector<Explorer::SurvivingDisks> Explorer::CutRecovery(const SurvivingDisks
   const CutSequence& sequence = survivor.sequence;
   const std::uint64_t calls_before = runner_.calls();
   std::vector<SurvivingDisks> left;
-  std::uint64_t last = 0;
-  const EndedRun ended = runner_.Run(survivor.disks, RecoveryRun(sequence),
-                                     [&](std::uint64_t state, const Disks& now) {
-                                       last = state;
-                                       CutAt(CheckLive(state, now, Disturbance::kNone, sequence),
-                                             now, bounds_.second_losses, sequence, left);
-                                     });
+  runner_.Run(survivor.disks, RecoveryRun(sequence), [&](std::uint64_t state, const Disks& now) {
+    CutAt(CheckLive(state, now, Disturbance::kNone, sequence), now, bounds_.second_losses, sequence,
+          left);
+  });
   runner_.figures().calls += runner_.calls() - calls_before;
-  CutAfterEnd(ended, last, bounds_.second_losses, sequence);
   return left;
 }
 
 Explorer::CutPoint Explorer::CheckLive(std::uint64_t state, const Disks& disks,
                                        Disturbance disturbance, const CutSequence& sequence) {
   const std::size_t first = runner_.figures().violations.size();
-  CutPoint point{state, runner_.CheckState(disks, state, disturbance), disturbance};
+  CutPoint point{state, runner_.CheckState(disks, disturbance), disturbance};
   // Under the weaker model the rename of the first save is durable once the second save is flushed.
   if (weak_ && point.generation == 1) point.generation.reset();
   CutSequence here = sequence;
@@ -146,31 +139,6 @@ void Explorer::CheckAfterCut(Disks disks, const CutPoint& point, const CutSequen
   left.push_back({std::move(disks), sequence});
 }
 
-// The last state of a run is cut like every other. Only here it is known what the run has reported.
-void Explorer::CutAfterEnd(const EndedRun& ended, std::uint64_t last_state, std::uint64_t losses,
-                           const CutSequence& sequence) {
-  const std::size_t first = runner_.figures().violations.size();
-  CutSequence here = sequence;
-  here.cuts.push_back({last_state, 0});
-  const LossSpace space(ended.disks);
-  for (const std::uint64_t loss : Sample(space.count(), losses, random_)) {
-    here.cuts.back().loss = loss;
-    CheckSuccess(ended.end, ImageOf(AfterCut(ended.disks, space.At(loss))));
-    runner_.Attribute(first, ReplayOf(here));
-    if (runner_.figures().violations.size() > first) return;
-  }
-}
-
-void Explorer::CheckSuccess(const RunEnd& end, const Image& left) {
-  const bool installed = end.exit_code == 0 || end.exit_code == 6 || end.exit_code == 7;
-  if (weak_ || end.entry_point != EntryPoint::kMainSequence || !installed) return;
-  Check(runner_.figures(), Invariant::kSuccessLasts, runner_.check().IsNearlyInstalled(left),
-        "exit 0, 6 or 7, and a cut behind it takes the update back");
-  Check(runner_.figures(), Invariant::kSuccessLasts,
-        end.exit_code != 0 || runner_.check().MarkerMoved(left),
-        "exit 0, and a cut behind it takes the moved marker back");
-}
-
 // --- Recoveries ----------------------------------------------------------------------------------
 
 // The same updater, entered in the same way, without faults.
@@ -181,22 +149,12 @@ PlannedRun Explorer::RecoveryRun(const CutSequence& sequence) const {
 void Explorer::Recover(const SurvivingDisks& survivor) {
   ++runner_.figures().disks;
   if (survivor.sequence.cuts.size() > 1) ++runner_.figures().second_order;
-  const EndedRun ended = RunRecovery(survivor);
+  const EndedRun ended = runner_.CheckedRun(survivor.disks, RecoveryRun(survivor.sequence),
+                                            ReplayOf(survivor.sequence));
   const std::size_t first = runner_.figures().violations.size();
   CheckRecovery(survivor, ended.end);
   runner_.Attribute(first, ReplayOf(survivor.sequence));
   runner_.Converge(ended.disks, ReplayOf(survivor.sequence));
-}
-
-EndedRun Explorer::RunRecovery(const SurvivingDisks& survivor) {
-  const std::string replay = ReplayOf(survivor.sequence);
-  const std::size_t first = runner_.figures().violations.size();
-  EndedRun ended = runner_.CheckedRun(survivor.disks, RecoveryRun(survivor.sequence), replay,
-                                      [&](std::uint64_t state, const Disks& now) {
-                                        runner_.CheckState(now, state, Disturbance::kNone);
-                                      });
-  runner_.Attribute(first, replay);
-  return ended;
 }
 
 // An update that was cut on its way forward is finished by the next run. On two volumes a removed
@@ -237,10 +195,8 @@ bool Explorer::ReplayCut(const CutSequence& sequence, std::size_t cut, Disks& di
   const Cut& wanted = sequence.cuts[cut];
   CutPoint met;
   Disks met_disks;
-  std::uint64_t last = 0;
   transcript_->append("--- a run starts on\n").append(Describe(ImageOf(disks)));
-  const EndedRun ended = runner_.Run(disks, run, [&](std::uint64_t state, const Disks& now) {
-    last = state;
+  runner_.Run(disks, run, [&](std::uint64_t state, const Disks& now) {
     const CutPoint point = CheckLive(state, now, run.disturbance, sequence);
     if (state != wanted.state) return;
     transcript_->append("--- its calls up to the cut\n").append(CallsOf(runner_.computer()));
@@ -252,7 +208,6 @@ bool Explorer::ReplayCut(const CutSequence& sequence, std::size_t cut, Disks& di
   disks = AfterCut(met_disks, space.At(wanted.loss));
   const Image left = ImageOf(disks);
   runner_.check().CheckState(left, met.generation, run.disturbance, runner_.figures());
-  if (wanted.state == last) CheckSuccess(ended.end, left);
   return true;
 }
 
@@ -269,7 +224,8 @@ std::optional<Figures> Explorer::Replay(const CutSequence& sequence) {
     disks = runner_.CheckedRun(disks, scenario_.runs[sequence.run], {}).disks;
   } else {
     const SurvivingDisks survivor{disks, sequence};
-    const EndedRun ended = RunRecovery(survivor);
+    const EndedRun ended = runner_.CheckedRun(survivor.disks, RecoveryRun(survivor.sequence),
+                                              ReplayOf(survivor.sequence));
     CheckRecovery(survivor, ended.end);
     disks = ended.disks;
   }

@@ -48,6 +48,8 @@ struct Bounds {
   std::uint64_t second_losses = 4;
   // How many disks after a second cut are recovered from, with a third cut at random.
   std::uint64_t third_cuts = 200;
+  // The power is not cut before this state of a planned run.
+  std::uint64_t first_state = 0;
 };
 
 class Explorer {
@@ -84,14 +86,10 @@ class Explorer {
              const CutSequence& sequence, std::vector<SurvivingDisks>& left);
   void CheckAfterCut(Disks disks, const CutPoint& point, const CutSequence& sequence,
                      std::vector<SurvivingDisks>& left);
-  void CutAfterEnd(const EndedRun& ended, std::uint64_t last_state, std::uint64_t losses,
-                   const CutSequence& sequence);
-  void CheckSuccess(const RunEnd& end, const Image& left);
   std::vector<SurvivingDisks> CutPlannedRun(Disks& disks, std::size_t run);
   std::vector<SurvivingDisks> CutRecovery(const SurvivingDisks& survivor);
   void RecoverWithRandomCut(const SurvivingDisks& survivor);
   void Recover(const SurvivingDisks& survivor);
-  EndedRun RunRecovery(const SurvivingDisks& survivor);
   void CheckRecovery(const SurvivingDisks& survivor, const RunEnd& end);
   [[nodiscard]] PlannedRun RecoveryRun(const CutSequence& sequence) const;
   [[nodiscard]] std::string ReplayOf(const CutSequence& sequence) const;

@@ -22,8 +22,8 @@ constexpr char16_t kHostile[] = u"C:\\Hostile";
 constexpr std::string_view kHostileBytes = "hostile, of any length";
 constexpr std::string_view kPreciousBytes = "somebody else's";
 
-// What another process does, with no more rights to a file than the sharing of others leaves it.
-// Whatever is refused it, it goes without.
+// What another process does, with no more rights to a file than the sharing of others leaves it. An
+// act that is refused has no effect.
 struct Act {
   const char* name;
   std::function<void(SimulatedUpdate&)> act;
@@ -132,8 +132,8 @@ struct Case {
   }
 };
 
-// Everything as it was staged, but for what the updater did to the target and its state.
-void Heal(SimulatedUpdate& update) {
+// Undoes the act: the release is as it was staged, and nothing of the adversary's is left.
+void Repair(SimulatedUpdate& update) {
   Computer& computer = update.computer;
   computer.disk.Remove(kHostile);
   computer.disk.Remove(update.source);
@@ -144,7 +144,7 @@ void Heal(SimulatedUpdate& update) {
   if (planted) computer.disk.Remove(Temporary(update));
 }
 
-// Calls that see nothing of the disk: an act before one of them is an act before the next call.
+// Calls that do not use the disk: an act before one of them is an act before the next call.
 bool SeesNoDisk(Call call) {
   return call == Call::WideCharToMultiByte || call == Call::MultiByteToWideChar ||
          call == Call::LCMapStringEx || call == Call::FormatMessageA ||
@@ -153,7 +153,8 @@ bool SeesNoDisk(Call call) {
 
 class Adversary {
  public:
-  Adversary(const Scenario& scenario, std::string* transcript) : runner_(scenario, transcript) {
+  Adversary(const Scenario& scenario, std::string* transcript)
+      : planned_(scenario.runs.front()), runner_(scenario, transcript) {
     Computer& computer = runner_.computer();
     computer.Restart(runner_.start());
     computer.disk.WriteFile(Path(kOutside) + u"\\lib\\core.dll", kPreciousBytes);
@@ -168,7 +169,7 @@ class Adversary {
       if (SeesNoDisk(call.call)) return;
       for (const Act& act : AllActs()) cases.push_back({&act, call.index});
     };
-    runner_.Run(start_, {}, nullptr, collect);
+    runner_.Run(start_, planned_, nullptr, collect);
     return cases;
   }
 
@@ -179,10 +180,11 @@ class Adversary {
   void CheckOutside(const Case& tried, const std::string& between, const Disks& disks);
   [[nodiscard]] static bool OutsideUntouched(const Disks& disks);
 
+  const PlannedRun planned_;
   ScenarioRunner runner_;
   Disks start_;
-  // A path through the swapped directory has been proved since, and nothing outside was touched by
-  // then: from there on nothing outside may be.
+  // A path through the swapped directory has been proved since the act, with nothing outside
+  // changed before: from there on nothing outside may change.
   bool proved_since_ = false;
 };
 
@@ -192,7 +194,8 @@ void Adversary::Try(const Case& tried) {
   std::vector<std::u16string> exempt = {kHostile, kOutside, update.source, Temporary(update)};
   if (act.redirects) exempt.push_back(update.TargetPath(u"lib"));
   runner_.check().ExemptOnly(std::move(exempt));
-  const PlannedRun run{.disturbance = act.disturbance};
+  PlannedRun run = planned_;
+  run.disturbance = act.disturbance;
   const std::string replay = "--case '" + tried.Text() + "'";
   std::string previous;
   std::string between;
@@ -209,14 +212,11 @@ void Adversary::Try(const Case& tried) {
     previous = CallName(call.call);
   };
   const std::size_t first = figures().violations.size();
-  const auto check = [&](std::uint64_t state, const Disks& disks) {
-    runner_.CheckState(disks, state, act.disturbance);
-  };
-  const EndedRun ended = runner_.CheckedRun(start_, run, replay, check, interfere);
+  const EndedRun ended = runner_.CheckedRun(start_, run, replay, nullptr, interfere);
   CheckOutside(tried, between, ended.disks);
   runner_.Attribute(first, replay);
   if (act.redirects) return;
-  Heal(update);
+  Repair(update);
   runner_.Converge(runner_.computer().disks.volumes, replay);
 }
 

@@ -13,7 +13,8 @@ namespace tolvarine::updater::crash_lab {
 // X(enumerator, name in reports, when it is checked, under the weaker model on two volumes, rule)
 #define CRASH_LAB_INVARIANTS(X)                                                                   \
   X(kFinalNamesWhole, "final-names-whole", kAlways, kHolds,                                       \
-    "Each final name holds the complete old file or the complete new one. It holds nothing only " \
+    "Each final name holds the complete old file or the complete new one, with its attributes. "  \
+    "It holds nothing only "                                                                      \
     "if the baseline or the release has no such file.")                                           \
   X(kAuthenticatedBytes, "authenticated-bytes-only", kAlways, kHolds,                             \
     "The target contains no file and no directory that neither list names and that was not there" \
@@ -36,12 +37,17 @@ namespace tolvarine::updater::crash_lab {
   X(kEndsWhole, "ends-whole", kAtEnd, kMayBreak,                                                  \
     "The target is exactly the release or exactly the baseline, apart from foreign files.")       \
   X(kEndsByTheTable, "ends-by-the-table", kAtEnd, kMayBreak,                                      \
-    "Exit code, message boxes, log records, markers and restart agree.")                          \
-  X(kSuccessLasts, "success-lasts", kAtEnd, kHolds,                                               \
-    "After exit code 0, 6 or 7, a power cut leaves the release installed; after 0 the markers "   \
-    "stay moved as well (not checked under the weaker model).")                                   \
+    "Exit code, message boxes, log records, markers, `launched.json` and what is restarted "      \
+    "agree.")                                                                                     \
+  X(kEndLasts, "end-lasts", kAtEnd, kHolds,                                                       \
+    "A power cut directly after the run leaves installed what exit code 0, 6 or 7 reported, the " \
+    "moved markers after 0, and a baseline that was reported as restored (not checked under the " \
+    "weaker model).")                                                                             \
   X(kNoTemporaryLeft, "no-temporary-left", kAtEnd, kMayBreak,                                     \
     "A run without disturbance leaves no temporary file.")                                        \
+  X(kNoDirectoryLeft, "no-directory-left", kAtEnd, kMayBreak,                                     \
+    "A run without disturbance leaves no directory in the target that the update made and that "  \
+    "the version in place does not need.")                                                        \
   X(kNothingLeaked, "nothing-leaked", kAtEnd, kHolds, "The run has closed every handle.")         \
   X(kConverges, "converges", kAtEnd, kMayBreak,                                                   \
     "Undisturbed runs end installed, at the latest the third; on one volume the first one does, " \

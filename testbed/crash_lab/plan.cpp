@@ -23,11 +23,13 @@ std::vector<Campaign> CampaignsOf(const Scenario& scenario, const Round& round) 
   if (HasTwoVolumes(scenario) || !forward) return {};
   std::vector<Campaign> campaigns;
   const bool undisturbed = scenario.runs.front().faults.empty();
-  if (undisturbed && !scenario.prepare && !scenario.plan.baseline.empty()) {
+  if (!scenario.plan.baseline.empty()) {
     campaigns.push_back({"an adversary", Interfere, round.acts});
   }
   campaigns.push_back({"calls fail", BreakCalls, round.failing_calls});
   if (undisturbed) campaigns.push_back({"damage", Damage, round.corruptions});
+  campaigns.push_back({"failing calls and power cuts combined", FailAndCut, round.combined});
+  for (Campaign& campaign : campaigns) campaign.cases = std::min(campaign.cases, scenario.cases);
   return campaigns;
 }
 
@@ -89,6 +91,7 @@ Round WideRound(std::uint64_t seed) {
   round.seed = seed;
   round.bounds = {.losses = 4096, .second_cuts = 400, .second_losses = 16, .third_cuts = 2000};
   round.failing_calls = round.acts = round.corruptions = 4000;
+  round.combined = 100;
   return round;
 }
 
@@ -108,7 +111,8 @@ std::vector<Job> JobsOf(const std::vector<Scenario>& scenarios, const Round& rou
 std::optional<Figures> ReplayInCampaign(const Scenario& scenario, std::string_view tried,
                                         std::string& transcript) {
   static constexpr std::pair<std::string_view, decltype(Campaign::carry_out)> kCampaigns[] = {
-      {"act:", Interfere}, {"damage:", Damage}, {"fault:", BreakCalls}, {"memory:", BreakCalls}};
+      {"act:", Interfere},    {"damage:", Damage},     {"fault-and-cuts:", FailAndCut},
+      {"fault:", BreakCalls}, {"memory:", BreakCalls}, {"wrong-copy:", BreakCalls}};
   const auto* const campaign = std::ranges::find_if(
       kCampaigns, [&](const auto& one) { return tried.starts_with(one.first); });
   if (campaign == std::end(kCampaigns)) return std::nullopt;

@@ -21,6 +21,7 @@ struct Round {
   std::uint64_t failing_calls = 700;  // Cases of one scenario, unless it is thorough; likewise:
   std::uint64_t acts = 500;
   std::uint64_t corruptions = 700;
+  std::uint64_t combined = 6;
   bool first = false;  // No campaign continues after its first violation.
 };
 

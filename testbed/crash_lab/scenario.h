@@ -1,5 +1,5 @@
-// What is explored: a starting disk, the runs made on it, and what the computer does meanwhile. A
-// scenario is data; everything that explores takes any of them.
+// Scenarios: a starting disk, the runs made on it, and what fails in them. A scenario is data; the
+// explorer and every campaign take any of them.
 
 #pragma once
 
@@ -11,16 +11,18 @@
 
 namespace tolvarine::updater::crash_lab {
 
-// How the updater is entered: from its command line, or, for the policy that its command line never
-// chooses, at the engine.
+// How the updater is entered: from its command line, or at the engine for the policy that the
+// command line never chooses.
 enum class EntryPoint { kMainSequence, kRestoreBaseline };
 
-// How much may be demanded of a run that something was done to.
+// What disturbs a run, and so how much is demanded of it.
 enum class Disturbance {
   kNone,
   kOnce,     // One failure: the run must end whole.
   kLasting,  // Failures that stay: every name stays whole, but the names may be of two versions.
-  kFalseAnswer,  // What is there was said to be missing, or changed meanwhile: safety alone.
+  // A query said of something that it is missing, or somebody changed it: every name is whole or
+  // missing, and the end is not checked.
+  kFalseAnswer,
 };
 
 // One run of the updater, with what fails in it.
@@ -48,6 +50,12 @@ struct Scenario {
   // Every failure and every act is tried in every round, and all damage at a few states; otherwise a
   // sample.
   bool thorough = false;
+  // How many losses of one state are looked at, at most.
+  std::uint64_t losses = ~std::uint64_t{0};
+  // How many cases of each campaign are tried, at most.
+  std::uint64_t cases = ~std::uint64_t{0};
+  // A file of the installation that is hidden, if the plan has it.
+  std::u16string hidden = u"lib/core.dll";
 };
 
 // All of them, in the order of the report.

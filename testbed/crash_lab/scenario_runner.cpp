@@ -1,22 +1,51 @@
 #include "crash_lab/scenario_runner.h"
 
+#include <algorithm>
+#include <array>
+
 #include "engine/transaction_run.h"
+#include "platform/files.h"
 #include "simulated_windows/file_system.h"
 #include "simulated_windows/objects.h"
 
 namespace tolvarine::updater::crash_lab {
 namespace {
 
+using simulated::Call;
 using simulated::Computer;
+using simulated::SimulatedUpdate;
 
 constexpr int kConvergenceRuns = 3;
+// How many losses are looked at after the end of a run.
+constexpr std::uint64_t kLossesAfterEnd = 64;
 
 std::size_t OpenHandles(Computer& computer) {
   return computer.files().open_handles() + computer.objects().open_handles() +
          computer.objects().open_hashes();
 }
 
+// Nothing is disturbed, or one call that writes, flushes, copies or moves fails.
+bool LeavesCleanupAlone(const PlannedRun& run) {
+  static constexpr std::array kWriting = {Call::MoveFileExW, Call::CopyFileW, Call::WriteFile,
+                                          Call::FlushFileBuffers, Call::Fwrite};
+  if (run.disturbance == Disturbance::kNone) return true;
+  return run.disturbance == Disturbance::kOnce && run.faults.size() == 1 &&
+         run.faults.front().times == 1 &&
+         std::ranges::find(kWriting, run.faults.front().call) != kWriting.end();
+}
+
 bool IsInstalledExit(const RunEnd& end) { return end.exit_code == 0 || end.exit_code == 7; }
+
+// Hides a file of the installation, if it is there.
+SimulatedUpdate& Hidden(SimulatedUpdate& update, const std::u16string& file) {
+  constexpr std::uint32_t kHidden = 0x2;
+  if (update.plan.baseline.contains(file)) {
+    update.computer.disk.SetAttributes(update.TargetPath(file),
+                                       kHidden | platform::kFileAttributeArchive);
+    update.computer.disks.Settle();
+  }
+  return update;
+}
 
 }  // namespace
 
@@ -30,7 +59,10 @@ std::string CallsOf(const Computer& computer) {
 }
 
 ScenarioRunner::ScenarioRunner(const Scenario& scenario, std::string* transcript)
-    : scenario_(scenario), transcript_(transcript), update_(scenario.plan), checker_(update_) {
+    : scenario_(scenario),
+      transcript_(transcript),
+      update_(scenario.plan),
+      checker_(Hidden(update_, scenario.hidden)) {
   update_.computer.calls.keep_trace = transcript != nullptr;
   if (scenario_.prepare) scenario_.prepare(update_);
   update_.computer.disks.Settle();
@@ -62,7 +94,12 @@ EndedRun ScenarioRunner::Run(const Disks& disks, const PlannedRun& run,
   RunEnd end;
   end.entry_point = run.entry_point;
   end.disturbance = run.disturbance;
+  end.cleanup_undisturbed = LeavesCleanupAlone(run) && !visit_call;
+  end.found = checker_.JournalOf(ImageOf(disks)).phase;
   end.log_before = update_.Log();
+  before_ = ImageOf(disks);
+  if (visit_state) checker_.StartRun(before_, run.disturbance);
+  const Image at_start = before_;
   std::uint64_t version = computer.disks.version();
   std::uint64_t state = 0;
   if (visit_state || visit_call) {
@@ -82,33 +119,48 @@ EndedRun ScenarioRunner::Run(const Disks& disks, const PlannedRun& run,
   end.starts = computer.desktop.starts;
   end.log_after = update_.Log();
   end.open_handles = end.abnormal ? 0 : OpenHandles(computer);
-  end.changed_names = !checker_.SameNames(ImageOf(disks), ImageOf(computer.disks.volumes));
+  end.changed_names = !checker_.SameNames(at_start, ImageOf(computer.disks.volumes));
   return {std::move(end), computer.disks.volumes};
 }
 
 EndedRun ScenarioRunner::CheckedRun(const Disks& disks, const PlannedRun& run,
                                     const std::string& replay, const StateVisitor& visit_state,
                                     const CallVisitor& visit_call) {
-  EndedRun ended = Run(disks, run, visit_state, visit_call);
-  if (transcript_ != nullptr) Tell(disks, ended);
-  const std::size_t first = figures_.violations.size();
-  if (!ended.end.abnormal) checker_.CheckEnd(ended.end, ImageOf(ended.disks), figures_);
+  std::size_t first = figures_.violations.size();
+  const StateVisitor check = [&](std::uint64_t, const Disks& now) {
+    CheckState(now, run.disturbance);
+  };
+  EndedRun ended = Run(disks, run, visit_state ? visit_state : check, visit_call);
+  if (visit_state) first = figures_.violations.size();  // The visitor has attributed its own.
+  if (transcript_ != nullptr) WriteTranscript(disks, ended);
+  if (!ended.end.abnormal) CheckEnd(ended);
   Attribute(first, replay);
   return ended;
 }
 
-std::optional<std::uint64_t> ScenarioRunner::CheckState(const Disks& disks, std::uint64_t state,
+void ScenarioRunner::CheckEnd(const EndedRun& ended) {
+  const Image after = ImageOf(ended.disks);
+  checker_.CheckEnd(ended.end, after, figures_);
+  const bool checked = ended.end.disturbance != Disturbance::kFalseAnswer;
+  if (!checked || !computer().disks.write_through_holds) return;
+  const LossSpace space(ended.disks);
+  for (std::uint64_t loss = 0; loss < std::min(space.count(), kLossesAfterEnd); ++loss) {
+    const Image left = ImageOf(AfterCut(ended.disks, space.At(loss)));
+    checker_.CheckCutAfterEnd(ended.end, after, left, figures_);
+  }
+}
+
+std::optional<std::uint64_t> ScenarioRunner::CheckState(const Disks& disks,
                                                         Disturbance disturbance) {
   Image now = ImageOf(disks);
-  if (state > 1 && disturbance != Disturbance::kFalseAnswer)
-    checker_.CheckChange(before_, now, figures_);
+  if (disturbance != Disturbance::kFalseAnswer) checker_.CheckChange(before_, now, figures_);
   const std::optional<std::uint64_t> generation = checker_.JournalOf(now).generation;
   checker_.CheckState(now, generation, disturbance, figures_);
   before_ = std::move(now);
   return generation;
 }
 
-void ScenarioRunner::Tell(const Disks& before, const EndedRun& ended) {
+void ScenarioRunner::WriteTranscript(const Disks& before, const EndedRun& ended) {
   transcript_->append("--- a run starts on\n").append(Describe(ImageOf(before)));
   transcript_->append("--- its calls\n").append(CallsOf(update_.computer));
   transcript_->append("--- it ends ");

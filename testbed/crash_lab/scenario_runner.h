@@ -1,6 +1,5 @@
-// The runner on which a scenario is run again and again: it boots from any disks, runs the
-// updater, shows every state of the disks on the way, and holds the invariants against what it
-// sees.
+// Runs a scenario again and again: starts the computer on any disks, runs the updater, passes every
+// state of the disks to a visitor, and checks the invariants.
 
 #pragma once
 
@@ -29,12 +28,12 @@ struct EndedRun {
   Disks disks;
 };
 
-// The calls that the computer has kept, a line for each.
+// The calls in the computer's trace, a line for each.
 [[nodiscard]] std::string CallsOf(const simulated::Computer& computer);
 
 class ScenarioRunner {
  public:
-  // Tells its checked runs in `transcript`, if there is one: their calls, the disk before and after.
+  // Writes its checked runs to `transcript`, if there is one: calls, the disk before and after.
   explicit ScenarioRunner(const Scenario& scenario, std::string* transcript = nullptr);
   ScenarioRunner(const ScenarioRunner&) = delete;
   ScenarioRunner& operator=(const ScenarioRunner&) = delete;
@@ -49,30 +48,31 @@ class ScenarioRunner {
   [[nodiscard]] Checker& check() { return checker_; }
   [[nodiscard]] Figures& figures() { return figures_; }
 
-  // One run from `disks` to its end. An exception that leaves the program ends it abnormally, as on
-  // AcceptedOutcomes; the disks stay as they then are.
+  // One run from `disks` to its end. A bad_alloc that leaves the program ends the run abnormally;
+  // the disks stay as they then are.
   EndedRun Run(const Disks& disks, const PlannedRun& run, const StateVisitor& visit_state = nullptr,
                const CallVisitor& visit_call = nullptr);
 
-  // The same, checked at its end. Violations are marked with `replay`.
+  // The same, with its end checked, and what a power cut directly after it leaves. Without a
+  // visitor of its own, every state is checked, too. Violations get `replay` as the way to them.
   EndedRun CheckedRun(const Disks& disks, const PlannedRun& run, const std::string& replay,
                       const StateVisitor& visit_state = nullptr,
                       const CallVisitor& visit_call = nullptr);
 
-  // Holds the invariants against a state of the run as the program sees it, and against the change
-  // from the state before, if that was checked too. Returns the generation that a load would find.
-  std::optional<std::uint64_t> CheckState(const Disks& disks, std::uint64_t state,
-                                          Disturbance disturbance);
+  // Checks a state of the run as the program sees it, and the change from the state that was
+  // checked before it, or from the start of the run. Returns the generation that a load finds.
+  std::optional<std::uint64_t> CheckState(const Disks& disks, Disturbance disturbance);
 
-  // Makes undisturbed runs until there is nothing left to do, and checks where they lead.
+  // Makes undisturbed runs until one installs the update, at most three, and checks their ends.
   void Converge(Disks disks, const std::string& replay);
 
-  // Marks the violations from number `first` on with the way to them.
+  // Gives the violations from number `first` on the way to them.
   void Attribute(std::size_t first, const std::string& replay);
 
  private:
   void Enter(const PlannedRun& run, RunEnd& end);
-  void Tell(const Disks& before, const EndedRun& ended);
+  void CheckEnd(const EndedRun& ended);
+  void WriteTranscript(const Disks& before, const EndedRun& ended);
 
   const Scenario& scenario_;
   std::string* const transcript_;
@@ -81,7 +81,7 @@ class ScenarioRunner {
   Figures figures_;
   std::uint64_t calls_ = 0;
   Disks start_;
-  Image before_;                       // The state that was checked last.
+  Image before_;                       // The state that was checked last, or the start of the run.
   std::set<std::uint64_t> converged_;  // Disks from which undisturbed runs have been followed.
 };
 

@@ -60,6 +60,16 @@ UpdatePlan WithoutDeletions() {
   return plan;
 }
 
+// Longer than the blocks in which files are read and written.
+constexpr std::size_t kSeveralBlocks = 70000;
+
+UpdatePlan SeveralBlocksPlan() {
+  UpdatePlan plan = SmallPlan();
+  plan.baseline[u"lib/core.dll"] = std::string(kSeveralBlocks, 'o') + "the old end";
+  plan.release[u"lib/core.dll"] = std::string(kSeveralBlocks, 'n') + "the new end";
+  return plan;
+}
+
 // The rename that puts a file of the release in its place fails once.
 Fault RefusedRename(std::u16string_view file) {
   return {.call = Call::MoveFileExW,
@@ -69,7 +79,8 @@ Fault RefusedRename(std::u16string_view file) {
           .path_suffix = u"\\Program Files\\Tolvarine\\" + Path(file) + u".tolvarine-update-new"};
 }
 
-// Runs the engine until the hook's moment, and leaves the disk as the death of the process would.
+// Runs the engine until the hook is called at this point, and leaves the disk as it is when the
+// process ends there.
 void RunUntil(SimulatedUpdate& update, CrashPoint point, std::uint64_t entry) {
   TransactionRequest request = update.Request();
   request.crash_hook = [=](CrashPoint reached, std::uint64_t index) {
@@ -118,15 +129,27 @@ std::string OlderText(const TransactionJournal& journal) {
   return body + "\n";
 }
 
-// Stops in the middle of applying and rewrites both slots as an older updater would have.
-void UntilOlderJournal(SimulatedUpdate& update) {
+// Stops in the middle of applying and rewrites both slots.
+void UntilRewrittenJournal(SimulatedUpdate& update,
+                           const std::function<std::string(TransactionJournal)>& text) {
   RunUntil(update, CrashPoint::ApplyEntryDone, 1);
   for (const char16_t* slot : {u"journal.0", u"journal.1"}) {
     const Path path = JoinPath(update.layout.transaction, slot);
     const std::optional<TransactionJournal> journal =
         ParseJournal(*update.computer.disk.ReadFile(path));
-    update.computer.disk.WriteFile(path, OlderText(*journal));
+    update.computer.disk.WriteFile(path, text(*journal));
   }
+}
+
+// As an older updater leaves it.
+void UntilOlderJournal(SimulatedUpdate& update) { UntilRewrittenJournal(update, OlderText); }
+
+// With the text of an earlier failure, which stays in the journal while entries are applied.
+void UntilLongJournal(SimulatedUpdate& update) {
+  UntilRewrittenJournal(update, [](TransactionJournal journal) {
+    journal.error = std::string(kSeveralBlocks / 2, 'e');
+    return SerializeJournal(journal);
+  });
 }
 
 PlannedRun Plain() { return {}; }
@@ -161,6 +184,12 @@ std::vector<Scenario> ForwardScenarios() {
       {"executable in another case", OtherCasePlan(), {}, {Plain()}},
       {"finalization", SmallPlan(), UntilCommitted, {Plain()}},
       {"older journal", WithoutDeletions(), UntilOlderJournal, {Plain()}},
+      {.name = "files of several blocks",
+       .plan = SeveralBlocksPlan(),
+       .prepare = UntilLongJournal,
+       .runs = {Plain()},
+       .losses = 4,
+       .cases = 100},
   };
 }
 

@@ -62,8 +62,8 @@ SimulatedUpdate::SimulatedUpdate(UpdatePlan update_plan) : plan(std::move(update
   SetUp(computer, source, plan.release);
   SetUp(computer, target, plan.baseline);
   computer.disk.WriteFile(layout.pending_marker, kPendingContent);
-  computer.disk.WriteFile(layout.launched_marker, "{}");
-  computer.disk.WriteFile(layout.archive, "archive");
+  computer.disk.WriteFile(layout.launched_marker, kLaunchedContent);
+  computer.disk.WriteFile(layout.archive, kArchiveContent);
   computer.disk.WriteFile(layout.installed_manifest, kPreviousManifest);
   computer.disks.Settle();
 

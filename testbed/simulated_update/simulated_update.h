@@ -38,6 +38,8 @@ inline constexpr std::u16string_view kUpdateId =
     u"f0e1d2c3b4a5968778695a4b3c2d1e0ff0e1d2c3b4a5968778695a4b3c2d1e0f";
 
 inline constexpr std::string_view kPendingContent = "{\"pending\": true}\n";
+inline constexpr std::string_view kLaunchedContent = "{}";
+inline constexpr std::string_view kArchiveContent = "archive";
 inline constexpr std::string_view kPreviousManifest = "{\"previous\": true}\n";
 
 class SimulatedUpdate {
