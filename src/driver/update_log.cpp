@@ -2,13 +2,12 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <string>
 
 #include "files/unique_handle.h"
 #include "platform/files.h"
-#include "platform/text.h"
 #include "platform/time.h"
+#include "text/utf8.h"
 
 namespace tolvarine::updater {
 namespace {
@@ -77,20 +76,6 @@ std::u16string Prefix(std::u16string_view level) {
   AppendOffset(text, OffsetFromUtc());
   text.append(u"] [").append(level).append(u"] [Updater] ");
   return text;
-}
-
-// The record as UTF-8, lone surrogates replaced; empty where the conversion fails.
-std::string LenientUtf8(std::u16string_view text) {
-  if (text.size() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) return {};
-  const auto length = static_cast<std::int32_t>(text.size());
-  const auto convert = [&](char* output, std::int32_t size) {
-    return platform::WideCharToMultiByte(platform::kCpUtf8, 0, text.data(), length, output, size,
-                                         nullptr);
-  };
-  const std::int32_t size = convert(nullptr, 0);
-  if (size < 1) return {};
-  std::string bytes(static_cast<std::size_t>(size), '\0');
-  return convert(bytes.data(), size) == size ? bytes : std::string();
 }
 
 // Several processes may append. The access right makes each write go to the end of the file, and a

@@ -1,7 +1,8 @@
-// Flushing and replacing by path.
+#include "files/durability.h"
+
+#include <cstdint>
 
 #include "files/failure.h"
-#include "files/file_operations.h"
 #include "files/unique_handle.h"
 #include "platform/files.h"
 
@@ -15,7 +16,7 @@ void FlushFile(PathView path) {
   if (!file) ThrowLastError();
   const bool flushed = platform::FlushFileBuffers(file.get());
   const std::uint32_t code = platform::GetLastError();
-  file.Reset();
+  file.Reset();  // Before the message for the code is asked for.
   if (!flushed) throw SystemError(code);
 }
 

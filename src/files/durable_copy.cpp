@@ -1,18 +1,18 @@
 #include "files/durable_copy.h"
 
-#include <array>
-#include <optional>
+#include <string_view>
 
+#include "files/directories.h"
+#include "files/durability.h"
 #include "files/failure.h"
-#include "files/file_operations.h"
+#include "files/read_blocks.h"
+#include "files/removal.h"
 #include "files/unique_handle.h"
 #include "platform/error_codes.h"
 #include "platform/files.h"
 
 namespace tolvarine::updater {
 namespace {
-
-constexpr std::uint32_t kBufferSize = 65536;
 
 void RemoveStaleTemporary(const Path& extended) {
   if (platform::DeleteFileW(extended.c_str())) return;
@@ -21,27 +21,23 @@ void RemoveStaleTemporary(const Path& extended) {
   throw SystemError(code, "Could not remove stale backup or restore temporary");
 }
 
-// The code of a failed or short write. A short write is a success to the system, so the last error
-// may be 0.
+// The code of a failed or short write. To the system a short write is a success, so there may be no
+// last error.
 std::uint32_t WriteFailureCode() {
   const std::uint32_t code = platform::GetLastError();
   return code != 0 ? code : platform::kErrorWriteFault;
 }
 
-// Nothing when everything is written and flushed, else the code of the failure, which may be 0.
-std::optional<std::uint32_t> CopyAndFlush(platform::Handle from, platform::Handle to) {
-  std::array<char, kBufferSize> buffer{};
-  for (;;) {
-    std::uint32_t read = 0;
-    if (!platform::ReadFile(from, buffer.data(), kBufferSize, &read)) {
-      return platform::GetLastError();
-    }
-    if (read == 0) break;
+FailureCode CopyAndFlush(platform::Handle from, platform::Handle to) {
+  const FailureCode failure = ReadBlocks(from, [&](std::string_view block) -> FailureCode {
+    const auto size = static_cast<std::uint32_t>(block.size());
     std::uint32_t written = 0;
-    if (!platform::WriteFile(to, buffer.data(), read, &written) || written != read) {
+    if (!platform::WriteFile(to, block.data(), size, &written) || written != size) {
       return WriteFailureCode();
     }
-  }
+    return std::nullopt;
+  });
+  if (failure) return failure;
   if (!platform::FlushFileBuffers(to)) return platform::GetLastError();
   return std::nullopt;
 }
@@ -66,16 +62,16 @@ void CopyLockedFileToTemporary(const LockedReleaseFile& file, const Path& tempor
   const Path parent = ParentPath(temporary);
   const std::uint32_t parent_code = CreateDirectories(parent);
   if (parent_code != 0) throw FilesystemError("create_directories", parent_code, parent);
-  RemoveEntry(temporary);  // If it stays, the creation fails on it.
+  RemoveEntry(temporary);  // If this fails, so does the creation.
   FileHandle target(platform::CreateFileW(temporary.c_str(), platform::kGenericWrite,
                                           platform::kFileShareNone, platform::kCreateNew,
                                           platform::kFileAttributeNormal));
   if (!target) ThrowLastError("Could not create target temporary file");
-  const std::optional<std::uint32_t> code = CopyAndFlush(file.handle(), target.get());
+  const FailureCode failure = CopyAndFlush(file.handle(), target.get());
   target.Reset();
-  if (!code) return;
+  if (!failure) return;
   RemoveEntry(temporary);
-  throw SystemError(*code, "Could not copy locked release source");
+  throw SystemError(*failure, "Could not copy locked release source");
 }
 
 }  // namespace tolvarine::updater

@@ -1,45 +1,38 @@
 #include "files/failure.h"
 
-#include <limits>
-
 #include "platform/error_codes.h"
-#include "platform/handles.h"
 #include "platform/text.h"
+#include "text/conversion.h"
 
 namespace tolvarine::updater {
 namespace {
 
-// Code pages that hold every well-formed text, refuse any other and know no stand-ins. Of them the
-// file system's code page is UTF-8 at most; a machine's ANSI code page is not resolved here, even
-// where it is one of them.
+// UTF-8 and GB 18030 can spell every well-formed text. The system refuses the question for a
+// default character with them, and offers a flag that refuses lone surrogates instead.
 bool IsUnicodeCodePage(std::uint32_t code_page) {
   return code_page == platform::kCpUtf8 || code_page == platform::kCpGb18030;
 }
 
-// Empty where the conversion fails, with its code in the last error. `stand_in`, where not null,
-// tells whether something had to be replaced.
-std::string Narrow(std::uint32_t code_page, std::uint32_t flags, PathView path, bool* stand_in) {
-  if (path.size() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) {
-    platform::SetLastError(platform::kErrorInvalidParameter);
-    return {};
-  }
-  const auto length = static_cast<std::int32_t>(path.size());
-  const auto convert = [&](char* output, std::int32_t size) {
-    return platform::WideCharToMultiByte(code_page, flags, path.data(), length, output, size,
-                                         stand_in);
-  };
-  const std::int32_t size = convert(nullptr, 0);
-  if (size <= 0) return {};
-  std::string text(static_cast<std::size_t>(size), '\0');
-  return convert(text.data(), size) > 0 ? text : std::string();
+// Empty if the conversion fails, with the code in the last error. `used_default`, unless null,
+// receives whether a character had to be replaced.
+std::string Narrow(std::uint32_t code_page, std::uint32_t flags, PathView path,
+                   bool* used_default) {
+  std::string text;
+  const std::int32_t written =
+      AppendConverted(text, path.size(), [&](std::int32_t length, char* output, std::int32_t size) {
+        return platform::WideCharToMultiByte(code_page, flags, path.data(), length, output, size,
+                                             used_default);
+      });
+  return written > 0 ? text : std::string();
 }
 
-// Stand-ins are welcome here: a failure without its path would say less than one with a poor path.
+// Replaces what the code page cannot hold: a failure with a damaged path says more than one
+// without.
 std::string NarrowLeniently(PathView path) {
   const std::uint32_t code_page = FileSystemCodePage();
   const std::uint32_t flags = IsUnicodeCodePage(code_page) ? 0 : platform::kWcNoBestFitChars;
   std::string text = Narrow(code_page, flags, path, nullptr);
-  // An ANSI code page that is UTF-8 refuses the flag.
+  // The machine's ANSI code page may be UTF-8, which refuses the flag. kCpAcp does not show it.
   return text.empty() && flags != 0 ? Narrow(code_page, 0, path, nullptr) : text;
 }
 
@@ -62,10 +55,10 @@ std::string NarrowPathText(PathView path) {
   const std::uint32_t code_page = FileSystemCodePage();
   const bool unicode = IsUnicodeCodePage(code_page);
   const std::uint32_t flags = unicode ? platform::kWcErrInvalidChars : platform::kWcNoBestFitChars;
-  bool stand_in = false;
-  std::string text = Narrow(code_page, flags, path, unicode ? nullptr : &stand_in);
+  bool used_default = false;
+  std::string text = Narrow(code_page, flags, path, unicode ? nullptr : &used_default);
   if (text.empty()) ThrowLastError();
-  if (stand_in) throw SystemError(platform::kErrorNoUnicodeTranslation);
+  if (used_default) throw SystemError(platform::kErrorNoUnicodeTranslation);
   return text;
 }
 

@@ -1,12 +1,10 @@
-// The failures of the file layer and of everything above it.
+// The failures of this layer and of the layers above it.
 //
-// There are three kinds, all of the standard hierarchy and all with a finished 8-bit text, which is
-// all that anyone above this layer uses: std::runtime_error with a fixed sentence, SystemError with
-// a Win32 code (text/system_error.h), and FilesystemError. A path in a text is narrowed when the
-// failure is thrown; a path in a fixed sentence that cannot be narrowed exactly replaces the
-// failure by that of the conversion.
-//
-// Operations that wrap a single platform result do not throw: they return the code.
+// There are three kinds, all derived from std::runtime_error: std::runtime_error itself with a
+// fixed sentence, SystemError with a Win32 code (text/system_error.h), and FilesystemError. The
+// layers above use nothing but their 8-bit texts. A path in a text is converted when the failure is
+// thrown. If the path in a fixed sentence has no exact form in the code page, the SystemError of
+// the conversion is thrown instead.
 
 #pragma once
 
@@ -20,15 +18,15 @@
 
 namespace tolvarine::updater {
 
-// The code page of path texts in failures: UTF-8 where the C runtime's locale has it, else that of
-// the file calls (kCpAcp or kCpOemcp).
+// The code page of paths in the texts of failures: UTF-8 if the C runtime's locale uses it, else
+// that of the 8-bit file calls (kCpAcp or kCpOemcp).
 [[nodiscard]] std::uint32_t FileSystemCodePage();
 
-// The path in that code page, exactly. Throws SystemError where it has no exact form.
+// The path in that code page, exactly. Throws SystemError if it has no exact form.
 [[nodiscard]] std::string NarrowPathText(PathView path);
 
-// `operation: system message: "path"`, the path in the same code page with stand-ins for what it
-// cannot hold.
+// The text is `operation: system message: "path"`. The path is in the same code page, with default
+// characters for what that cannot hold.
 class FilesystemError : public std::runtime_error {
  public:
   FilesystemError(std::string_view operation, std::uint32_t code, PathView path);
@@ -39,7 +37,8 @@ class FilesystemError : public std::runtime_error {
   std::uint32_t code_;
 };
 
-// Throws std::runtime_error: `sentence`, which ends in ": ", and the path.
+// Throws std::runtime_error with `sentence`, which ends in ": ", followed by the path; SystemError
+// if the path has no exact form.
 [[noreturn]] void ThrowAboutPath(std::string_view sentence, PathView path);
 
 }  // namespace tolvarine::updater

@@ -1,19 +1,16 @@
 #include "files/fingerprint.h"
 
-#include <array>
-#include <cstddef>
 #include <string>
 
 #include "files/failure.h"
-#include "files/file_operations.h"
+#include "files/read_blocks.h"
+#include "files/status.h"
 #include "files/unique_stream.h"
 #include "platform/streams.h"
 #include "text/fnv1a.h"
 
 namespace tolvarine::updater {
 namespace {
-
-constexpr std::size_t kBufferSize = 65536;
 
 bool HasFingerprint(const Path& path, std::uint64_t size, std::uint64_t fnv1a) {
   const FileStatus status = QueryStatus(path);
@@ -28,13 +25,8 @@ bool HasFingerprint(const Path& path, std::uint64_t size, std::uint64_t fnv1a) {
 std::uint64_t Fnv1aOfFile(const Path& path) {
   const UniqueStream stream = OpenStream(path, u"rb");
   if (!stream) ThrowAboutPath("Could not open file for hashing: ", path);
-  std::array<char, kBufferSize> buffer{};
   std::uint64_t hash = kFnv1aOffsetBasis;
-  for (;;) {
-    const std::size_t count = platform::fread(buffer.data(), kBufferSize, stream.get());
-    hash = Fnv1a64({buffer.data(), count}, hash);
-    if (count < kBufferSize) break;
-  }
+  ReadBlocks(stream.get(), [&](std::string_view block) { hash = Fnv1a64(block, hash); });
   if (platform::ferror(stream.get()) != 0) ThrowAboutPath("Could not hash file: ", path);
   return hash;
 }

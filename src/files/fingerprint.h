@@ -1,5 +1,6 @@
-// Fingerprints of files that are already in the installation or in the backup. They detect that a
-// file is not what was recorded; they hold no writer off, follow links and authenticate nothing.
+// Fingerprints of files in the installation and in the backup. They detect that a file is not what
+// was recorded; they do not authenticate it. Links are followed, and other programs may write to
+// the file meanwhile.
 
 #pragma once
 
@@ -10,11 +11,11 @@
 
 namespace tolvarine::updater {
 
-// The FNV-1a of a file's bytes. Throws std::runtime_error for a file that cannot be opened or read.
+// The FNV-1a hash of a file's bytes. Throws std::runtime_error if it cannot be opened or read.
 [[nodiscard]] std::uint64_t Fnv1aOfFile(const Path& path);
 
-// Returns when the path names a regular file of this size (in bytes) and fingerprint. Otherwise
-// throws std::runtime_error "<label> failed verification: <path>", or what Fnv1aOfFile throws.
+// Checks that the path names a regular file of this size, in bytes, and with this fingerprint. If
+// not, throws std::runtime_error "<label> failed verification: <path>", or what Fnv1aOfFile throws.
 void VerifyFileFingerprint(const Path& path, std::uint64_t size, std::uint64_t fnv1a,
                            std::string_view label);
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "files/failure.h"
+#include "files/read_blocks.h"
 #include "platform/files.h"
 #include "text/decimal.h"
 #include "text/hex.h"
@@ -12,15 +13,15 @@
 namespace tolvarine::updater {
 namespace {
 
-constexpr std::uint32_t kBufferSize = 65536;
 constexpr std::uint32_t kDigestSize = 32;
 constexpr std::string_view kCannotInitialize = "Could not initialize SHA-256";
 constexpr std::string_view kCannotHash = "Could not hash release source";
 
-// SHA-256 over BCrypt. The provider is opened for each file; nothing is kept between files.
+// SHA-256 by BCrypt. A provider is opened for each file.
 class Sha256 {
  public:
-  // The steps are not the constructor's, since a destructor follows only a whole construction.
+  // Begin is not part of the constructor: after a constructor that throws, no destructor runs, and
+  // the handles would leak.
   Sha256() = default;
   Sha256(const Sha256&) = delete;
   Sha256& operator=(const Sha256&) = delete;
@@ -42,8 +43,9 @@ class Sha256 {
                         kCannotInitialize);
   }
 
-  void Add(const char* data, std::uint32_t size) {
-    ThrowIfBcryptFailed(platform::BCryptHashData(hash_, data, size), kCannotHash);
+  void Add(std::string_view bytes) {
+    const auto size = static_cast<std::uint32_t>(bytes.size());
+    ThrowIfBcryptFailed(platform::BCryptHashData(hash_, bytes.data(), size), kCannotHash);
   }
 
   std::array<char, kDigestSize> Finish() {
@@ -108,15 +110,11 @@ LockedReleaseFile::LockedReleaseFile(const Path& path) : path_(path), handle_(Op
 std::string Sha256OfLockedFile(const LockedReleaseFile& file) {
   Sha256 sha256;
   sha256.Begin();
-  std::array<char, kBufferSize> buffer{};
-  for (;;) {
-    std::uint32_t count = 0;
-    if (!platform::ReadFile(file.handle(), buffer.data(), kBufferSize, &count)) {
-      ThrowLastError(kCannotHash);
-    }
-    if (count == 0) break;
-    sha256.Add(buffer.data(), count);
-  }
+  const FailureCode failure = ReadBlocks(file.handle(), [&](std::string_view block) -> FailureCode {
+    sha256.Add(block);
+    return std::nullopt;
+  });
+  if (failure) throw SystemError(*failure, kCannotHash);
   const std::array<char, kDigestSize> digest = sha256.Finish();
   if (!platform::SetFilePointerEx(file.handle(), 0, platform::kFileBegin)) {
     ThrowLastError("Could not rewind release source");

@@ -1,8 +1,8 @@
 // A release file that nobody can change while it is checked and installed.
 //
-// The staged release lies where other processes reach it. A LockedReleaseFile is an open handle
-// that admits no writer and no deleter, under any name of the file, and through which the file is
-// both hashed and copied: what is hashed is what is copied. At most one is alive at a time.
+// Other processes can reach the staged release. A LockedReleaseFile keeps the file open so that
+// nobody can write to it or delete it under any of its names. The file is hashed and copied through
+// the same handle, so the bytes that are hashed are the bytes that are copied.
 
 #pragma once
 
@@ -16,13 +16,13 @@
 
 namespace tolvarine::updater {
 
-// Once constructed: a file that is neither a directory nor a reparse point of any kind, with a
-// single name, which no other handle can write to or delete until this object is destroyed.
+// A file that is neither a directory nor any reparse point and that has a single name. No other
+// handle can write to it or delete it until this object is destroyed.
 class LockedReleaseFile {
  public:
-  // `path` comes from SafeJoin and is taken as given. Throws SystemError where the file cannot be
-  // opened under these terms (a directory or a link to one, or a file that somebody holds for
-  // writing or deleting; it is not waited for) or cannot be inspected, and std::runtime_error for
+  // `path` comes from SafeJoin and is handed to the platform as given. Throws SystemError if the
+  // file cannot be inspected or cannot be opened this way: a directory, a link to one, or a file
+  // that is open for writing or deleting, for which it does not wait. Throws std::runtime_error for
   // any other reparse point and for a file with more than one name.
   explicit LockedReleaseFile(const Path& path);
 
@@ -37,13 +37,12 @@ class LockedReleaseFile {
 };
 
 // The SHA-256 of the whole file as 64 lower-case hexadecimal digits. The read position must be at
-// the start, and is there again on return. Throws SystemError for a read or the rewind and
-// std::runtime_error for the hash functions; the position may then be anywhere.
+// the start, and is at the start again on return. Throws SystemError if a read or the rewind fails
+// and std::runtime_error if a hash function does; the position is then undefined.
 [[nodiscard]] std::string Sha256OfLockedFile(const LockedReleaseFile& file);
 
-// True when the locked file has this size, in bytes, and this digest, as 64 lower-case digits. A
-// file of another size is not read. Throws, and treats the read position, as Sha256OfLockedFile
-// does.
+// True if the locked file has this size, in bytes, and this digest, in the form above. A file of
+// another size is not read. For the read position and for failures see Sha256OfLockedFile.
 [[nodiscard]] bool MatchesRelease(const LockedReleaseFile& file, std::uint64_t size,
                                   std::string_view sha256);
 

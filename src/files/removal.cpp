@@ -1,15 +1,18 @@
-// Removing entries and trees.
+#include "files/removal.h"
 
-#include "files/file_operations.h"
+#include <optional>
+#include <utility>
+
+#include "files/enumeration.h"
+#include "files/status.h"
 #include "files/unique_handle.h"
 #include "platform/error_codes.h"
 #include "platform/files.h"
+#include "platform/handles.h"
 
 namespace tolvarine::updater {
 namespace {
 
-// An entry that was just removed may linger while somebody else still holds it. The attempts follow
-// one another at once.
 constexpr int kDirectoryRemovalAttempts = 10;
 
 struct OpenedForRemoval {
@@ -28,7 +31,7 @@ OpenedForRemoval OpenForRemoval(const Path& path) {
   opened.file =
       open(platform::kDelete | platform::kFileReadAttributes | platform::kFileWriteAttributes);
   opened.may_write_attributes = static_cast<bool>(opened.file);
-  // The right to delete can come from the directory alone, where the entry grants nothing.
+  // Where the entry itself grants nothing, its directory can still grant the right to delete it.
   if (!opened.file && platform::GetLastError() == platform::kErrorAccessDenied) {
     opened.file = open(platform::kDelete);
   }
@@ -47,8 +50,7 @@ std::uint32_t DisposeExtended(const FileHandle& file, std::uint32_t flags) {
                                                                        : platform::GetLastError();
 }
 
-// For volumes and systems that do not know how to ignore the read-only attribute, or POSIX
-// semantics at all.
+// For volumes and systems that cannot ignore the read-only attribute, or that lack POSIX semantics.
 std::uint32_t DisposeFallback(const FileHandle& file) {
   const std::uint32_t code = DisposeExtended(
       file, platform::kFileDispositionDelete | platform::kFileDispositionPosixSemantics);
@@ -58,7 +60,7 @@ std::uint32_t DisposeFallback(const FileHandle& file) {
                                                                        : platform::GetLastError();
 }
 
-// Clears a read-only attribute for the attempt, and puts it back if the attempt is refused again.
+// Clears a read-only attribute, tries again, and restores the attribute if access is denied again.
 std::uint32_t DisposeWithoutReadonly(const FileHandle& file) {
   platform::FileBasicInfo basic;
   if (!platform::GetFileInformationByHandleEx(file.get(), &basic)) return platform::GetLastError();
@@ -67,7 +69,7 @@ std::uint32_t DisposeWithoutReadonly(const FileHandle& file) {
   }
   platform::FileBasicInfo writable = basic;
   writable.attributes &= ~platform::kFileAttributeReadonly;
-  // Attributes of 0 would leave them as they are.
+  // To the call, attributes of 0 mean "unchanged".
   if (writable.attributes == 0) writable.attributes = platform::kFileAttributeNormal;
   if (!platform::SetFileInformationByHandle(file.get(), writable)) return platform::GetLastError();
   const std::uint32_t code = DisposeFallback(file);
@@ -91,7 +93,8 @@ bool MayYetEmpty(std::uint32_t code) {
   return code == platform::kErrorDirNotEmpty || code == platform::kErrorAccessDenied;
 }
 
-// Removes a directory that the walk has emptied.
+// Removes a directory whose entries were removed. Somebody else may still have an entry open, which
+// then stays in the directory until it is closed. The attempts follow each other without a wait.
 RemovalResult RemoveEmptied(const Path& path) {
   RemovalResult result = RemoveEntry(path);
   for (int attempt = 1; attempt < kDirectoryRemovalAttempts && MayYetEmpty(result.error);
@@ -101,14 +104,62 @@ RemovalResult RemoveEmptied(const Path& path) {
   return result;
 }
 
-// What an entry is may have changed since its directory's record was read.
-TreeRemovalResult RemoveEntryOrTree(const Path& path) {
-  const FileStatus status = QueryLinkStatus(path);
-  if (status.kind == FileKind::none) return {0, status.error};
-  if (status.kind == FileKind::directory) return RemoveTree(path);
-  const RemovalResult result = RemoveEntry(path);
-  return {result.removed ? 1U : 0U, result.error};
-}
+class TreeRemoval {
+ public:
+  TreeRemovalResult Run(const Path& root, const Path& last) {
+    open_.Enter(root);
+    bool last_is_left = false;
+    while (result_.error == 0 && open_.depth() != 0) {
+      const bool at_root = open_.depth() == 1;
+      const std::optional<TreeEntry> entry = open_.innermost().Next();
+      if (entry && at_root && entry->path == last) {
+        last_is_left = true;
+      } else if (entry) {
+        Remove(entry->path);
+      } else if (EnumerationFailed()) {
+        result_.error = open_.innermost().code();
+      } else if (at_root && std::exchange(last_is_left, false)) {
+        Remove(last);
+      } else {
+        RemoveInnermost();
+      }
+    }
+    return result_;
+  }
+
+ private:
+  // A directory that is missing needs no removal. A file in its place is removed as an entry.
+  [[nodiscard]] bool EnumerationFailed() {
+    const std::uint32_t code = open_.innermost().code();
+    return code != 0 && !IsNotFoundError(code);
+  }
+
+  // Asks for the kind again: it may have changed since the directory's record was read.
+  void Remove(const Path& entry) {
+    const FileStatus status = QueryLinkStatus(entry);
+    if (status.kind == FileKind::none) {
+      result_.error = status.error;
+    } else if (status.kind == FileKind::directory) {
+      open_.Enter(entry);
+    } else {
+      Count(RemoveEntry(entry));
+    }
+  }
+
+  void RemoveInnermost() {
+    const Path directory = open_.innermost().directory();
+    open_.Leave();
+    Count(RemoveEmptied(directory));
+  }
+
+  void Count(const RemovalResult& removal) {
+    if (removal.removed) ++result_.removed;
+    result_.error = removal.error;
+  }
+
+  OpenSearches open_;
+  TreeRemovalResult result_;
+};
 
 }  // namespace
 
@@ -120,24 +171,7 @@ RemovalResult RemoveEntry(const Path& path) {
 }
 
 TreeRemovalResult RemoveTree(const Path& path, const Path& last) {
-  TreeRemovalResult total;  // Its error is an entry's, apart from the enumeration's own codes.
-  const auto remove = [&total](const Path& entry) {
-    const TreeRemovalResult result = RemoveEntryOrTree(entry);
-    total.removed += result.removed;
-    total.error = result.error;
-    return result.error;
-  };
-  bool last_is_there = false;
-  const std::uint32_t walk = EnumerateDirectory(path, [&](const TreeEntry& entry) {
-    if (entry.path != last) return remove(entry.path);
-    last_is_there = true;
-    return std::uint32_t{0};
-  });
-  if (total.error != 0) return total;
-  if (walk != 0 && !IsNotFoundError(walk)) return {total.removed, walk};
-  if (last_is_there && remove(last) != 0) return total;
-  const RemovalResult emptied = RemoveEmptied(path);
-  return {total.removed + (emptied.removed ? 1U : 0U), emptied.error};
+  return TreeRemoval().Run(path, last);
 }
 
 }  // namespace tolvarine::updater

@@ -1,10 +1,9 @@
-// Status and size of what a path names.
+#include "files/status.h"
 
 #include <algorithm>
 #include <array>
 
 #include "files/failure.h"
-#include "files/file_operations.h"
 #include "files/unique_handle.h"
 #include "platform/error_codes.h"
 #include "platform/files.h"
@@ -14,7 +13,7 @@ namespace {
 
 enum class Links { kFollow, kDoNotFollow };
 
-// What a query finds; `error` 0 says that the rest is valid.
+// The result of a query; the rest is valid if `error` is 0.
 struct EntryData {
   std::uint32_t error = 0;
   std::uint32_t attributes = 0;
@@ -24,8 +23,8 @@ struct EntryData {
 
 EntryData LastErrorData() { return {.error = platform::GetLastError()}; }
 
-// The entry's own record, without an open. A file whose attributes are refused for sharing, as
-// those of the system's paging file are, answers through its directory.
+// Reads the entry's attributes and size without opening it. The system refuses them for some files
+// in use, such as its paging file; their directory still has them.
 EntryData QueryRecord(const Path& path) {
   platform::FileAttributeData data;
   if (platform::GetFileAttributesExW(path.c_str(), &data)) {
@@ -38,7 +37,7 @@ EntryData QueryRecord(const Path& path) {
   return {.attributes = found.attributes, .size = found.size};
 }
 
-// The tag of a reparse point, or what it resolves to, through an open.
+// Opens a reparse point, or what it resolves to, and reads attributes, tag and size.
 EntryData QueryByHandle(const Path& path, Links links) {
   const std::uint32_t flags =
       platform::kFileFlagBackupSemantics |
@@ -68,6 +67,13 @@ EntryData Query(PathView path, Links links) {
   return record.error == 0 && reparse_point ? QueryByHandle(text, links) : record;
 }
 
+FileStatus StatusOf(const EntryData& data) {
+  if (data.error == 0) return {KindOfAttributes(data.attributes, data.reparse_tag), 0};
+  return {IsNotFoundError(data.error) ? FileKind::not_found : FileKind::none, data.error};
+}
+
+}  // namespace
+
 FileKind KindOfAttributes(std::uint32_t attributes, std::uint32_t reparse_tag) {
   if ((attributes & platform::kFileAttributeReparsePoint) != 0) {
     if (reparse_tag == platform::kIoReparseTagSymlink) return FileKind::symlink;
@@ -76,13 +82,6 @@ FileKind KindOfAttributes(std::uint32_t attributes, std::uint32_t reparse_tag) {
   const bool directory = (attributes & platform::kFileAttributeDirectory) != 0;
   return directory ? FileKind::directory : FileKind::regular;
 }
-
-FileStatus StatusOf(const EntryData& data) {
-  if (data.error == 0) return {KindOfAttributes(data.attributes, data.reparse_tag), 0};
-  return {IsNotFoundError(data.error) ? FileKind::not_found : FileKind::none, data.error};
-}
-
-}  // namespace
 
 bool IsNoSuchFileOrDirectory(std::uint32_t code) {
   static constexpr std::array kCodes = {
@@ -108,10 +107,6 @@ bool IsRegularFile(PathView path) {
   const FileStatus status = QueryStatus(path);
   if (status.kind == FileKind::none) throw FilesystemError("status", status.error, path);
   return status.kind == FileKind::regular;
-}
-
-FileKind KindOf(const TreeEntry& entry) {
-  return KindOfAttributes(entry.attributes, entry.reparse_tag);
 }
 
 }  // namespace tolvarine::updater

@@ -1,4 +1,4 @@
-// The owner of file and search handles: it closes on every way out, moves, and is never copied.
+// Owners of file and search handles. They close the handle when they are destroyed.
 
 #pragma once
 
@@ -10,8 +10,8 @@
 
 namespace tolvarine::updater {
 
-// Owns a handle unless its value is `kNone`. Closing keeps the thread's last error, so that a code
-// read after a scope has ended is still that of the failure.
+// Owns a handle unless its value is `kNone`. Closing preserves the thread's last error, so that the
+// code of a failure can still be read after the scope of the handle.
 template <auto Close, platform::Handle kNone>
 class UniqueHandle {
  public:

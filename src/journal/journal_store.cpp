@@ -1,12 +1,12 @@
 #include "journal/journal_store.h"
 
-#include <array>
 #include <stdexcept>
 #include <string>
 #include <utility>
 
 #include "files/failure.h"
 #include "files/file_operations.h"
+#include "files/read_blocks.h"
 #include "files/unique_stream.h"
 #include "journal/journal_text.h"
 
@@ -16,19 +16,14 @@ namespace {
 constexpr PathView kEvenSlot = u"journal.0";
 constexpr PathView kOddSlot = u"journal.1";
 constexpr PathView kSlotTemporarySuffix = u".new";
-constexpr std::size_t kReadBlockSize = 65536;
 
 // A failing read counts as the end of the file: the checksum then refuses the truncated text.
 std::optional<std::string> ReadWholeFile(const Path& path) {
   const UniqueStream stream = OpenStream(path, u"rb");
   if (!stream) return std::nullopt;
   std::string text;
-  std::array<char, kReadBlockSize> block;
-  for (;;) {
-    const std::size_t count = platform::fread(block.data(), block.size(), stream.get());
-    text.append(block.data(), count);
-    if (count < block.size()) return text;
-  }
+  ReadBlocks(stream.get(), [&](std::string_view block) { text.append(block); });
+  return text;
 }
 
 // Returns nothing for a slot that is missing, unreadable or invalid.

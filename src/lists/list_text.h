@@ -1,5 +1,5 @@
-// What the two authenticated lists have in common: their limits, the keys by which their rows are
-// told apart and sorted, and a text of lines in which each list has exactly one spelling.
+// Shared parts of the two authenticated lists: their limits, rows that are sorted by keys, and the
+// parsing of their texts.
 
 #pragma once
 
@@ -24,27 +24,27 @@ inline constexpr std::size_t kListRowLimit = 1000;
 inline constexpr std::size_t kListPathByteLimit = 1024;   // Of UTF-8, for one path.
 inline constexpr std::size_t kListTextByteLimit = 24576;  // The header included.
 
-// True for a path that a list may hold: safe, and not too long. Throws SystemError as
+// True for a path that a list may hold: safe, and at most 1024 bytes long. Throws SystemError as
 // IsSafeReleasePath does.
 [[nodiscard]] bool IsListablePath(PathView path);
 
-// The rows of a list with the comparison keys of their paths. Each key is taken once: the platform
-// may fail to map a text now and not a moment later, and a sort that took keys anew would then see
-// two orders.
+// The rows of a list with the comparison keys of their paths. Each key is computed once. The
+// platform may map a text in one call and fail to in the next, so a sort that computed keys anew
+// could compare the same two rows in two ways.
 template <typename Row>
 class KeyedRows {
  public:
-  // Throws std::runtime_error with the text `duplicate` for a key that is there already.
+  // Throws std::runtime_error with the text `duplicate` if another row has the same key.
   void Add(Row row, PathView path, const char* duplicate) {
     std::u16string key = PathCompareKey(path);
     if (!keys_.insert(key).second) throw std::runtime_error(duplicate);
     rows_.push_back({std::move(key), std::move(row)});
   }
 
-  // True where a row has the key of `path`.
+  // True if a row has the key of `path`.
   [[nodiscard]] bool Contains(PathView path) const { return keys_.contains(PathCompareKey(path)); }
 
-  // The rows in the strict order `before` of their keys. Call it last: the rows are moved out.
+  // Moves the rows out, in the strict order `before` of their keys.
   template <typename Before>
   [[nodiscard]] std::vector<Row> Sorted(Before before) {
     std::ranges::sort(rows_, before, &KeyedRow::key);
@@ -64,11 +64,11 @@ class KeyedRows {
   std::vector<KeyedRow> rows_;
 };
 
-// Walks the lines of a serialized list behind its header. Any fault throws std::runtime_error with
-// the text `malformed`.
+// The lines of a serialized list after its header. Throws std::runtime_error with the text
+// `malformed` for a text that is not made of such lines.
 class ListLines {
  public:
-  // Checks the text's length and its header; `text` and `malformed` must outlive the walk.
+  // Checks the text's length and its header. `text` and `malformed` must outlive this object.
   ListLines(std::string_view text, std::string_view header, const char* malformed);
 
   // The next line, never empty, without its newline; nothing at the end of the text.
@@ -79,8 +79,8 @@ class ListLines {
   const char* malformed_;
 };
 
-// Runs `parse` and answers whether it came to its end. What it throws of the standard hierarchy
-// goes into `error`, if there is one, which is cleared first.
+// Runs `parse` and returns true if it does not throw a std::exception. Otherwise stores the
+// exception's text in `error`, unless that is null; `error` is cleared first.
 template <typename Parse>
 [[nodiscard]] bool ParseCatching(std::string* error, Parse parse) {
   if (error != nullptr) error->clear();

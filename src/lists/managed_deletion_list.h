@@ -1,14 +1,15 @@
 // The managed deletion list: the authenticated list of the old installation's files that an update
 // removes. It may be empty.
 //
-// Its text is made of lines that end in 0x0A: the header "D1", then for each file the hex form of
-// its path as UTF-8 with `/` as separator, in ascending order of the keys (see PathCompareKey). The
-// application's executable has no place of its own here:
+// Its text is made of lines that end in 0x0A: the header "D1", then for each file its path as UTF-8
+// with `/` as separator, in hexadecimal form. The lines are in ascending order of the paths' keys
+// (see PathCompareKey), the application's executable included:
 //
 //     D1
 //     62696e2f6f6c642e646c6c
 //
-// A list has one spelling: a text that parses is what SerializeManagedDeletionList writes.
+// A list has exactly one text: every text that parses is the one that SerializeManagedDeletionList
+// writes for its paths.
 
 #pragma once
 
@@ -25,9 +26,9 @@ namespace tolvarine::updater {
 using ManagedDeletionList = std::vector<Path>;
 
 // The paths, validated and in order: at most 1000, safe and of at most 1024 bytes of UTF-8, no
-// two with the same key, none with the key of a row of `inventory` (an empty one turns that test
-// off; its rows are not validated). Throws std::runtime_error for paths that break one of these
-// rules, and SystemError for a lone surrogate in one without a root name.
+// two with the same key, none with the key of a row of `inventory`, whose rows are not validated.
+// Throws std::runtime_error for paths that violate one of these rules, and SystemError for a lone
+// surrogate in a path without a root name.
 [[nodiscard]] ManagedDeletionList NormalizeManagedDeletionList(const ManagedDeletionList& paths,
                                                                const SourceInventory& inventory);
 
@@ -35,9 +36,10 @@ using ManagedDeletionList = std::vector<Path>;
 // std::runtime_error for a text of more than 24576 bytes.
 [[nodiscard]] std::string SerializeManagedDeletionList(const ManagedDeletionList& paths);
 
-// Refuses a text of more than 24576 bytes. On success `list` holds the normalized paths; on failure it
-// is as it was, and `error`, if given, says why. Throws nothing of the standard hierarchy. Whether
-// the list overlaps a release is left to whoever holds both.
+// Returns true and stores the normalized paths in `list` if `text` is the text of a list. Otherwise
+// leaves `list` unchanged and stores the reason in `error`, unless that is null. A text of more
+// than 24576 bytes is refused. Throws nothing that derives from std::exception. It does not check
+// whether the list overlaps a release: NormalizeManagedDeletionList does.
 [[nodiscard]] bool ParseManagedDeletionList(std::string_view text, ManagedDeletionList& list,
                                             std::string* error);
 

@@ -4,21 +4,20 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
-#include <utility>
 #include <vector>
 
 #include "platform/text.h"
+#include "text/conversion.h"
 #include "text/utf8.h"
 
 namespace tolvarine::updater {
 namespace {
 
-// The backslash cannot be met in a component; the set is whole all the same.
+// The backslash never occurs here, since components are split at it. It completes the set.
 constexpr std::string_view kForbiddenCharacters = "<>:\"|?*\\";
 constexpr unsigned char kFirstPrintable = 0x20;
 
-// ASCII alone: the device names are ASCII, and other bytes are parts of UTF-8 sequences.
+// Maps ASCII letters only: device names are ASCII, and other bytes belong to UTF-8 sequences.
 std::string UpperAscii(std::string_view text) {
   std::string upper(text);
   for (char& letter : upper) {
@@ -35,7 +34,7 @@ bool IsDeviceName(std::string_view component) {
          stem[3] >= '1' && stem[3] <= '9';
 }
 
-bool HoldsControlCharacter(std::string_view text) {
+bool HasControlCharacter(std::string_view text) {
   return std::ranges::any_of(
       text, [](char byte) { return static_cast<unsigned char>(byte) < kFirstPrintable; });
 }
@@ -45,23 +44,17 @@ bool IsSafeComponent(PathView component) {
   const std::string text = GenericUtf8Path(component);
   if (text.back() == '.' || text.back() == ' ') return false;
   if (text.find_first_of(kForbiddenCharacters) != std::string::npos) return false;
-  return !HoldsControlCharacter(text) && !IsDeviceName(text);
+  return !HasControlCharacter(text) && !IsDeviceName(text);
 }
 
-// The lower-case form, or the text itself where the platform cannot map it. It counts in signed 32-bit
-// numbers.
-std::u16string InvariantLowerCase(std::u16string text) {
-  if (text.size() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) return text;
-  const auto length = static_cast<std::int32_t>(text.size());
-  const auto map = [&](char16_t* output, std::int32_t size) {
+// The lower-case form, or the text itself where the platform cannot map it.
+std::u16string InvariantLowerCase(const std::u16string& text) {
+  const auto map = [&](std::int32_t length, char16_t* output, std::int32_t size) {
     return platform::LCMapStringEx(u"", platform::kLcmapLowercase, text.data(), length, output,
                                    size);
   };
-  const std::int32_t size = map(nullptr, 0);
-  if (size <= 0) return text;
-  std::u16string lower(static_cast<std::size_t>(size), u'\0');
-  if (map(lower.data(), size) <= 0) return text;
-  return lower;
+  std::u16string lower;
+  return AppendConverted(lower, text.size(), map) > 0 ? lower : text;
 }
 
 }  // namespace
@@ -70,8 +63,7 @@ bool IsSafeReleasePath(PathView path) {
   const PathParts parts = DividePath(path);
   if (path.empty() || IsAbsolutePath(path) || !parts.root_name.empty()) return false;
   if (GenericUtf8Path(path).find('\0') != std::string::npos) return false;
-  // Leading separators are a component of their own here, and one that breaks no rule: it is the
-  // join with a root that refuses them.
+  // A root directory is not checked: the join with a root refuses it.
   const std::vector<PathView> components = Components(parts.relative);
   return std::ranges::all_of(components, IsSafeComponent);
 }
@@ -93,7 +85,7 @@ Path PathFromUtf8(std::string_view bytes) { return Utf16FromUtf8(bytes); }
 std::u16string PathCompareKey(PathView path) {
   std::u16string key = LexicallyNormal(path);
   std::ranges::replace(key, u'\\', u'/');
-  return key.empty() ? key : InvariantLowerCase(std::move(key));
+  return key.empty() ? key : InvariantLowerCase(key);
 }
 
 bool SamePathKey(PathView a, PathView b) { return PathCompareKey(a) == PathCompareKey(b); }

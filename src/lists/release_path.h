@@ -1,10 +1,9 @@
-// Paths relative to a release: which are acceptable, when two are the same, and in which order
-// release files are taken.
+// Paths relative to a release: which are safe, when two are the same, and the order of release
+// files.
 //
-// Every path that comes from outside (a row of a list, an entry of a journal, a name in the staged
-// tree) passes IsSafeReleasePath before anything else is done with it. The rule is text work and
-// never asks the file system, so a list, a journal after a crash and the tree on the disk get the
-// same answer. The words of a refusal belong to the caller.
+// Every path from outside (a row of a list, an entry of a journal, a name in the staged tree) must
+// pass IsSafeReleasePath before it is used. The rules look at the text alone and never ask the file
+// system, so they give the same answer at any time.
 
 #pragma once
 
@@ -18,40 +17,42 @@ namespace tolvarine::updater {
 // The application's executable, at the top level of every release.
 inline constexpr PathView kApplicationPath = u"Tolvarine.exe";
 
-// The executable's path as keys are made from it: already in lower case, so that the key is the
-// same even where the platform cannot map it.
+// The path from which the executable's key is made. It is in lower case, so that the key is the
+// same even if the platform cannot map it.
 inline constexpr PathView kApplicationKeyText = u"tolvarine.exe";
 
-// True for a relative path without a root name whose every component is a plain name: not empty,
+// True for a relative path without a root name in which every component is a plain name: not empty,
 // not "." or "..", no full stop or blank at its end, none of <>:"|?*, nothing below U+0020, and not
-// a device name such as CON or COM1, with or without an extension. Leading separators pass;
-// SafeJoin refuses them. Throws SystemError for a lone surrogate in a path without a root name.
+// a device name such as CON or COM1, with or without an extension. Leading separators are accepted
+// here; SafeJoin refuses them. Throws SystemError for a lone surrogate in a path without a root
+// name.
 [[nodiscard]] bool IsSafeReleasePath(PathView path);
 
-// The path as strict UTF-8 with `/` as separator, as it is persisted. Nothing else is normalized.
+// The form in which paths are persisted: UTF-8 with `/` as separator. Nothing else is normalized.
 // Throws SystemError for a lone surrogate.
 [[nodiscard]] std::string GenericUtf8Path(PathView path);
 
-// The same, put behind what `text` already holds. On failure `text` keeps that, and no more.
+// The same, appended to `text`, which a failure leaves unchanged.
 void AppendGenericUtf8Path(std::string& text, PathView path);
 
-// The path that strict UTF-8 spells; separators stay as they are. Throws SystemError for anything
-// that is not well-formed.
+// The path that UTF-8 spells; separators are not changed. Throws SystemError for anything that is
+// not well-formed.
 [[nodiscard]] Path PathFromUtf8(std::string_view bytes);
 
-// The one identity of a release-relative path, and what decides whether two absolute paths are the
-// same directory: its lexical normal form with `/` as separator, in the invariant locale's lower
-// case. Where the platform cannot map it, it keeps its case. A trailing separator counts. Keys
-// compare unit by unit.
+// Two release paths are the same file, and two absolute paths the same directory, if their keys are
+// equal. The key is the lexical normal form with `/` as separator, in the lower case of the
+// invariant locale; if the platform cannot map it, its case is kept. A trailing separator counts.
+// Keys are compared unit by unit.
 [[nodiscard]] std::u16string PathCompareKey(PathView path);
 
 [[nodiscard]] bool SamePathKey(PathView a, PathView b);
 
-// The strict order of release files: ascending keys, but the application's executable last. It is
-// an order only as long as every key is mapped alike; for sorting, take the keys first.
+// The strict order of release files: ascending keys, with the application's executable last. Each
+// comparison computes the keys anew, and the platform may map a path in one and fail to in the
+// next. For sorting, compute the keys first and use ReleaseKeyBefore.
 [[nodiscard]] bool ReleaseEntryBefore(PathView a, PathView b);
 
-// The same for keys that have been taken, `application` being that of the executable.
+// The same order of keys; `application` is the key of kApplicationKeyText.
 [[nodiscard]] bool ReleaseKeyBefore(const std::u16string& a, const std::u16string& b,
                                     const std::u16string& application);
 

@@ -17,11 +17,11 @@ constexpr char kMalformedText[] = "Malformed serialized source inventory";
 constexpr char kMalformedRow[] = "Authenticated source inventory is malformed";
 constexpr char kDuplicate[] = "Authenticated source inventory contains duplicate paths";
 
-bool IsSoundRow(const SourceInventoryEntry& row) {
+bool IsValidRow(const SourceInventoryEntry& row) {
   return IsListablePath(row.path) && IsLowerHex64(std::string_view(row.sha256));
 }
 
-// A line is "path:size:digest"; the digest may still be anything without a colon.
+// Parses "path:size:digest". The digest is validated with the row.
 SourceInventoryEntry ParseRow(std::string_view line) {
   constexpr std::size_t kNone = std::string_view::npos;
   const std::size_t first = line.find(':');
@@ -65,7 +65,7 @@ SourceInventory NormalizeSourceInventory(const SourceInventory& rows) {
   }
   KeyedRows<SourceInventoryEntry> keyed;
   for (const SourceInventoryEntry& row : rows) {
-    if (!IsSoundRow(row)) throw std::runtime_error(kMalformedRow);
+    if (!IsValidRow(row)) throw std::runtime_error(kMalformedRow);
     keyed.Add(row, row.path, kDuplicate);
   }
   const std::u16string application = PathCompareKey(kApplicationKeyText);

@@ -1,5 +1,5 @@
-// The Win32 codes that the program, or its simulated platform, tells apart or throws itself. All
-// other codes pass through it as plain numbers.
+// The Win32 codes that the program compares with or throws itself. All other codes are plain
+// numbers to it.
 
 #pragma once
 

@@ -1,7 +1,7 @@
 // Files and directories: the calls on open handles and the calls on paths.
 //
-// A path is 16-bit text that ends in a zero unit. It is taken as given: the program declares no
-// long-path awareness, so a path of 260 units and more works only in its extended form (`\\?\`).
+// A path is 16-bit text that ends in a zero unit. The program declares no long-path awareness, so a
+// path of 260 units and more works only in its extended form (`\\?\`).
 
 #pragma once
 
@@ -54,15 +54,14 @@ inline constexpr std::uint32_t kIoReparseTagSymlink = 0xA000000C;
 Handle CreateFileW(const char16_t* path, std::uint32_t access, std::uint32_t sharing,
                    std::uint32_t disposition, std::uint32_t flags);
 
-// The same through the newer call, with `flags` as its extended parameters' flags and no
-// attributes.
+// The same by the newer call; `flags` holds flags and no attributes.
 Handle CreateFile2(const char16_t* path, std::uint32_t access, std::uint32_t sharing,
                    std::uint32_t disposition, std::uint32_t flags);
 
-// Reads on from the handle's position. Success with `*read` 0 is the end of the file.
+// Reads from the handle's position. Success with `*read` 0 is the end of the file.
 bool ReadFile(Handle handle, void* buffer, std::uint32_t size, std::uint32_t* read);
 
-// Writes at the handle's position, or at the end for append access. May succeed with `*written`
+// Writes at the handle's position or, with append access, at the end. May succeed with `*written`
 // below `size`.
 bool WriteFile(Handle handle, const void* buffer, std::uint32_t size, std::uint32_t* written);
 
@@ -71,17 +70,17 @@ inline constexpr std::uint32_t kFileBegin = 0;
 bool SetFilePointerEx(Handle handle, std::int64_t distance, std::uint32_t method);
 bool GetFileSizeEx(Handle handle, std::int64_t* size);
 
-// The file's content and metadata are on stable storage when it returns true.
+// If it returns true, the file's content and metadata are on stable storage.
 bool FlushFileBuffers(Handle handle);
 
-// Of BY_HANDLE_FILE_INFORMATION the program reads the link count alone.
+// The member of BY_HANDLE_FILE_INFORMATION that the program reads.
 struct ByHandleFileInformation {
   std::uint32_t number_of_links = 0;
 };
 
 bool GetFileInformationByHandle(Handle handle, ByHandleFileInformation* information);
 
-// The classes of GetFileInformationByHandleEx that the program reads, each by its structure.
+// The classes of GetFileInformationByHandleEx that the program reads; the structure selects one.
 struct FileBasicInfo {  // Class 0.
   std::int64_t creation_time = 0;
   std::int64_t last_access_time = 0;
@@ -103,7 +102,7 @@ bool GetFileInformationByHandleEx(Handle handle, FileBasicInfo* information);
 bool GetFileInformationByHandleEx(Handle handle, FileStandardInfo* information);
 bool GetFileInformationByHandleEx(Handle handle, FileAttributeTagInfo* information);
 
-// The classes of SetFileInformationByHandle that the program sets, each by its structure.
+// The classes of SetFileInformationByHandle that the program sets; the structure selects one.
 struct FileDispositionInfo {  // Class 4.
   bool delete_file = false;
 };
@@ -112,7 +111,7 @@ inline constexpr std::uint32_t kFileDispositionDelete = 1;
 inline constexpr std::uint32_t kFileDispositionPosixSemantics = 2;
 inline constexpr std::uint32_t kFileDispositionIgnoreReadonly = 0x10;
 
-struct FileDispositionInfoEx {  // Class 21; older volumes and systems answer 1, 50 or 87.
+struct FileDispositionInfoEx {  // Class 21; fails with 1, 50 or 87 where it is not supported.
   std::uint32_t flags = 0;
 };
 
@@ -120,17 +119,17 @@ bool SetFileInformationByHandle(Handle handle, const FileBasicInfo& information)
 bool SetFileInformationByHandle(Handle handle, const FileDispositionInfo& information);
 bool SetFileInformationByHandle(Handle handle, const FileDispositionInfoEx& information);
 
-// The first form asks for the normalized name as well, whose flag is 0, and fails with
-// ERROR_PATH_NOT_FOUND for a volume without a drive letter.
+// Flags of GetFinalPathNameByHandleW, which both ask for the normalized name (its flag is 0). The
+// first fails with ERROR_PATH_NOT_FOUND for a volume without a drive letter.
 inline constexpr std::uint32_t kVolumeNameDos = 0;
 inline constexpr std::uint32_t kVolumeNameNt = 2;
 
-// The resolved path of an open file, in the spelling on the disk. Returns its length in units; a
-// number of at least `size` is the room that it needs, its zero unit included; 0 is failure.
+// The resolved path of an open file, in the spelling on the disk. Returns its length in units. A
+// result of at least `size` is the size that it needs, with its zero unit; 0 is failure.
 std::uint32_t GetFinalPathNameByHandleW(Handle handle, char16_t* buffer, std::uint32_t size,
                                         std::uint32_t flags);
 
-// The attributes of the entry itself; kInvalidFileAttributes on failure.
+// The attributes of the entry itself, not of a link's target; kInvalidFileAttributes on failure.
 std::uint32_t GetFileAttributesW(const char16_t* path);
 
 struct FileAttributeData {
@@ -144,7 +143,7 @@ bool GetFileAttributesExW(const char16_t* path, FileAttributeData* data);
 inline constexpr std::uint32_t kMovefileReplaceExisting = 1;
 inline constexpr std::uint32_t kMovefileWriteThrough = 8;
 
-// Renames within a volume. Nothing has changed on failure.
+// Renames within a volume. On failure nothing has changed.
 bool MoveFileExW(const char16_t* from, const char16_t* to, std::uint32_t flags);
 
 // Copies content and attributes, following links at `from`.
@@ -153,7 +152,7 @@ bool CopyFileW(const char16_t* from, const char16_t* to, bool fail_if_exists);
 bool DeleteFileW(const char16_t* path);
 bool CreateDirectoryW(const char16_t* path);
 
-// One record of a directory, as WIN32_FIND_DATAW has it.
+// One record of a directory (WIN32_FIND_DATAW).
 struct FindData {
   std::uint32_t attributes = 0;
   std::uint32_t reparse_tag = 0;  // Valid with kFileAttributeReparsePoint.
@@ -164,8 +163,8 @@ struct FindData {
 inline constexpr std::uint32_t kFindExInfoBasic = 1;
 inline constexpr std::uint32_t kFindExSearchNameMatch = 0;
 
-// A search begins with its first record; kInvalidHandle where there is none or the search fails.
-// The next records follow until FindNextFileW fails with ERROR_NO_MORE_FILES.
+// Begins a search and gives its first record; kInvalidHandle if there is none or the search fails.
+// FindNextFileW gives the next ones, until it fails with ERROR_NO_MORE_FILES.
 Handle FindFirstFileW(const char16_t* pattern, FindData* data);
 Handle FindFirstFileExW(const char16_t* pattern, std::uint32_t level, FindData* data,
                         std::uint32_t search, std::uint32_t flags);

@@ -1,5 +1,5 @@
-// The hash functions of bcrypt.dll. Each returns a signed status: negative is failure. They leave
-// no code in GetLastError().
+// The hash functions of bcrypt.dll. Each returns a signed status, negative for a failure, and
+// leaves no code in GetLastError().
 
 #pragma once
 
@@ -9,19 +9,19 @@ namespace tolvarine::updater::platform {
 
 using Status = std::int32_t;
 
-// Null when there is none.
+// 0 is no handle.
 using AlgorithmHandle = std::uintptr_t;
 using HashHandle = std::uintptr_t;
 
-// With the default implementation and no flags.
+// Opens the default implementation, with no flags.
 Status BCryptOpenAlgorithmProvider(AlgorithmHandle* algorithm, const char16_t* name);
 Status BCryptCloseAlgorithmProvider(AlgorithmHandle algorithm);
 
-// Puts `*written` bytes into `output`, which has room for `size`.
+// Stores the property in `output`, which has room for `size` bytes, and its size in `*written`.
 Status BCryptGetProperty(AlgorithmHandle algorithm, const char16_t* property, void* output,
                          std::uint32_t size, std::uint32_t* written);
 
-// `object` is the hash's own memory, `size` bytes that must outlive it. No secret, no flags.
+// `object` is memory for the hash, `size` bytes that must outlive it. No secret, no flags.
 Status BCryptCreateHash(AlgorithmHandle algorithm, HashHandle* hash, void* object,
                         std::uint32_t size);
 Status BCryptHashData(HashHandle hash, const void* data, std::uint32_t size);

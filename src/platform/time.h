@@ -18,7 +18,7 @@ struct SystemTime {
 
 void GetLocalTime(SystemTime* time);
 
-// Minutes; the platform's bias is UTC minus local time.
+// In minutes; a bias is UTC minus local time.
 struct TimeZoneInformation {
   std::int32_t bias = 0;
   std::int32_t standard_bias = 0;
@@ -29,6 +29,7 @@ inline constexpr std::uint32_t kTimeZoneIdUnknown = 0;
 inline constexpr std::uint32_t kTimeZoneIdStandard = 1;
 inline constexpr std::uint32_t kTimeZoneIdDaylight = 2;
 
+// Returns which of the biases applies: one of the values above.
 std::uint32_t GetTimeZoneInformation(TimeZoneInformation* zone);
 
 }  // namespace tolvarine::updater::platform

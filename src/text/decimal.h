@@ -1,4 +1,4 @@
-// Plain decimal numbers: no padding, no grouping, no locale.
+// Decimal numbers without padding, grouping or locale.
 
 #pragma once
 
@@ -12,16 +12,17 @@
 
 namespace tolvarine::updater {
 
-// Appends the shortest form, with a minus for a negative number.
+// Appends the shortest form of a number.
 template <std::integral Number>
 void AppendDecimal(std::string& text, Number number) {
+  // `digits10` leaves out the highest digit; the others are for a sign and a spare.
   char digits[std::numeric_limits<Number>::digits10 + 3];
   const auto end = std::to_chars(digits, digits + sizeof digits, number).ptr;
   text.append(digits, end);
 }
 
-// The value of a text of digits alone, at least one, that fits `Number`. Leading zeros pass; a sign
-// does not, even for a signed `Number`.
+// The value of a text of one or more digits; nothing for any other text and for a value that does
+// not fit `Number`. Leading zeros are accepted, a sign is not, even for a signed `Number`.
 template <std::integral Number>
 [[nodiscard]] std::optional<Number> ParseDecimal(std::string_view text) {
   if (text.empty() || text.front() < '0' || text.front() > '9') return std::nullopt;

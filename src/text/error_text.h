@@ -1,4 +1,4 @@
-// Handing a failure's words to a caller that may want them.
+// Storing the text of a failure for a caller that asked for it.
 
 #pragma once
 
@@ -8,8 +8,8 @@
 
 namespace tolvarine::updater {
 
-// Stores the text in `error`, if there is one. Where there is no memory for the words, they stay
-// away; what they would tell of stands all the same. Throws nothing.
+// Stores the text in `error`, unless that is null. If memory is exhausted, `error` becomes empty:
+// the caller has reported the failure itself by other means. Throws nothing.
 inline void StoreErrorText(std::string* error, std::string_view text) noexcept {
   if (error == nullptr) return;
   try {

@@ -5,7 +5,7 @@ namespace {
 
 constexpr char kDigits[] = "0123456789abcdef";
 
-// The value of a digit, or -1.
+// -1 for a character that is no digit.
 int DigitValue(char digit) {
   if (digit >= '0' && digit <= '9') return digit - '0';
   if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;

@@ -11,6 +11,10 @@ bool IsDriveLetter(char16_t unit) {
   return (unit >= u'A' && unit <= u'Z') || (unit >= u'a' && unit <= u'z');
 }
 
+bool IsBareDrive(PathView path) {
+  return path.size() == kDrivePrefixLength && HasDrivePrefix(path);
+}
+
 // True for `\\?` and `\\.` and `\??`, each followed by a separator that is not followed by another.
 bool HasDevicePrefix(PathView path) {
   if (path.size() < 4 || !IsSeparator(path[0]) || !IsSeparator(path[3])) return false;
@@ -38,14 +42,14 @@ void AppendUniform(Path& path, PathView text) {
   for (const char16_t unit : text) path.push_back(unit == u'/' ? u'\\' : unit);
 }
 
-// A relative part as its components, with the trailing separator kept apart from them.
+// A relative part: its components, none of them empty, and whether a separator follows the last.
 struct NormalForm {
   std::vector<PathView> components;
   bool trailing_separator = false;
 };
 
-// Resolves "." and ".." by text. What is removed takes the separator behind it along, so a removal
-// at the end leaves the separator before it.
+// Resolves "." and ".." by text. A component is removed together with the separator behind it.
+// Where the last one is removed, the separator before it therefore stays as a trailing one.
 NormalForm ResolveDots(const std::vector<PathView>& components, bool rooted) {
   NormalForm normal;
   for (const PathView component : components) {
@@ -65,14 +69,13 @@ NormalForm ResolveDots(const std::vector<PathView>& components, bool rooted) {
   return normal;
 }
 
-// `C:x` as a component; no other root name fits into one.
+// Only a drive can be the root name of a component, as in `C:x`: the others hold separators.
 bool HasComponentWithRootName(PathView relative) {
   return std::ranges::any_of(Components(relative),
                              [](PathView component) { return RootNameLength(component) != 0; });
 }
 
-// True where both begin with `\\?\` and a drive, so that what follows the prefix decides. A drive
-// with the prefix and one without have no relative form, on purpose.
+// True where both begin with `\\?\` and a drive.
 bool BothHaveExtendedDrive(PathView a, PathView b) {
   const auto extended_drive = [](PathView path) {
     return path.starts_with(kExtendedLengthPrefix) &&
@@ -81,7 +84,7 @@ bool BothHaveExtendedDrive(PathView a, PathView b) {
   return extended_drive(a) && extended_drive(b);
 }
 
-bool HasNoRelative(PathView path, PathView base) {
+bool HasNoRelativeForm(PathView path, PathView base) {
   const PathParts path_parts = DividePath(path);
   const PathParts base_parts = DividePath(base);
   return !SameUnits(path_parts.root_name, base_parts.root_name) ||
@@ -91,7 +94,7 @@ bool HasNoRelative(PathView path, PathView base) {
          HasComponentWithRootName(base_parts.relative);
 }
 
-// How many levels the elements from `first` on lie below, net of those that lead up.
+// How many levels the elements from `first` on lead down, less those that lead up.
 int Depth(const std::vector<PathView>& elements, std::size_t first) {
   int depth = 0;
   for (std::size_t i = first; i < elements.size(); ++i) {
@@ -104,8 +107,8 @@ int Depth(const std::vector<PathView>& elements, std::size_t first) {
   return depth;
 }
 
-// Root names are known to be the same, so what is left beginning with a separator is a root
-// directory; these do not differ, however many separators they are.
+// Compares two elements of paths with the same root name. Apart from a root name, only a root
+// directory begins with a separator, and root directories are equal whatever their lengths.
 bool SameElement(PathView a, PathView b) {
   const bool root_directories =
       !a.empty() && !b.empty() && IsSeparator(a.front()) && IsSeparator(b.front());
@@ -175,22 +178,26 @@ Path ParentPath(PathView path) {
 }
 
 Path JoinPath(PathView root, PathView relative) {
-  const PathParts parts = DividePath(relative);
-  const PathView root_name = DividePath(root).root_name;
-  if (IsAbsolutePath(relative)) return Path(relative);
-  if (!parts.root_name.empty() && !SameUnits(parts.root_name, root_name)) return Path(relative);
-
-  const PathView rest = relative.substr(parts.root_name.size());
-  Path joined;
-  if (!parts.root_directory.empty()) {
-    joined = root_name;
-  } else {
-    joined = root;
-    const bool bare_drive = root.size() == root_name.size() && root_name.size() < 3;
-    if (!root.empty() && !IsSeparator(root.back()) && !bare_drive) joined.push_back(u'\\');
-  }
-  joined.append(rest);
+  Path joined(root);
+  AppendPath(joined, relative);
   return joined;
+}
+
+void AppendPath(Path& path, PathView relative) {
+  // `C:x` and `\x` are not absolute: they keep something of `path`.
+  const PathParts parts = DividePath(relative);
+  const bool other_root_name =
+      !parts.root_name.empty() && !SameUnits(parts.root_name, DividePath(path).root_name);
+  if (IsAbsolutePath(relative) || other_root_name) {
+    path = relative;
+    return;
+  }
+  if (!parts.root_directory.empty()) {
+    path.resize(RootNameLength(path));
+  } else if (!path.empty() && !IsSeparator(path.back()) && !IsBareDrive(path)) {
+    path.push_back(u'\\');  // A separator behind a bare drive would make the path absolute.
+  }
+  path.append(relative.substr(parts.root_name.size()));
 }
 
 Path LexicallyNormal(PathView path) {
@@ -212,11 +219,13 @@ Path LexicallyNormal(PathView path) {
 }
 
 Path LexicallyRelative(PathView path, PathView base) {
+  // Behind `\\?\` a drive is a component with a root name, which has no relative form. So the
+  // prefix is removed, but only from both: a path with it and one without stay unrelated.
   if (BothHaveExtendedDrive(path, base)) {
     path.remove_prefix(kExtendedLengthPrefix.size());
     base.remove_prefix(kExtendedLengthPrefix.size());
   }
-  if (HasNoRelative(path, base)) return {};
+  if (HasNoRelativeForm(path, base)) return {};
 
   const std::vector<PathView> elements = PathElements(path);
   const std::vector<PathView> base_elements = PathElements(base);
@@ -225,15 +234,16 @@ Path LexicallyRelative(PathView path, PathView base) {
   while (same < shorter && SameElement(elements[same], base_elements[same])) ++same;
   if (same == elements.size() && same == base_elements.size()) return u".";
 
-  // The difference lies behind the root of `base`: equal roots come first, and a base with a root
-  // directory has no relative form to a path without one.
+  // The first difference is never inside the root of `base`: the root names are equal, and so are
+  // the root directories where `base` has one.
   const int climb = Depth(base_elements, same);
   if (climb < 0) return {};
   if (climb == 0 && (same == elements.size() || elements[same].empty())) return u".";
 
+  // If only `path` has a root directory, that element replaces the ".." before it.
   Path relative;
-  for (int level = 0; level < climb; ++level) relative = JoinPath(relative, u"..");
-  for (std::size_t i = same; i < elements.size(); ++i) relative = JoinPath(relative, elements[i]);
+  for (int level = 0; level < climb; ++level) AppendPath(relative, u"..");
+  for (std::size_t i = same; i < elements.size(); ++i) AppendPath(relative, elements[i]);
   return relative;
 }
 

@@ -1,5 +1,6 @@
 #include "text/system_error.h"
 
+#include <memory>
 #include <optional>
 
 #include "platform/handles.h"
@@ -12,6 +13,11 @@ namespace {
 constexpr std::uint32_t kEnglishUnitedStates = 1033;
 constexpr std::uint32_t kAnyLanguage = 0;
 
+struct LocalMemoryRelease {
+  void operator()(void* memory) const { platform::LocalFree(memory); }
+};
+
+// kAnyLanguage if the system does not answer.
 std::uint32_t SystemDefaultLanguage() {
   std::uint32_t language = kAnyLanguage;
   platform::GetLocaleInfoEx(u"!x-sys-default-locale",
@@ -19,7 +25,7 @@ std::uint32_t SystemDefaultLanguage() {
   return language;
 }
 
-// The system's text in one language; nothing where it has none.
+// The system's message in one language; nothing if there is none.
 std::optional<std::string> MessageInLanguage(std::uint32_t code, std::uint32_t language) {
   constexpr std::uint32_t kFlags = platform::kFormatMessageAllocateBuffer |
                                    platform::kFormatMessageIgnoreInserts |
@@ -27,9 +33,8 @@ std::optional<std::string> MessageInLanguage(std::uint32_t code, std::uint32_t l
   char* text = nullptr;
   const std::uint32_t length = platform::FormatMessageA(kFlags, code, language, &text);
   if (length == 0) return std::nullopt;
-  std::string message(text, length);
-  platform::LocalFree(text);
-  return message;
+  const std::unique_ptr<char, LocalMemoryRelease> owner(text);
+  return std::string(text, length);
 }
 
 }  // namespace

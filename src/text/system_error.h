@@ -1,7 +1,7 @@
-// A failure that carries a Win32 code, and the system's words for such a code.
+// A failure that carries a Win32 code, and the system's message for such a code.
 //
-// Defined on this layer, the lowest that throws it: the strict conversions of text fail with it.
-// The other kinds of failure stand in files/failure.h.
+// It is defined in this layer because the conversions of text/utf8.h throw it. The other kinds of
+// failure are in files/failure.h.
 
 #pragma once
 
@@ -12,11 +12,11 @@
 
 namespace tolvarine::updater {
 
-// The system's message for a code in English, else in the system's default language, else in any;
-// without trailing white space. "unknown error" where it has none.
+// The system's message for a code, without trailing white space: in English, else in the system's
+// default language, else in any. "unknown error" if there is none.
 [[nodiscard]] std::string SystemMessage(std::uint32_t code);
 
-// Its text is the context, ": " and the system's message, or the message alone without a context.
+// The text is "<context>: <system message>", or the message alone.
 class SystemError : public std::runtime_error {
  public:
   explicit SystemError(std::uint32_t code);
@@ -28,7 +28,7 @@ class SystemError : public std::runtime_error {
   std::uint32_t code_;
 };
 
-// Throws SystemError for the thread's last error, which is read before anything can disturb it.
+// Throws SystemError for the thread's last error, which is read before any other call.
 [[noreturn]] void ThrowLastError();
 [[noreturn]] void ThrowLastError(std::string_view context);
 

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "simulated_windows/computer.h"
+#include "support/shown_text.h"
 
 namespace tolvarine::updater::fuzz {
 
@@ -103,25 +104,8 @@ inline bool IsPlainPath(std::u16string_view path) {
 
 // --- Properties ----------------------------------------------------------------------------------
 
-template <typename Unit>
-std::string Shown(std::basic_string_view<Unit> text) {
-  std::string shown;
-  for (const Unit unit : text) {
-    if (unit >= 0x20 && unit < 0x7F) {
-      shown.push_back(static_cast<char>(unit));
-    } else {
-      char escaped[8];
-      std::snprintf(escaped, sizeof escaped, sizeof unit == 1 ? "\\x%02x" : "\\u%04x",
-                    static_cast<unsigned>(unit) & (sizeof unit == 1 ? 0xFFU : 0xFFFFU));
-      shown.append(escaped);
-    }
-  }
-  return shown;
-}
-template <typename Unit>
-std::string Shown(const std::basic_string<Unit>& text) {
-  return Shown(std::basic_string_view<Unit>(text));
-}
+using updater::Shown;
+
 template <typename Unit>
 std::string Shown(const std::vector<std::basic_string<Unit>>& lines) {
   std::string shown;

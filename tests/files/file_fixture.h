@@ -1,9 +1,7 @@
-// The words in which tests of files speak: what an act throws, and how it fares when one of its
-// calls fails, each in turn.
+// For the tests of files: what an operation throws, and faults in the calls that it makes.
 
 #pragma once
 
-#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -16,23 +14,23 @@ namespace tolvarine::updater {
 
 using simulated::kAlways;
 
-// The kind, code and text of what an act throws, with * for the system's message; "done" where it
+// The kind, code and text of what an operation throws, with * for the system's message; "done" if it
 // throws nothing.
-template <typename Act>
-std::string Thrown(Act act) {
-  const auto told = [](const char* kind, const auto& failure) {
+template <typename Operation>
+std::string Thrown(Operation operation) {
+  const auto describe = [](const char* kind, const auto& failure) {
     std::string text = failure.what();
     const std::string message = SystemMessage(failure.code());
     text.replace(text.find(message), message.size(), "*");
     return kind + std::to_string(failure.code()) + ": " + text;
   };
   try {
-    static_cast<void>(act());
+    static_cast<void>(operation());
     return "done";
   } catch (const SystemError& failure) {
-    return told("system ", failure);
+    return describe("system ", failure);
   } catch (const FilesystemError& failure) {
-    return told("filesystem ", failure);
+    return describe("filesystem ", failure);
   } catch (const std::runtime_error& failure) {
     return std::string("runtime: ") + failure.what();
   }
@@ -40,64 +38,44 @@ std::string Thrown(Act act) {
 
 class FileFixture : public SimulatedFixture {
  protected:
-  // The next calls of a kind fail, `times` of them from the `first` on, or move so many bytes; only
-  // those whose path ends in `name` count. Earlier plans are dropped.
+  // Replaces earlier faults. Calls of a kind whose path ends in `name` fail, `times` of them from
+  // the `first` on, or move only `partial` bytes.
   void Inject(Call call, std::uint32_t code, std::u16string_view name = {}, std::uint64_t first = 1,
               std::uint64_t times = 1, std::optional<std::uint32_t> partial = {}) {
     computer.calls.ClearFaults();
     computer.calls.Inject({call, first, times, code, std::u16string(name), partial});
   }
 
-  // Whether somebody else can open a file in a way.
-  bool IsFree(const Path& path, std::uint32_t access,
-              std::uint32_t sharing = platform::kFileShareAll) {
+  // Whether another process could open a file this way.
+  bool CanOpen(const Path& path, std::uint32_t access,
+               std::uint32_t sharing = platform::kFileShareAll) {
     const auto held = computer.disk.Hold(path, access, sharing);
     computer.disk.Release(held);
     return held != platform::kInvalidHandle;
   }
 
-  // Does something when a call is about to be made.
-  void Before(Call call, const std::function<void()>& act) {
-    computer.calls.before_call = [=](const simulated::CallRecord& record) {
-      if (record.call == call) act();
+  // Runs an operation, and `hook` before each of its calls of a kind. There must be one.
+  template <typename Hook, typename Operation>
+  void RunWithHook(Call call, Hook hook, Operation operation) {
+    bool fired = false;
+    computer.calls.before_call = [&](const simulated::CallRecord& record) {
+      if (record.call != call) return;
+      fired = true;
+      hook();
     };
+    operation();
+    computer.calls.before_call = nullptr;
+    EXPECT_TRUE(fired) << CallName(call) << " was not called";
   }
 
-  // How often an act makes a call.
-  template <typename Act>
-  std::ptrdiff_t Count(Call call, Act act) {
+  // How many calls of a kind an operation makes.
+  template <typename Operation>
+  std::ptrdiff_t Count(Call call, Operation operation) {
     computer.calls.trace.clear();
     computer.calls.keep_trace = true;
-    act();
+    operation();
     computer.calls.keep_trace = false;
     return std::ranges::count(computer.calls.trace, call, &simulated::CallRecord::call);
-  }
-
-  // Does an act once for each of its calls, which fails, and once in peace. A line tells the call,
-  // the last name of its path, and the act's words; so the lines are the act's calls, in order, behind an
-  // empty one.
-  template <typename Prepare, typename Act>
-  std::string FailingEachCall(Prepare prepare, Act act, std::uint32_t code = 5) {
-    std::string lines = "\n";
-    bool fails = true;
-    for (std::uint64_t failing = 1; fails; ++failing) {
-      prepare();
-      std::string line = "in peace";
-      fails = false;
-      std::uint64_t made = 0;
-      computer.calls.before_call = [&](const simulated::CallRecord& record) {
-        if (record.call >= Call::WideCharToMultiByte || ++made != failing) return;
-        fails = true;
-        const std::string name = Shown(LastComponent(record.path));
-        line = std::string(CallName(record.call)) + (name.empty() ? "" : " ") + name;
-        computer.calls.Inject({.call = record.call, .code = code});
-      };
-      const std::string words = act();
-      computer.calls.before_call = nullptr;
-      computer.calls.ClearFaults();
-      lines.append(line).append(": ").append(words).append("\n");
-    }
-    return lines;
   }
 };
 

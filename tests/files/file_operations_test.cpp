@@ -28,15 +28,15 @@ class FileOperations : public FileFixture {
 
 // --- Status --------------------------------------------------------------------------------------
 
-// The kind, and the code where there is one.
-std::string InWords(const FileStatus& status) {
+// The kind, and the code if there is one.
+std::string Description(const FileStatus& status) {
   const char* const kinds[] = {"none", "not_found", "regular", "directory", "symlink", "",
                                "",     "",          "",        "",          "junction"};
   const std::string code = status.error == 0 ? "" : " " + std::to_string(status.error);
   return kinds[static_cast<int>(status.kind)] + code;
 }
 
-// What links lead to, what stands there itself, and the size where there is one.
+// The target of links, the entry itself, and the size if there is one.
 std::string Seen(PathView path) {
   const FileStatus followed = QueryStatus(path);
   const FileStatus itself = QueryLinkStatus(path);
@@ -44,7 +44,7 @@ std::string Seen(PathView path) {
   EXPECT_EQ(size.error, followed.error) << Shown(path);
   EXPECT_TRUE(size.error == 0 || size.size == ~std::uint64_t{0}) << Shown(path);
   const std::string number = size.error == 0 ? ", " + std::to_string(size.size) : "";
-  return InWords(followed) + ", " + InWords(itself) + number;
+  return Description(followed) + ", " + Description(itself) + number;
 }
 
 TEST_F(FileOperations, EachKindIsSeenThroughLinksAndAsItself) {
@@ -65,21 +65,20 @@ TEST_F(FileOperations, EachKindIsSeenThroughLinksAndAsItself) {
 }
 
 TEST_F(FileOperations, AFailedQueryIsItsCodeButForASharingViolation) {
-  const auto link = [] { return InWords(QueryLinkStatus(u"C:/d/link")); };
-  EXPECT_EQ(FailingEachCall([] {}, link), R"(
-GetFileAttributesExW link: none 5
-CreateFile2 link: none 5
-GetFileInformationByHandleEx link: none 5
-GetFileInformationByHandleEx link: none 5
-GetFileInformationByHandleEx link: none 5
-CloseHandle link: symlink
-in peace: symlink
-)");
+  const std::pair<Call, std::uint64_t> queries[] = {{Call::GetFileAttributesExW, 1},
+                                                    {Call::CreateFile2, 1},
+                                                    {Call::GetFileInformationByHandleEx, 1},
+                                                    {Call::GetFileInformationByHandleEx, 2},
+                                                    {Call::GetFileInformationByHandleEx, 3}};
+  for (const auto& [call, occurrence] : queries) {
+    Inject(call, 5, {}, occurrence);
+    EXPECT_EQ(Description(QueryLinkStatus(u"C:/d/link")), "none 5") << CallName(call) << occurrence;
+  }
   // A file that somebody holds answers through its directory.
   Inject(Call::GetFileAttributesExW, 32, {}, 1, kAlways);
   ExpectEach(Seen, u"C:/d/file = regular, regular, 3; C:/d/junction = directory, junction, 0;");
   computer.calls.Inject({.call = Call::FindFirstFileW, .code = 64});
-  EXPECT_EQ(InWords(QueryStatus(u"C:/d/file")), "not_found 64");
+  EXPECT_EQ(Description(QueryStatus(u"C:/d/file")), "not_found 64");
 }
 
 // --- Directories ---------------------------------------------------------------------------------
@@ -118,7 +117,7 @@ TEST_F(FileOperations, OneCodeIsLeftOfTheWayToADirectory) {
   EXPECT_EQ(CreateOneDirectory(u"C:/d"), 5u);
 }
 
-// What a walk delivers, a blank after each, and the code that ended it, if one did.
+// The entries that a walk visits, with a blank after each, and the code that ended it, if any.
 std::string Walk(const Path& root, const Path& stop_at = u"?") {
   std::string seen;
   const std::uint32_t code = EnumerateTree(root, [&](const TreeEntry& entry) -> std::uint32_t {
@@ -142,7 +141,7 @@ TEST_F(FileOperations, ATreeIsWalkedFromTheTopAndLinksAreNotEntered) {
   Inject(Call::FindFirstFileExW, 5, u"b\\*");
   EXPECT_EQ(Walk(u"C:\\d"), "\\a=0 \\b=0 5") << "seen before the failure to enter it";
   Inject(Call::FindFirstFileExW, 2, u"b\\*");
-  EXPECT_EQ(Walk(u"C:\\d"), "\\a=0 \\b=0 " + links) << "it is there all the same, so it is empty";
+  EXPECT_EQ(Walk(u"C:\\d"), "\\a=0 \\b=0 " + links) << "it exists, so it is empty";
   Inject(Call::FindFirstFileExW, 2, u"no\\*");
   EXPECT_EQ(Walk(u"C:\\no"), "2");
   Inject(Call::FindNextFileW, 1117, {}, 5);  // Past ".", "..", "a" and the two of its own.
@@ -155,7 +154,7 @@ TEST_F(FileOperations, ATreeIsWalkedFromTheTopAndLinksAreNotEntered) {
 
 class Removal : public FileOperations {
  protected:
-  // "removed", "nothing" or the code, behind the number of dispositions that it took.
+  // The number of dispositions that a removal takes, and "removed", "nothing" or the code.
   std::string Remove(const Path& path) {
     RemovalResult result;
     const auto count = Count(kDispose, [&] { result = RemoveEntry(path); });
@@ -215,27 +214,23 @@ TEST_F(Removal, WhatIsNotThereIsNoFailureAndWhatStandsInTheWayIs) {
 TEST_F(Removal, AnOlderVolumeIsAskedInOlderWays) {
   for (const std::uint32_t unknown : {1u, 50u, 87u}) {
     MakeFile(kReadonly);
-    Inject(kDispose, unknown);
-    EXPECT_EQ(Remove(u"C:/f"), "4 removed") << unknown;
-    MakeFile(kReadonly);
     Inject(kDispose, unknown, {}, 1, 2);
     EXPECT_EQ(Remove(u"C:/f"), "5 removed") << unknown;
   }
-  // Two ways that it does not know, a refusal, the attribute's clearing, both ways again, and the
-  // attribute's return. A refused open is made again without the right to write attributes.
+  // The dispositions: two that the volume does not know, a refused one, the clearing of the
+  // attribute, the second and third again, and the restoring of the attribute after a refusal.
   computer.disks.volume(u'C').posix_delete = false;
-  EXPECT_EQ(FailingEachCall([&] { MakeFile(kReadonly); }, [&] { return Remove(u"C:/f"); }), R"(
-CreateFile2 f: 3 5
-SetFileInformationByHandle f: 1 5
-SetFileInformationByHandle f: 5 removed
-SetFileInformationByHandle f: 6 removed
-GetFileInformationByHandleEx f: 3 5
-SetFileInformationByHandle f: 4 5
-SetFileInformationByHandle f: 6 5
-SetFileInformationByHandle f: 7 5
-CloseHandle f: 6 removed
-in peace: 6 removed
-)");
+  const std::tuple<std::string, Call, std::uint64_t, std::string> table[] = {
+      {"nothing fails", Call::CreateFile2, 9, "6 removed"},
+      {"open with the right to write attributes", Call::CreateFile2, 1, "3 5"},
+      {"refusal", kDispose, 1, "1 5"},
+      {"query of the attribute", Call::GetFileInformationByHandleEx, 1, "3 5"},
+      {"clearing of the attribute", kDispose, 4, "4 5"}};
+  for (const auto& [name, call, occurrence, result] : table) {
+    MakeFile(kReadonly);
+    Inject(call, 5, {}, occurrence);
+    EXPECT_EQ(Remove(u"C:/f"), result) << name;
+  }
   MakeFile(kReadonly | platform::kFileAttributeArchive);
   Inject(kDispose, 5, {}, 6);
   EXPECT_EQ(Remove(u"C:/f"), "7 5");
@@ -284,18 +279,12 @@ const Path kExtended = u"\\\\?\\" + kLong;
 
 TEST_F(FileOperations, AFlushKeepsWritersOffAndItsCodeThroughTheClose) {
   computer.disk.WriteFile(kExtended, "abc");
-  Before(Call::FlushFileBuffers, [&] {
-    EXPECT_TRUE(IsFree(kExtended, platform::kGenericRead));
-    EXPECT_FALSE(IsFree(kExtended, platform::kGenericWrite));
-  });
-  FlushFile(kLong);
+  const auto check = [&] {
+    EXPECT_TRUE(CanOpen(kExtended, platform::kGenericRead));
+    EXPECT_FALSE(CanOpen(kExtended, platform::kGenericWrite));
+  };
+  RunWithHook(Call::FlushFileBuffers, check, [] { FlushFile(kLong); });
   EXPECT_TRUE(computer.disks.volume(u'C').unforced().empty());
-  EXPECT_EQ(FailingEachCall([] {}, [] { return Thrown([] { FlushFile(u"C:/d/file"); }); }), R"(
-CreateFileW file: system 5: *
-FlushFileBuffers file: system 5: *
-CloseHandle file: done
-in peace: done
-)");
   Inject(Call::FlushFileBuffers, 23);
   computer.calls.Inject({.call = Call::CloseHandle, .code = 6});
   EXPECT_EQ(Thrown([] { FlushFile(u"C:/d/file"); }), "system 23: *");
@@ -308,9 +297,10 @@ TEST_F(FileOperations, AReplacementIsOneDurableStep) {
   };
   computer.disks.AddVolume(u'E');
   computer.disk.WriteFile(kExtended, "new");
-  EXPECT_EQ(FailingEachCall([&] { computer.disks.Settle(); },
-                            [&] { return replace(kLong, u"C:/d/file"); }),
-            "\nMoveFileExW " + std::string(80, 'f') + ": system 5: *\nin peace: done\n");
+  computer.disks.Settle();
+  Inject(Call::MoveFileExW, 5);
+  EXPECT_EQ(replace(kLong, u"C:/d/file"), "system 5: *");
+  EXPECT_EQ(replace(kLong, u"C:/d/file"), "done");
   EXPECT_EQ(computer.disk.ReadFile(u"C:/d/file"), "new");
   EXPECT_FALSE(computer.disk.Exists(kExtended));
   EXPECT_TRUE(computer.disks.volume(u'C').unforced().empty()) << "not written through";

@@ -1,5 +1,4 @@
-// What the tests of the lower layers stand on: a simulated machine for the length of one test, and
-// tables of paths.
+// For the tests of the lower layers: a simulated computer for each test, and tables of paths.
 
 #pragma once
 
@@ -22,7 +21,7 @@ class SimulatedFixture : public testing::Test {
  protected:
   SimulatedFixture() { computer.MakeCurrent(); }
 
-  // Whatever a test does, nothing stays open behind it.
+  // No test may leave anything open.
   void TearDown() override {
     EXPECT_EQ(computer.files().open_handles(), 0u);
     EXPECT_EQ(computer.objects().open_hashes(), 0u);
@@ -32,7 +31,7 @@ class SimulatedFixture : public testing::Test {
   simulated::Computer computer;
 };
 
-// What stands between separators, without the blanks and line ends around it.
+// The parts between separators, without the blanks and line ends around them, unless empty.
 inline std::vector<Path> Cells(PathView text, PathView separator) {
   std::vector<Path> cells;
   while (!text.empty()) {
@@ -46,8 +45,9 @@ inline std::vector<Path> Cells(PathView text, PathView separator) {
   return cells;
 }
 
-inline std::string Plain(const std::string& text) { return text.empty() ? "~" : text; }
-inline std::string Plain(PathView path) { return path.empty() ? "~" : Shown(path); }
+// A cell of a table.
+inline std::string Cell(const std::string& text) { return text.empty() ? "~" : text; }
+inline std::string Cell(PathView path) { return Cell(Shown(path)); }
 
 // A table of "path = result" or "path + path = result", each ended by a semicolon; ~ is an empty
 // path.
@@ -59,9 +59,9 @@ void ExpectEach(Operation operation, PathView table) {
     for (Path& path : given) path = path == u"~" ? u"" : path;
     std::string result;
     if constexpr (std::is_invocable_v<Operation, Path, Path>) {
-      result = Plain(operation(given.at(0), given.at(1)));
+      result = Cell(operation(given.at(0), given.at(1)));
     } else {
-      result = Plain(operation(given.at(0)));
+      result = Cell(operation(given.at(0)));
     }
     EXPECT_EQ(result, Shown(sides.at(1))) << Shown(row);
   }

@@ -1,5 +1,6 @@
 #include "text/utf8.h"
 
+#include "support/failure_of.h"
 #include "support/simulated_fixture.h"
 #include "text/system_error.h"
 
@@ -8,30 +9,37 @@ namespace {
 
 class Utf8 : public SimulatedFixture {};
 
-template <typename Conversion>
-std::uint32_t CodeOf(Conversion convert) {
-  try {
-    static_cast<void>(convert());
-    return 0;
-  } catch (const SystemError& failure) {
-    return failure.code();
-  }
+constexpr std::u16string_view kText = u"a\\b/\u00e9\u20ac\U0001F600\u0001";
+constexpr std::string_view kUtf8 = "a\\b/\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\x01";
+
+TEST_F(Utf8, WellFormedTextIsConvertedBothWays) {
+  EXPECT_EQ(Utf8FromUtf16(kText), kUtf8);
+  EXPECT_EQ(Utf16FromUtf8(kUtf8), kText);
+  EXPECT_EQ(LenientUtf8(u"a\xd800"), "a\xef\xbf\xbd");
+  EXPECT_EQ(Utf8FromUtf16(u"") + LenientUtf8(u""), "");
+  EXPECT_EQ(Utf16FromUtf8(""), u"");
 }
 
-TEST_F(Utf8, WellFormedTextSurvivesBothWaysAndAllElseIsRefused) {
-  EXPECT_EQ(Utf8FromUtf16(u"\u00e9\u20ac\U0001F600"), "\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80");
-  for (const std::u16string_view text : {u"", u"a\\b/c", u"\u00e9\u20ac", u"\U0001F600\u0001"}) {
-    EXPECT_EQ(Utf16FromUtf8(Utf8FromUtf16(text)), text);
-  }
-  EXPECT_EQ(CodeOf([] { return Utf8FromUtf16(u"a\xd800"); }), 1113u);
-  EXPECT_EQ(CodeOf([] { return Utf16FromUtf8("a\xe2\x82"); }), 1113u);
-  for (const std::uint64_t pass : {1u, 2u}) {
+TEST_F(Utf8, EveryFailureHasItsCodeAndLeavesTheTextAlone) {
+  std::string text = "before";
+  const auto narrow = [&](std::u16string_view wide) {
+    return FailureOf([&] { AppendUtf8(text, wide); });
+  };
+  const auto widen = [](std::string_view utf8) {
+    return FailureOf([&] { static_cast<void>(Utf16FromUtf8(utf8)); });
+  };
+  EXPECT_EQ(narrow(u"a\xd800"), SystemMessage(1113));
+  EXPECT_EQ(widen("a\xe2\x82"), SystemMessage(1113));
+  // More units than the platform's lengths can express; none of them is read.
+  EXPECT_EQ(narrow({kText.data(), std::size_t{1} << 31}), SystemMessage(87));
+  for (const std::uint64_t occurrence : {1u, 2u}) {
     computer.calls.ClearFaults();
-    computer.calls.Inject({.call = Call::WideCharToMultiByte, .first = pass, .code = 8});
-    computer.calls.Inject({.call = Call::MultiByteToWideChar, .first = pass, .code = 14});
-    EXPECT_EQ(CodeOf([] { return Utf8FromUtf16(u"a"); }), 8u);
-    EXPECT_EQ(CodeOf([] { return Utf16FromUtf8("a"); }), 14u);
+    computer.calls.Inject({.call = Call::WideCharToMultiByte, .first = occurrence, .code = 8});
+    computer.calls.Inject({.call = Call::MultiByteToWideChar, .first = occurrence, .code = 32});
+    EXPECT_EQ(narrow(u"a"), SystemMessage(8)) << occurrence;
+    EXPECT_EQ(widen("a"), SystemMessage(32)) << occurrence;
   }
+  EXPECT_EQ(text, "before");
 }
 
 }  // namespace

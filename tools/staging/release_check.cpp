@@ -15,6 +15,7 @@
 #include "lists/release_path.h"
 #include "platform/files.h"
 #include "platform/text.h"
+#include "text/conversion.h"
 #include "text/decimal.h"
 #include "text/hex.h"
 #include "text/utf8.h"
@@ -326,17 +327,6 @@ void CheckInstalled(const Path& target, const Path& relative, const Path& backup
   }
 }
 
-std::string LenientUtf8(std::u16string_view text) {
-  const auto length = static_cast<std::int32_t>(text.size());
-  const auto convert = [&](char* output, std::int32_t size) {
-    return platform::WideCharToMultiByte(platform::kCpUtf8, 0, text.data(), length, output, size,
-                                         nullptr);
-  };
-  std::string utf8(static_cast<std::size_t>(convert(nullptr, 0)), '\0');
-  convert(utf8.data(), static_cast<std::int32_t>(utf8.size()));
-  return utf8;
-}
-
 }  // namespace
 
 Problems CheckRelease(const Path& release, const ManagedDeletionList& deletions) {
@@ -395,13 +385,12 @@ std::string Quoted(PathView path) {
 std::string FailureText(const std::exception& failure) {
   const std::string_view narrow = failure.what();
   if (narrow.empty()) return {};
-  const auto length = static_cast<std::int32_t>(narrow.size());
-  const auto convert = [&](char16_t* output, std::int32_t size) {
+  std::u16string wide;
+  const auto convert = [&](std::int32_t length, char16_t* output, std::int32_t size) {
     return platform::MultiByteToWideChar(FileSystemCodePage(), 0, narrow.data(), length, output,
                                          size);
   };
-  std::u16string wide(static_cast<std::size_t>(convert(nullptr, 0)), u'\0');
-  convert(wide.data(), static_cast<std::int32_t>(wide.size()));
+  static_cast<void>(AppendConverted(wide, narrow.size(), convert));
   return LenientUtf8(wide);
 }
 

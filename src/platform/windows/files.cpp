@@ -1,5 +1,6 @@
 #include "platform/files.h"
 
+#include <algorithm>
 #include <cwchar>
 
 #include "platform/windows/native.h"
@@ -47,9 +48,9 @@ static_assert(kFindExSearchNameMatch == ::FindExSearchNameMatch);
 
 namespace {
 
-// The headers show this class only to programs that give up everything before Windows 10 1607, and
-// give its number to another class otherwise. Here a volume or a system that lacks it is told by
-// its answer, so both are written out.
+// FileDispositionInfoEx and its structure. The headers declare them only for programs that require
+// Windows 10 1607 and give the number to another class otherwise. This program runs on older
+// systems as well: they refuse the class, and the caller then takes another one.
 struct DispositionFlags {
   DWORD flags;
 };
@@ -57,11 +58,15 @@ constexpr auto kDispositionInfoExClass = static_cast<FILE_INFO_BY_HANDLE_CLASS>(
 
 std::uint64_t Joined(DWORD high, DWORD low) { return std::uint64_t{high} << 32 | low; }
 
+// Does not throw for a name of up to the reserved MAX_PATH units: a copy into the string allocates
+// nothing, whereas an assignment of wchar_t units would build a temporary string.
 void Store(const WIN32_FIND_DATAW& native, FindData* data) {
   data->attributes = native.dwFileAttributes;
   data->reparse_tag = native.dwReserved0;
   data->size = Joined(native.nFileSizeHigh, native.nFileSizeLow);
-  data->name.assign(native.cFileName, native.cFileName + std::wcslen(native.cFileName));
+  const std::size_t length = std::wcslen(native.cFileName);
+  data->name.resize(length);
+  std::copy_n(native.cFileName, length, data->name.begin());
 }
 
 }  // namespace
@@ -200,7 +205,7 @@ bool CreateDirectoryW(const char16_t* path) {
 }
 
 Handle FindFirstFileW(const char16_t* pattern, FindData* data) {
-  data->name.reserve(MAX_PATH);  // Nothing may throw while the find handle has no owner.
+  data->name.reserve(MAX_PATH);  // Nothing may throw while the search handle has no owner.
   WIN32_FIND_DATAW native = {};
   const HANDLE find = ::FindFirstFileW(Wide(pattern), &native);
   if (find != INVALID_HANDLE_VALUE) Store(native, data);
@@ -209,7 +214,7 @@ Handle FindFirstFileW(const char16_t* pattern, FindData* data) {
 
 Handle FindFirstFileExW(const char16_t* pattern, std::uint32_t level, FindData* data,
                         std::uint32_t search, std::uint32_t flags) {
-  data->name.reserve(MAX_PATH);  // As above.
+  data->name.reserve(MAX_PATH);  // For the same reason.
   WIN32_FIND_DATAW native = {};
   const HANDLE find = ::FindFirstFileExW(Wide(pattern), static_cast<FINDEX_INFO_LEVELS>(level),
                                          &native, static_cast<FINDEX_SEARCH_OPS>(search),

@@ -5,8 +5,8 @@
 
 namespace tolvarine::updater::platform {
 
-// INVALID_HANDLE_VALUE is a cast from an integer, which no constant expression may hold; its value
-// is what this checks.
+// INVALID_HANDLE_VALUE is a cast from an integer and cannot be used in a constant expression. This
+// compares the integer.
 static_assert(kInvalidHandle == static_cast<Handle>(LONG_PTR{-1}));
 static_assert(sizeof(Handle) == sizeof(HANDLE));
 

@@ -2,7 +2,7 @@
 
 #include "platform/windows/native.h"
 
-// After the system's header, whose types it needs.
+// It needs the types of the system's header.
 #include <bcrypt.h>
 
 namespace tolvarine::updater::platform {
@@ -10,11 +10,11 @@ namespace tolvarine::updater::platform {
 namespace {
 
 constexpr ULONG kNoFlags = 0;
-// What every call answers where the library, or the function in it, is missing.
+// The result of every call if the library, or the function in it, is missing.
 constexpr Status kStatusDllNotFound = static_cast<Status>(0xC0000135);
 
-// The library is not among those that the system loads from its own directory alone: as an import
-// it would be looked for beside the program first, where others may have written.
+// bcrypt.dll is not among the libraries that the system always loads from its own directory. As an
+// import it would be searched for in the program's directory first, where others may have put one.
 HMODULE Library() {
   static const HMODULE library =
       ::LoadLibraryExW(L"bcrypt.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
@@ -24,7 +24,7 @@ HMODULE Library() {
 // Calls a function of the library by its name and declared type.
 template <typename Function, typename... Arguments>
 Status Call(const char* name, Arguments... arguments) {
-  // By way of void*, since the compiler warns of casts between function types.
+  // The cast to void* avoids the compiler's warning about casts between function types.
   const auto function =
       reinterpret_cast<Function*>(reinterpret_cast<void*>(::GetProcAddress(Library(), name)));
   return function == nullptr ? kStatusDllNotFound : function(arguments...);

@@ -1,9 +1,8 @@
-// What the files of this folder share: the system's header and the way between its types and ours.
+// The system's header, and conversions between its types and those of the platform layer.
 //
-// Every function of this folder is one call of the system's. It turns types into one another and
-// adds the arguments that are always the same; it takes no decision, repeats nothing and calls
-// nothing after the system's call that could change the last error. The hash functions alone are
-// looked up by name first (hashing.cpp).
+// Every function of this folder makes one system call. It converts the types and adds the arguments
+// that are always the same. It decides and repeats nothing, and makes no other call afterwards that
+// could change the last error. Only the hash functions are looked up by name first (hashing.cpp).
 
 #pragma once
 

@@ -2,7 +2,7 @@
 
 #include "platform/windows/native.h"
 
-// After the system's header, whose types it needs.
+// It needs the types of the system's header.
 #include <shellapi.h>
 
 namespace tolvarine::updater::platform {

@@ -12,7 +12,7 @@ static_assert(kShDenyNo == _SH_DENYNO);
 
 namespace {
 
-constexpr std::size_t kByte = 1;  // The size of an item, so that the runtime counts in bytes.
+constexpr std::size_t kByte = 1;  // The size of an item, so that the results are in bytes.
 
 FILE* Native(Stream* stream) { return reinterpret_cast<FILE*>(stream); }
 

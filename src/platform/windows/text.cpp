@@ -33,7 +33,7 @@ std::int32_t WideCharToMultiByte(std::uint32_t code_page, std::uint32_t flags, c
                                  std::int32_t wide_length, char* narrow, std::int32_t narrow_size,
                                  bool* used_default) {
   BOOL used = FALSE;
-  // UTF-8 and GB 18030 are refused when the system is asked whether the default was used.
+  // The system refuses UTF-8 and GB 18030 if `lpUsedDefaultChar` is not null.
   const std::int32_t length =
       ::WideCharToMultiByte(code_page, flags, Wide(wide), wide_length, narrow, narrow_size,
                             /*lpDefaultChar=*/nullptr, used_default != nullptr ? &used : nullptr);
@@ -61,13 +61,15 @@ std::uint32_t CharLowerBuffW(char16_t* text, std::uint32_t length) {
 
 std::uint32_t FormatMessageA(std::uint32_t flags, std::uint32_t code, std::uint32_t language,
                              char** text) {
-  // With kFormatMessageAllocateBuffer the buffer argument is where the buffer's address goes.
+  // With kFormatMessageAllocateBuffer the buffer argument points to where the address of the new
+  // buffer is stored.
   return ::FormatMessageA(flags, /*lpSource=*/nullptr, code, language,
                           reinterpret_cast<LPSTR>(text), /*nSize=*/0, /*Arguments=*/nullptr);
 }
 
 std::int32_t GetLocaleInfoEx(const char16_t* locale, std::uint32_t type, std::uint32_t* number) {
-  // With kLocaleReturnNumber the text buffer is where the number goes, counted in units of text.
+  // With kLocaleReturnNumber the number is stored in the text buffer, whose size is in units of
+  // text.
   constexpr int kUnitsOfNumber = sizeof(DWORD) / sizeof(wchar_t);
   DWORD value = 0;
   const std::int32_t length =
@@ -89,7 +91,7 @@ std::uint32_t wcstoul(const char16_t* text, const char16_t** end) {
 
 std::uint64_t wcstoull(const char16_t* text, const char16_t** end) {
   wchar_t* stop = nullptr;
-  // The runtime's own conversion; the toolchain puts a work-alike of its own behind `wcstoull`.
+  // The toolchain links a function of its own for `wcstoull`; this one is the runtime's.
   const std::uint64_t value = ::_wcstoui64(Wide(text), &stop, kDecimal);
   *end = reinterpret_cast<const char16_t*>(stop);
   return value;
