@@ -88,8 +88,7 @@ inline constexpr LowerCaseRange kLowerCaseRanges[] = {
 
 constexpr char32_t LowerCase(char32_t character) {
   const LowerCaseRange* range =
-      std::lower_bound(std::begin(kLowerCaseRanges), std::end(kLowerCaseRanges), character,
-                       [](const LowerCaseRange& r, char32_t c) { return r.last < c; });
+      std::ranges::lower_bound(kLowerCaseRanges, character, {}, &LowerCaseRange::last);
   if (range == std::end(kLowerCaseRanges) || character < range->first) return character;
   if ((character - range->first) % range->stride != 0) return character;
   return static_cast<char32_t>(static_cast<std::int32_t>(character) + range->delta);

@@ -174,6 +174,7 @@ void Volume::Force() {
 
 std::vector<NodeId> Volume::UnflushedFiles() const {
   std::vector<NodeId> files;
+  files.reserve(unflushed_.size());
   for (const auto& [id, since] : unflushed_) files.push_back(id);
   return files;
 }
