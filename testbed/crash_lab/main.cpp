@@ -117,7 +117,9 @@ bool HasTwoVolumes(const Scenario& scenario) {
 std::vector<Campaign> CampaignsOf(const Scenario& scenario, const Round& round) {
   // Whether the state lies on a volume of its own changes nothing where nothing is lost.
   const bool forward = scenario.runs.front().entry_point == EntryPoint::kMainSequence;
-  if (HasTwoVolumes(scenario) || !forward) return {};
+  if (!forward || (HasTwoVolumes(scenario) && !scenario.thorough)) return {};
+  const Campaign combined = {"failing calls and power cuts combined", FailAndCut, round.combined};
+  if (HasTwoVolumes(scenario)) return {combined};
   std::vector<Campaign> campaigns;
   const bool undisturbed = scenario.runs.front().faults.empty();
   if (!scenario.plan.baseline.empty()) {
@@ -125,7 +127,7 @@ std::vector<Campaign> CampaignsOf(const Scenario& scenario, const Round& round) 
   }
   campaigns.push_back({"calls fail", BreakCalls, round.broken});
   if (undisturbed) campaigns.push_back({"damage", Damage, round.corruptions});
-  campaigns.push_back({"failing calls and power cuts combined", FailAndCut, round.combined});
+  campaigns.push_back(combined);
   for (Campaign& campaign : campaigns) {
     campaign.bounds.cases = std::min(campaign.bounds.cases, scenario.cases);
   }

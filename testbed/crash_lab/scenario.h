@@ -15,7 +15,8 @@ namespace tolvarine::updater::crash_lab {
 // command line never chooses.
 enum class EntryPoint { kMainSequence, kRestoreBaseline };
 
-// What disturbs a run, and so how much is demanded of it.
+// What disturbs a run, and so how much is demanded of it; each value demands less than the one
+// before.
 enum class Disturbance {
   kNone,
   kOnce,     // One failure: the run must end whole.
