@@ -122,12 +122,12 @@ std::vector<Campaign> CampaignsOf(const Scenario& scenario, const Round& round) 
   if (HasTwoVolumes(scenario)) return {combined};
   std::vector<Campaign> campaigns;
   const bool undisturbed = scenario.runs.front().faults.empty();
+  campaigns.push_back({"calls fail", BreakCalls, round.broken});
+  campaigns.push_back(combined);
+  if (undisturbed) campaigns.push_back({"damage", Damage, round.corruptions});
   if (!scenario.plan.baseline.empty()) {
     campaigns.push_back({"an adversary", Interfere, round.acts});
   }
-  campaigns.push_back({"calls fail", BreakCalls, round.broken});
-  if (undisturbed) campaigns.push_back({"damage", Damage, round.corruptions});
-  campaigns.push_back(combined);
   for (Campaign& campaign : campaigns) {
     campaign.bounds.cases = std::min(campaign.bounds.cases, scenario.cases);
   }
@@ -164,7 +164,8 @@ std::vector<Job> JobsOf(const std::vector<Scenario>& scenarios, const Round& rou
     (early ? jobs : later).push_back(Exploration(scenario, false, round));
   }
   for (const Scenario& scenario : scenarios) {
-    AddCampaigns(scenario, round, scenario.thorough ? jobs : later);
+    const bool early = scenario.thorough || scenario.cases < round.broken.cases;
+    AddCampaigns(scenario, round, early ? jobs : later);
   }
   jobs.insert(jobs.end(), later.begin(), later.end());
   return jobs;
