@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <functional>
 #include <string>
 #include <vector>
@@ -45,6 +46,16 @@ void AddSlotCorruption(std::vector<Corruption>& corruptions, const Path& path, s
        }});
 }
 
+// Changes a slot only when it is tried: there are many cases, and a slot may be long.
+void AddSlotChange(std::vector<Corruption>& corruptions, const Path& path, std::string name,
+                   const std::function<void(std::string&)>& change) {
+  corruptions.push_back({.name = std::move(name), .apply = [path, change](Computer& computer) {
+                           std::string text = *computer.disk.ReadFile(path);
+                           change(text);
+                           computer.disk.WriteFile(path, text);
+                         }});
+}
+
 // The record of a transaction of another installation, in the same place.
 std::string OfAnotherTarget(const std::string& text) {
   std::optional<TransactionJournal> journal = ParseJournal(text);
@@ -61,11 +72,12 @@ void AddSlotCorruptions(const SimulatedUpdate& update, int slot,
   const std::string of = " of slot " + std::to_string(slot);
   // Every byte of a slot of usual length.
   for (std::size_t i = 0; i < text->size(); i += 1 + text->size() / kMostPositions) {
-    std::string flipped = *text;
-    flipped[i] = static_cast<char>(flipped[i] ^ 1);  // A digit stays one.
-    AddSlotCorruption(corruptions, path, "flip byte " + std::to_string(i) + of, std::move(flipped));
-    AddSlotCorruption(corruptions, path, "truncate at " + std::to_string(i) + of,
-                      text->substr(0, i));
+    AddSlotChange(corruptions, path, "flip byte " + std::to_string(i) + of,
+                  [i](std::string& bytes) {
+                    bytes[i] = static_cast<char>(bytes[i] ^ 1);  // A digit stays one.
+                  });
+    AddSlotChange(corruptions, path, "truncate at " + std::to_string(i) + of,
+                  [i](std::string& bytes) { bytes.resize(i); });
   }
   AddSlotCorruption(corruptions, path, "zeros in place" + of, std::string(text->size(), '\0'));
   corruptions.push_back({.name = "removal" + of,
@@ -198,16 +210,20 @@ void AddReleaseCorruptions(const SimulatedUpdate& update, const JournalLoadResul
   }
 }
 
-std::vector<Corruption> CorruptionsOf(const SimulatedUpdate& update, std::uint64_t state) {
+std::vector<Corruption> CorruptionsOfSlots(const SimulatedUpdate& update) {
   std::vector<Corruption> corruptions;
   AddSlotCorruptions(update, 0, corruptions);
   AddSlotCorruptions(update, 1, corruptions);
   AddCorruptionsOfBothSlots(update, corruptions);
+  return corruptions;
+}
+
+std::vector<Corruption> CorruptionsOfFiles(const SimulatedUpdate& update) {
+  std::vector<Corruption> corruptions;
   const JournalLoadResult loaded = LoadJournal(update.layout.transaction);
   AddBackupCorruptions(update, loaded, corruptions);
   AddTargetCorruptions(update, loaded, corruptions);
   AddReleaseCorruptions(update, loaded, corruptions);
-  for (Corruption& corruption : corruptions) corruption.state = state;
   return corruptions;
 }
 
@@ -234,12 +250,13 @@ void Try(ScenarioRunner& runner, const Disks& disks, const Corruption& corruptio
   runner.Converge(computer.disks.volumes, replay);
 }
 
-// With slices, every case of one state in the middle of the slice; without, a sample of each state.
+// With slices, every case of one state in the middle of the slice; without, a sample of each state,
+// half of it changes of slots, which are many more than the others.
 CampaignBounds BoundsOfState(const CampaignBounds& bounds, std::uint64_t state,
                              std::uint64_t states) {
   CampaignBounds of_state{.only = bounds.only};
   if (bounds.slices == 1) {
-    of_state.cases = std::max<std::uint64_t>(bounds.cases / states, 1);
+    of_state.cases = std::max<std::uint64_t>(bounds.cases / (2 * states), 1);
     of_state.seed = bounds.seed + state;
   } else if (state != states * (2 * bounds.slice + 1) / (2 * bounds.slices)) {
     of_state.cases = 0;
@@ -260,9 +277,12 @@ Figures Damage(const Scenario& scenario, const CampaignBounds& bounds) {
   for (std::size_t state = 0; state < states.size(); ++state) {
     const CampaignBounds each = BoundsOfState(bounds, state, states.size());
     runner.computer().Restart(states[state]);
-    TryEach(Chosen(CorruptionsOf(runner.update(), state + 1), each, runner.figures()), bounds,
-            runner.figures(),
-            [&](const Corruption& corruption) { Try(runner, states[state], corruption); });
+    std::array both = {CorruptionsOfSlots(runner.update()), CorruptionsOfFiles(runner.update())};
+    for (std::vector<Corruption>& corruptions : both) {
+      for (Corruption& corruption : corruptions) corruption.state = state + 1;
+      TryEach(Chosen(std::move(corruptions), each, runner.figures()), bounds, runner.figures(),
+              [&](const Corruption& corruption) { Try(runner, states[state], corruption); });
+    }
   }
   return runner.figures();
 }

@@ -61,8 +61,8 @@ struct ImageEntry {
   simulated::Bytes content;
 };
 
-// Orders paths byte by byte: paths with the same beginning stand together, which is all that is asked
-// of the order, and long beginnings are passed over fast.
+// Orders paths byte by byte: paths with the same beginning stand together, which is all that is
+// asked of the order, and long beginnings are passed over fast.
 struct PathBefore {
   bool operator()(std::u16string_view a, std::u16string_view b) const {
     const std::size_t common = std::min(a.size(), b.size());

@@ -195,7 +195,7 @@ void Adversary::Try(const Case& tried) {
   if (act.redirects) exempt.push_back(update.TargetPath(u"lib"));
   runner_.check().ExemptOnly(std::move(exempt));
   PlannedRun run = planned_;
-  run.disturbance = act.disturbance;
+  run.disturbance = std::max(planned_.disturbance, act.disturbance);
   const std::string replay = "--case '" + tried.Text() + "'";
   std::string previous;
   std::string between;

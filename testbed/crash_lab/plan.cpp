@@ -20,15 +20,17 @@ bool HasTwoVolumes(const Scenario& scenario) {
 std::vector<Campaign> CampaignsOf(const Scenario& scenario, const Round& round) {
   // A second volume makes a difference only where a cut can lose something.
   const bool forward = scenario.runs.front().entry_point == EntryPoint::kMainSequence;
-  if (HasTwoVolumes(scenario) || !forward) return {};
+  if (!forward || (HasTwoVolumes(scenario) && !scenario.thorough)) return {};
+  const Campaign combined = {"failing calls and power cuts combined", FailAndCut, round.combined};
+  if (HasTwoVolumes(scenario)) return {combined};
   std::vector<Campaign> campaigns;
   const bool undisturbed = scenario.runs.front().faults.empty();
+  campaigns.push_back({"calls fail", BreakCalls, round.failing_calls});
+  campaigns.push_back(combined);
+  if (undisturbed) campaigns.push_back({"damage", Damage, round.corruptions});
   if (!scenario.plan.baseline.empty()) {
     campaigns.push_back({"an adversary", Interfere, round.acts});
   }
-  campaigns.push_back({"calls fail", BreakCalls, round.failing_calls});
-  if (undisturbed) campaigns.push_back({"damage", Damage, round.corruptions});
-  campaigns.push_back({"failing calls and power cuts combined", FailAndCut, round.combined});
   for (Campaign& campaign : campaigns) campaign.cases = std::min(campaign.cases, scenario.cases);
   return campaigns;
 }

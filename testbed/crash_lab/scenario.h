@@ -15,7 +15,8 @@ namespace tolvarine::updater::crash_lab {
 // command line never chooses.
 enum class EntryPoint { kMainSequence, kRestoreBaseline };
 
-// What disturbs a run, and so how much is demanded of it.
+// What disturbs a run, and so how much is demanded of it; each value demands less than the one
+// before.
 enum class Disturbance {
   kNone,
   kOnce,     // One failure: the run must end whole.
@@ -47,8 +48,8 @@ struct Scenario {
   std::function<void(simulated::SimulatedUpdate&)> prepare;
   std::vector<PlannedRun> runs;
   ExpectedEnding destination = ExpectedEnding::kInstalled;
-  // Every failure and every act is tried in every round, and all damage at a few states; otherwise a
-  // sample.
+  // Every failure and every act is tried in every round, and all damage at a few states; otherwise
+  // a sample.
   bool thorough = false;
   // How many losses of one state are looked at, at most.
   std::uint64_t losses = ~std::uint64_t{0};

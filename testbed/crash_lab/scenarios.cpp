@@ -179,17 +179,17 @@ Scenario OnTwoVolumes(Scenario scenario) {
 std::vector<Scenario> ForwardScenarios() {
   return {
       {"first install", EmptyTargetPlan(), {}, {Plain()}},
-      {"change, add and delete", SmallPlan(), {}, {Plain()}, ExpectedEnding::kInstalled, true},
-      {"deletions of missing files", MissingDeletionsPlan(), {}, {Plain()}},
-      {"executable in another case", OtherCasePlan(), {}, {Plain()}},
-      {"finalization", SmallPlan(), UntilCommitted, {Plain()}},
-      {"older journal", WithoutDeletions(), UntilOlderJournal, {Plain()}},
       {.name = "files of several blocks",
        .plan = SeveralBlocksPlan(),
        .prepare = UntilLongJournal,
        .runs = {Plain()},
        .losses = 4,
-       .cases = 100},
+       .cases = 400},
+      {"change, add and delete", SmallPlan(), {}, {Plain()}, ExpectedEnding::kInstalled, true},
+      {"deletions of missing files", MissingDeletionsPlan(), {}, {Plain()}},
+      {"executable in another case", OtherCasePlan(), {}, {Plain()}},
+      {"finalization", SmallPlan(), UntilCommitted, {Plain()}},
+      {"older journal", WithoutDeletions(), UntilOlderJournal, {Plain()}},
   };
 }
 

@@ -14,8 +14,8 @@ namespace tolvarine::updater {
 
 using simulated::kAlways;
 
-// The kind, code and text of what an operation throws, with * for the system's message; "done" if it
-// throws nothing.
+// The kind, code and text of what an operation throws, with * for the system's message; "done" if
+// it throws nothing.
 template <typename Operation>
 std::string Thrown(Operation operation) {
   const auto describe = [](const char* kind, const auto& failure) {
