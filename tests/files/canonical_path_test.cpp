@@ -97,7 +97,8 @@ TEST_F(CanonicalPath, InsideMeansTheSameFormTheSameSpellingAndWholeComponents) {
       C:\ab + C:\a = no;              C:\a + C:\a\b = no;             C:\a\b + C:\A = no;
       D:\a + C:\a = no;               C:\a + \\?\C:\a = no;           \\?\C:\a + \\?\D:\a = no;
       \\s\x + \\s = yes;              \\s\??\a + \\s = no;
-      \\s\y + \\s\x = no;             C:\a\D:x + C:\a = no;           a + C:\ = no;   ~ + C:\ = no;)");
+      \\s\y + \\s\x = no;             C:\a\D:x + C:\a = no;           a + C:\ = no;
+      ~ + C:\ = no;)");
 }
 
 TEST_F(CanonicalPath, OnlyASafePathThatStaysInItsRootIsJoined) {
