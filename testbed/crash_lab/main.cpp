@@ -123,11 +123,11 @@ std::vector<Campaign> CampaignsOf(const Scenario& scenario, const Round& round) 
   std::vector<Campaign> campaigns;
   const bool undisturbed = scenario.runs.front().faults.empty();
   campaigns.push_back({"calls fail", BreakCalls, round.broken});
-  campaigns.push_back(combined);
-  if (undisturbed) campaigns.push_back({"damage", Damage, round.corruptions});
   if (!scenario.plan.baseline.empty()) {
     campaigns.push_back({"an adversary", Interfere, round.acts});
   }
+  campaigns.push_back(combined);
+  if (undisturbed) campaigns.push_back({"damage", Damage, round.corruptions});
   for (Campaign& campaign : campaigns) {
     campaign.bounds.cases = std::min(campaign.bounds.cases, scenario.cases);
   }
@@ -168,9 +168,6 @@ std::vector<Job> JobsOf(const std::vector<Scenario>& scenarios, const Round& rou
     AddCampaigns(scenario, round, early ? jobs : later);
   }
   jobs.insert(jobs.end(), later.begin(), later.end());
-  // The adversary takes longest, and finds least that nothing else finds.
-  std::ranges::stable_partition(
-      jobs, [](const Job& job) { return job.name.find("an adversary") == std::string::npos; });
   return jobs;
 }
 

@@ -48,8 +48,8 @@ struct Scenario {
   std::function<void(simulated::SimulatedUpdate&)> prepare;
   std::vector<PlannedRun> runs;
   ExpectedEnding destination = ExpectedEnding::kInstalled;
-  // Every failure and every act is tried in every round, and all damage at a few states; otherwise a
-  // sample.
+  // Every failure and every act is tried in every round, and all damage at a few states; otherwise
+  // a sample.
   bool thorough = false;
   // How many losses of one state are looked at, at most.
   std::uint64_t losses = ~std::uint64_t{0};
