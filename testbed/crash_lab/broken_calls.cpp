@@ -132,22 +132,24 @@ void AddCases(Call call, std::uint64_t occurrence, std::vector<Case>& cases) {
   cases.push_back({cut_short});
 }
 
-// The copy of the pending marker is not among them, since nothing compares it.
-void AddWrongCopy(ScenarioRunner& runner, const simulated::CallRecord& call,
-                  std::vector<Case>& cases) {
-  const simulated::SimulatedUpdate& update = runner.update();
-  if (call.call != Call::CopyFileW || call.path == update.layout.pending_marker) return;
-  const bool restores = call.path.find(update.layout.transaction) != Path::npos;
-  cases.push_back({.fault = {}, .wrong_copy = call.occurrence, .restores = restores});
-}
+struct Cases {
+  std::vector<Case> failures;
+  // Few, so that a sample of all cases would leave them out.
+  std::vector<Case> wrong_copies;
+};
 
-std::vector<Case> AllCases(ScenarioRunner& runner, const PlannedRun& run) {
-  std::vector<Case> cases;
+// The copy of the pending marker is not among the wrong ones, since nothing compares it.
+Cases AllCases(ScenarioRunner& runner, const PlannedRun& run) {
+  const staging::UpdateLayout& layout = runner.update().layout;
+  Cases cases;
   runner.Run(runner.start(), run, nullptr, [&](const simulated::CallRecord& call) {
     if (IsOutsideTransaction(call.call) || simulated::IsRelease(call.call)) return;
-    AddCases(call.call, call.occurrence, cases);
-    AddWrongCopy(runner, call, cases);
-    cases.push_back({.fault = {}, .exhausted_at = call.index});
+    AddCases(call.call, call.occurrence, cases.failures);
+    cases.failures.push_back({.fault = {}, .exhausted_at = call.index});
+    if (call.call != Call::CopyFileW || call.path == layout.pending_marker) return;
+    const bool restores = call.path.find(layout.transaction) != Path::npos;
+    cases.wrong_copies.push_back(
+        {.fault = {}, .wrong_copy = call.occurrence, .restores = restores});
   });
   return cases;
 }
@@ -214,8 +216,11 @@ void Try(ScenarioRunner& runner, const PlannedRun& planned, const Case& tried) {
 Figures BreakCalls(const Scenario& scenario, const CampaignBounds& bounds) {
   ScenarioRunner runner(scenario, bounds.transcript);
   const PlannedRun& run = scenario.runs.front();
-  TryEach(Chosen(AllCases(runner, run), bounds, runner.figures()), bounds, runner.figures(),
-          [&](const Case& tried) { Try(runner, run, tried); });
+  Cases cases = AllCases(runner, run);
+  for (std::vector<Case>* some : {&cases.wrong_copies, &cases.failures}) {
+    TryEach(Chosen(std::move(*some), bounds, runner.figures()), bounds, runner.figures(),
+            [&](const Case& tried) { Try(runner, run, tried); });
+  }
   return runner.figures();
 }
 

@@ -64,8 +64,8 @@ void TryEach(const std::vector<Case>& cases, const CampaignBounds& bounds, Figur
 // are cases, too.
 [[nodiscard]] Figures BreakCalls(const Scenario& scenario, const CampaignBounds& bounds);
 
-// Each call of the first run that flushes, moves, copies, writes or removes fails once, with code
-// 5, and the power is cut at every call from there on.
+// Each call of the first run that flushes, moves, copies, writes or removes fails once with code 5,
+// and the power is cut at every call from there on.
 [[nodiscard]] Figures FailAndCut(const Scenario& scenario, const CampaignBounds& bounds);
 
 // Between any two calls another process acts: it changes, replaces, deletes, renames or hard-links

@@ -346,8 +346,8 @@ void Checker::CheckBystanders(const Image& image, Figures& figures) {
 }
 
 // A baseline copy under its own name is whole; that of an update which is planned again after its
-// finalization was cut short is a copy of the new file. It may go once Committed is durable, or
-// once the marker has been moved.
+// finalization was cut short is a copy of the new file. It may be missing once Committed is durable
+// or the marker has been moved.
 void Checker::CheckBaseline(const Image& image, const JournalView& journal, Figures& figures) {
   const bool may_go = journal.phase == TransactionPhase::Committed || MarkerMoved(image);
   for (const auto& [key, name] : names_) {

@@ -61,8 +61,8 @@ class Checker {
   // are not checked, because somebody else changes them. Replaces the prefixes given before.
   void ExemptOnly(std::vector<std::u16string> prefixes);
 
-  // To be called before a run on the disks that it starts on. What is broken there already is not
-  // reported again for the states of this run.
+  // Call before a run, with the disks that it starts on. What is broken there already is not
+  // reported for the states of this run.
   void StartRun(const Image& image, Disturbance disturbance);
 
   // True where every final name holds the same in both.
@@ -86,12 +86,12 @@ class Checker {
   // still holds. For a medium that keeps what it is asked to force.
   void CheckCutAfterEnd(const RunEnd& end, const Image& after, const Image& left, Figures& figures);
 
-  // True where the target is exactly the release, or exactly the baseline, but for bystanders.
+  // True where the target is exactly the release, or exactly the baseline, foreign files aside.
   [[nodiscard]] bool IsInstalled(const Image& image) const;
   [[nodiscard]] bool IsBaseline(const Image& image) const;
 
-  // The same, but a file that was to be gone may stand there whole. No write forces a removal, and
-  // with the journal on another volume nothing else orders it before its count.
+  // The same, but on two volumes a file that was to be removed may be there, whole: no write forces
+  // a removal, and with the journal on another volume nothing orders it before its count.
   [[nodiscard]] bool IsNearlyInstalled(const Image& image) const;
   [[nodiscard]] bool IsNearlyBaseline(const Image& image) const;
 
@@ -153,7 +153,7 @@ class Checker {
   std::u16string pending_, completed_, manifest_, launched_, archive_;
   simulated::ShellStart restart_;                          // What a run that installs must start.
   std::map<std::u16string, FinalName, PathBefore> names_;  // By their folded path below the target.
-  Image bystanders_;                                       // As they were and must stay.
+  Image bystanders_;                                       // As staged; none may change.
   std::set<std::u16string, PathBefore> directories_;       // Of the installation before.
   std::set<std::u16string, PathBefore> own_;  // Paths that the updater makes or removes.
   std::vector<std::u16string> exempt_;        // Folded.

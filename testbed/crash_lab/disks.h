@@ -1,5 +1,5 @@
-// Disks as the laboratory handles them: what a state of the runner could leave after a power cut,
-// one admissible disk after another, and what stands on a disk, path by path.
+// Disks: what a power cut can leave of a state, as numbered losses, and the content of a disk, path
+// by path.
 
 #pragma once
 
@@ -54,15 +54,15 @@ class LossSpace {
 // The disks after that cut, with everything on them durable.
 [[nodiscard]] Disks AfterCut(const Disks& disks, const Loss& loss);
 
-// What stands on a disk. Keys are whole paths in the folded form (`C:\STATE\…`), directories end in
+// The content of a disk. Keys are whole paths in the folded form (`C:\STATE\…`), directories end in
 // `\`; a directory has no content.
 struct ImageEntry {
   std::uint32_t attributes = 0;
   simulated::Bytes content;
 };
 
-// Orders paths byte by byte: paths with the same beginning stand together, which is all that is
-// asked of the order, and long beginnings are passed over fast.
+// Orders paths byte by byte. Paths with the same beginning are neighbours, which is all that is
+// asked of the order, and memcmp skips long common beginnings fast.
 struct PathBefore {
   bool operator()(std::u16string_view a, std::u16string_view b) const {
     const std::size_t common = std::min(a.size(), b.size());
@@ -78,7 +78,7 @@ using Image = std::map<std::u16string, ImageEntry, PathBefore>;
 // Equal images have equal fingerprints; different ones practically never do.
 [[nodiscard]] std::uint64_t Fingerprint(const Image& image);
 
-// The image in words, a path to a line, contents shortened.
+// The image as text, a line for each path, contents shortened.
 [[nodiscard]] std::string Describe(const Image& image);
 
 }  // namespace tolvarine::updater::crash_lab

@@ -26,11 +26,11 @@ std::vector<Campaign> CampaignsOf(const Scenario& scenario, const Round& round) 
   std::vector<Campaign> campaigns;
   const bool undisturbed = scenario.runs.front().faults.empty();
   campaigns.push_back({"calls fail", BreakCalls, round.failing_calls});
-  campaigns.push_back(combined);
-  if (undisturbed) campaigns.push_back({"damage", Damage, round.corruptions});
   if (!scenario.plan.baseline.empty()) {
     campaigns.push_back({"an adversary", Interfere, round.acts});
   }
+  campaigns.push_back(combined);
+  if (undisturbed) campaigns.push_back({"damage", Damage, round.corruptions});
   for (Campaign& campaign : campaigns) campaign.cases = std::min(campaign.cases, scenario.cases);
   return campaigns;
 }

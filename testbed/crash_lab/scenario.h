@@ -37,7 +37,7 @@ struct PlannedRun {
 enum class ExpectedEnding {
   kInstalled,
   // Installed, or the baseline for good: a transaction that was cancelled before its baseline
-  // copies were complete cannot go forward any more.
+  // copies were complete cannot be resumed.
   kInstalledOrBaseline,
 };
 
