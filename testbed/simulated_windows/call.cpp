@@ -22,8 +22,6 @@ bool IsRelease(Call call) {
     case Call::BCryptDestroyHash:
     case Call::BCryptCloseAlgorithmProvider:
     case Call::ReleaseMutex:
-    case Call::BCryptDestroyKey:
-    case Call::RmEndSession:
       return true;
     default:
       return false;
