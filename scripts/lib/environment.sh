@@ -69,7 +69,8 @@ build_preset() {
 
 # build_host [TARGET...]: the native build with its tests, in build/host.
 build_host() {
-  need_packages g++ cmake ninja-build googletest libgtest-dev nlohmann-json3-dev || return
+  need_packages g++ cmake ninja-build googletest libgtest-dev \
+    nlohmann-json3-dev libssl-dev || return
   build_preset host "$@"
 }
 
@@ -77,7 +78,7 @@ build_host() {
 # build/host-release.
 build_release() {
   need_packages g++ cmake ninja-build googletest libgtest-dev libbenchmark-dev \
-    nlohmann-json3-dev || return
+    nlohmann-json3-dev libssl-dev || return
   build_preset host-release "$@"
 }
 

@@ -6,59 +6,14 @@
 
 #include "files/failure.h"
 #include "files/read_blocks.h"
+#include "files/sha256.h"
 #include "platform/files.h"
-#include "text/decimal.h"
 #include "text/hex.h"
 
 namespace tolvarine::updater {
 namespace {
 
-constexpr std::uint32_t kDigestSize = 32;
-constexpr std::string_view kCannotInitialize = "Could not initialize SHA-256";
 constexpr std::string_view kCannotHash = "Could not hash release source";
-
-// SHA-256 by BCrypt. A provider is opened for each file.
-class Sha256 {
- public:
-  // Begin is not part of the constructor: after a constructor that throws, no destructor runs, and
-  // the handles would leak.
-  Sha256() = default;
-  Sha256(const Sha256&) = delete;
-  Sha256& operator=(const Sha256&) = delete;
-  ~Sha256() {
-    if (hash_ != 0) platform::BCryptDestroyHash(hash_);
-    if (algorithm_ != 0) platform::BCryptCloseAlgorithmProvider(algorithm_);
-  }
-
-  void Begin() {
-    ThrowIfBcryptFailed(platform::BCryptOpenAlgorithmProvider(&algorithm_, u"SHA256"),
-                        kCannotInitialize);
-    std::uint32_t length = 0;
-    std::uint32_t written = 0;
-    ThrowIfBcryptFailed(
-        platform::BCryptGetProperty(algorithm_, u"ObjectLength", &length, sizeof length, &written),
-        kCannotInitialize);
-    object_.resize(length);
-    ThrowIfBcryptFailed(platform::BCryptCreateHash(algorithm_, &hash_, object_.data(), length),
-                        kCannotInitialize);
-  }
-
-  void Add(std::string_view bytes) {
-    const auto size = static_cast<std::uint32_t>(bytes.size());
-    ThrowIfBcryptFailed(platform::BCryptHashData(hash_, bytes.data(), size), kCannotHash);
-  }
-
-  std::array<char, kDigestSize> Finish() {
-    std::array<char, kDigestSize> digest{};
-    ThrowIfBcryptFailed(platform::BCryptFinishHash(hash_, digest.data(), kDigestSize), kCannotHash);
-    return digest;
-  }
-
- private:
-  std::vector<unsigned char> object_;
-  platform::AlgorithmHandle algorithm_ = 0;
-  platform::HashHandle hash_ = 0;
-};
 
 FileHandle OpenLocked(const Path& path) {
   FileHandle file(platform::CreateFileW(
@@ -115,7 +70,7 @@ std::string Sha256OfLockedFile(const LockedReleaseFile& file) {
     return std::nullopt;
   });
   if (failure) throw SystemError(*failure, kCannotHash);
-  const std::array<char, kDigestSize> digest = sha256.Finish();
+  const std::array<char, kSha256Size> digest = sha256.Finish();
   if (!platform::SetFilePointerEx(file.handle(), 0, platform::kFileBegin)) {
     ThrowLastError("Could not rewind release source");
   }
@@ -124,15 +79,6 @@ std::string Sha256OfLockedFile(const LockedReleaseFile& file) {
 
 bool MatchesRelease(const LockedReleaseFile& file, std::uint64_t size, std::string_view sha256) {
   return static_cast<std::uint64_t>(file.size()) == size && Sha256OfLockedFile(file) == sha256;
-}
-
-void ThrowIfBcryptFailed(platform::Status status, std::string_view context) {
-  if (status >= 0) return;
-  std::string text(context);
-  text.append(" (BCrypt status ");
-  AppendDecimal(text, status);
-  text.append(")");
-  throw std::runtime_error(text);
 }
 
 }  // namespace tolvarine::updater

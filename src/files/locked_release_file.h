@@ -11,7 +11,6 @@
 #include <string_view>
 
 #include "files/unique_handle.h"
-#include "platform/hashing.h"
 #include "text/path_algebra.h"
 
 namespace tolvarine::updater {
@@ -45,8 +44,5 @@ class LockedReleaseFile {
 // another size is not read. For the read position and for failures see Sha256OfLockedFile.
 [[nodiscard]] bool MatchesRelease(const LockedReleaseFile& file, std::uint64_t size,
                                   std::string_view sha256);
-
-// Throws std::runtime_error "<context> (BCrypt status <status>)" for a negative status.
-void ThrowIfBcryptFailed(platform::Status status, std::string_view context);
 
 }  // namespace tolvarine::updater

@@ -22,6 +22,8 @@ bool IsRelease(Call call) {
     case Call::BCryptDestroyHash:
     case Call::BCryptCloseAlgorithmProvider:
     case Call::ReleaseMutex:
+    case Call::BCryptDestroyKey:
+    case Call::RmEndSession:
       return true;
     default:
       return false;

@@ -21,7 +21,12 @@ namespace tolvarine::updater::simulated {
   X(BCryptFinishHash) X(BCryptDestroyHash) X(OpenProcess) X(GetProcessTimes) \
   X(WaitForSingleObject) X(CreateMutexW) X(ReleaseMutex) X(CommandLineToArgvW) X(MessageBoxW) \
   X(ShellExecuteW) X(WideCharToMultiByte) X(MultiByteToWideChar) X(LCMapStringEx) \
-  X(FormatMessageA) X(GetLocaleInfoEx) X(GetTimeZoneInformation) X(GetLocalTime)
+  X(FormatMessageA) X(GetLocaleInfoEx) X(GetTimeZoneInformation) X(GetLocalTime) \
+  X(BCryptImportKeyPair) X(BCryptVerifySignature) X(BCryptDestroyKey) X(GetDiskFreeSpaceExW) \
+  X(GetVolumePathNameW) X(GetVolumeInformationW) X(K32EnumProcesses) \
+  X(QueryFullProcessImageNameW) X(CreateProcessW) X(IsProcessInJob) \
+  X(QueryInformationJobObject) X(OpenProcessToken) X(GetTokenInformation) X(RmStartSession) \
+  X(RmRegisterResources) X(RmGetList) X(RmEndSession)
 // clang-format on
 
 enum class Call {

@@ -35,7 +35,10 @@ void Computer::Restart() {
   files_->Reset();
   objects_->Reset();
   calls.Reset();
-  processes.by_id.clear();
+  std::erase_if(processes.by_id,
+                [&](const auto& process) { return process.first != processes.own_id; });
+  processes.created.clear();
+  processes.file_holders.clear();
   processes.mutex_holders.clear();
   desktop.boxes.clear();
   desktop.starts.clear();

@@ -10,6 +10,7 @@ Volume& DiskSet::AddVolume(char16_t drive) {
   volume.drive = drive;
   volume.device = u"\\Device\\HarddiskVolume";
   volume.device.push_back(static_cast<char16_t>(u'0' + volumes.size()));
+  volume.serial_number = 0x5EED0000 + static_cast<std::uint32_t>(volumes.size());
   return volume;
 }
 

@@ -136,6 +136,14 @@ std::size_t FileSystem::open_handles() const {
   return static_cast<std::size_t>(own) + searches_.size();
 }
 
+std::vector<platform::Handle> FileSystem::HandlesOn(NodeRef node) const {
+  std::vector<platform::Handle> handles;
+  for (const auto& [handle, file] : handles_) {
+    if (file.node == node) handles.push_back(handle);
+  }
+  return handles;
+}
+
 OpenFile* FileSystem::Find(platform::Handle handle) {
   const auto file = handles_.find(handle);
   return file == handles_.end() ? nullptr : &file->second;

@@ -65,6 +65,8 @@ class FileSystem {
   Opened Open(const OpenRequest& request);
   [[nodiscard]] OpenFile* Find(platform::Handle handle);  // Null if it is not open.
   bool Close(platform::Handle handle);  // False if it is not the handle of an open file.
+  // Those that are open on a node, of every process.
+  [[nodiscard]] std::vector<platform::Handle> HandlesOn(NodeRef node) const;
   // The files and searches that the program under test has open.
   [[nodiscard]] std::size_t open_handles() const;
 

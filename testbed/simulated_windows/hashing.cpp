@@ -28,6 +28,7 @@ constexpr Status kStatusBufferTooSmall = static_cast<Status>(0xC0000023);
 constexpr Status kStatusNotSupported = static_cast<Status>(0xC00000BB);
 constexpr Status kStatusNotFound = static_cast<Status>(0xC0000225);
 
+constexpr std::u16string_view kSha256 = u"SHA256";
 constexpr std::uint32_t kDigestSize = 32;
 constexpr std::size_t kBlockSize = 64;
 
@@ -137,8 +138,9 @@ KernelObjects& Objects() { return Computer::Current().objects(); }
 Status BCryptOpenAlgorithmProvider(AlgorithmHandle* algorithm, const char16_t* name) {
   if (const Fault* fault = Enter(Call::BCryptOpenAlgorithmProvider)) return StatusOf(*fault);
   if (algorithm == nullptr || name == nullptr) return kStatusInvalidParameter;
-  if (std::u16string_view(name) != u"SHA256") return kStatusNotFound;
-  *algorithm = Objects().AddAlgorithm();
+  const std::u16string_view wanted = name;
+  if (wanted != kSha256 && wanted != u"ECDSA_P256") return kStatusNotFound;
+  *algorithm = Objects().AddAlgorithm(name);
   return kStatusSuccess;
 }
 
@@ -150,11 +152,13 @@ Status BCryptCloseAlgorithmProvider(AlgorithmHandle algorithm) {
 Status BCryptGetProperty(AlgorithmHandle algorithm, const char16_t* property, void* output,
                          std::uint32_t size, std::uint32_t* written) {
   if (const Fault* fault = Enter(Call::BCryptGetProperty)) return StatusOf(*fault);
-  if (!Objects().IsAlgorithm(algorithm)) return kStatusInvalidHandle;
+  const std::u16string* const open = Objects().FindAlgorithm(algorithm);
+  if (open == nullptr) return kStatusInvalidHandle;
   if (property == nullptr || output == nullptr || written == nullptr) {
     return kStatusInvalidParameter;
   }
-  if (std::u16string_view(property) != u"ObjectLength") return kStatusNotSupported;
+  if (std::u16string_view(property) != u"ObjectLength" || *open != kSha256)
+    return kStatusNotSupported;
   *written = sizeof(kObjectLength);
   if (size < sizeof(kObjectLength)) return kStatusBufferTooSmall;
   std::memcpy(output, &kObjectLength, sizeof(kObjectLength));
@@ -164,7 +168,9 @@ Status BCryptGetProperty(AlgorithmHandle algorithm, const char16_t* property, vo
 Status BCryptCreateHash(AlgorithmHandle algorithm, HashHandle* hash, void* object,
                         std::uint32_t size) {
   if (const Fault* fault = Enter(Call::BCryptCreateHash)) return StatusOf(*fault);
-  if (!Objects().IsAlgorithm(algorithm)) return kStatusInvalidHandle;
+  const std::u16string* const open = Objects().FindAlgorithm(algorithm);
+  if (open == nullptr) return kStatusInvalidHandle;
+  if (*open != kSha256) return kStatusNotSupported;
   if (hash == nullptr || object == nullptr) return kStatusInvalidParameter;
   if (size < kObjectLength) return kStatusBufferTooSmall;
   *hash = Objects().AddHash(object);

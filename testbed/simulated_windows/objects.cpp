@@ -37,8 +37,8 @@ Handle KernelObjects::OpenProcess(std::uint32_t access, std::uint32_t process_id
 
 bool KernelObjects::GetProcessTimes(Handle process, std::uint64_t* creation, std::uint64_t* exit,
                                     std::uint64_t* kernel, std::uint64_t* user) {
-  const OpenedProcess* opened = FindProcess(process);
-  if (opened == nullptr) return FailCall(kErrorInvalidHandle, false);
+  const std::optional<OpenedProcess> opened = OpenedOrOwn(process);
+  if (!opened) return FailCall(kErrorInvalidHandle, false);
   if ((opened->access & platform::kProcessQueryLimitedInformation) == 0) {
     return FailCall(platform::kErrorAccessDenied, false);
   }
@@ -67,6 +67,45 @@ std::optional<std::uint64_t> KernelObjects::EndOf(const OpenedProcess& process) 
   const bool there = found != computer_.processes.by_id.end() && !found->second.gone &&
                      found->second.creation_time == process.creation_time;
   return there ? found->second.exits_after_ms : 0;
+}
+
+std::optional<KernelObjects::OpenedProcess> KernelObjects::OpenedOrOwn(Handle handle) {
+  if (handle == platform::GetCurrentProcess()) {
+    const std::uint32_t id = computer_.processes.own_id;
+    const auto own = computer_.processes.by_id.find(id);
+    if (own == computer_.processes.by_id.end()) return std::nullopt;
+    return OpenedProcess{id, platform::kProcessQueryLimitedInformation, own->second.creation_time};
+  }
+  const OpenedProcess* opened = FindProcess(handle);
+  return opened == nullptr ? std::nullopt : std::optional(*opened);
+}
+
+const Process* KernelObjects::QueryProcess(Handle process) {
+  constexpr const Process* kNone = nullptr;
+  const std::optional<OpenedProcess> opened = OpenedOrOwn(process);
+  if (!opened) return FailCall(kErrorInvalidHandle, kNone);
+  if ((opened->access & platform::kProcessQueryLimitedInformation) == 0) {
+    return FailCall(platform::kErrorAccessDenied, kNone);
+  }
+  const std::optional<std::uint64_t> end = EndOf(*opened);
+  if (end && *end <= computer_.clock.elapsed_ms) return FailCall(kErrorGenFailure, kNone);
+  return &computer_.processes.by_id.at(opened->id);
+}
+
+bool KernelObjects::IsRunning(std::uint32_t process_id) const {
+  const auto found = computer_.processes.by_id.find(process_id);
+  if (found == computer_.processes.by_id.end() || found->second.gone) return false;
+  const std::optional<std::uint64_t>& end = found->second.exits_after_ms;
+  return !end || *end > computer_.clock.elapsed_ms;
+}
+
+Handle KernelObjects::AddToken(Token token) {
+  return handles_.emplace(NextHandle(), token).first->first;
+}
+
+const KernelObjects::Token* KernelObjects::FindToken(Handle token) const {
+  const auto found = handles_.find(token);
+  return found == handles_.end() ? nullptr : std::get_if<Token>(&found->second);
 }
 
 // --- Mutexes ---------------------------------------------------------------------------------
@@ -154,7 +193,14 @@ bool KernelObjects::PassUntil(std::optional<std::uint64_t> time, std::uint32_t m
 
 // --- Hashing ---------------------------------------------------------------------------------
 
-Handle KernelObjects::AddAlgorithm() { return *algorithms_.insert(NextHandle()).first; }
+Handle KernelObjects::AddAlgorithm(std::u16string name) {
+  return algorithms_.emplace(NextHandle(), std::move(name)).first->first;
+}
+
+const std::u16string* KernelObjects::FindAlgorithm(Handle algorithm) const {
+  const auto found = algorithms_.find(algorithm);
+  return found == algorithms_.end() ? nullptr : &found->second;
+}
 
 bool KernelObjects::CloseAlgorithm(Handle algorithm) {
   return algorithms_.erase(algorithm) == 1 || CountBadClose(algorithm);
@@ -173,6 +219,17 @@ bool KernelObjects::CloseHash(Handle hash) {
   return hashes_.erase(hash) == 1 || CountBadClose(hash);
 }
 
+Handle KernelObjects::AddKey(Key key) {
+  return keys_.emplace(NextHandle(), std::move(key)).first->first;
+}
+
+KernelObjects::Key KernelObjects::FindKey(Handle key) const {
+  const auto found = keys_.find(key);
+  return found == keys_.end() ? nullptr : found->second;
+}
+
+bool KernelObjects::CloseKey(Handle key) { return keys_.erase(key) == 1 || CountBadClose(key); }
+
 // --- Handles ---------------------------------------------------------------------------------
 
 bool KernelObjects::Close(Handle handle) {
@@ -183,6 +240,8 @@ void KernelObjects::Reset() {
   handles_.clear();
   algorithms_.clear();
   hashes_.clear();
+  keys_.clear();
+  restart_sessions.clear();
 }
 
 Handle KernelObjects::NextHandle() {

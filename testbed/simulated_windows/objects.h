@@ -20,9 +20,9 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "platform/handles.h"
 #include "simulated_windows/computer.h"
@@ -51,6 +51,19 @@ class KernelObjects {
   // with the right to terminate it.
   bool TerminateProcess(platform::Handle process, std::uint32_t exit_code);
 
+  // The record of a process, or of this one by its stand-in, for a call that asks about it. Null for
+  // what is no process (6), a handle without the right to ask (5) and one that has ended (31).
+  const Process* QueryProcess(platform::Handle process);
+  // Whether the id names a process that has not ended.
+  bool IsRunning(std::uint32_t process_id) const;
+
+  struct Token {
+    bool elevated = false;
+  };
+
+  platform::Handle AddToken(Token token);
+  const Token* FindToken(platform::Handle token) const;  // Null where it is none.
+
   // --- Mutexes -------------------------------------------------------------------------------
 
   // A mutex without a name is always a new one. The last error is 183 where the name exists,
@@ -75,13 +88,26 @@ class KernelObjects {
     bool finished = false;
   };
 
-  platform::Handle AddAlgorithm();
-  bool IsAlgorithm(platform::Handle algorithm) const { return algorithms_.contains(algorithm); }
+  platform::Handle AddAlgorithm(std::u16string name);
+  // Its name; null where it is not open.
+  const std::u16string* FindAlgorithm(platform::Handle algorithm) const;
   bool CloseAlgorithm(platform::Handle algorithm);
 
   platform::Handle AddHash(void* memory);
   Hash* FindHash(platform::Handle hash);  // Null where it is not open.
   bool CloseHash(platform::Handle hash);
+
+  // A public key, whose type signing.cpp alone knows.
+  using Key = std::shared_ptr<void>;
+
+  platform::Handle AddKey(Key key);
+  Key FindKey(platform::Handle key) const;  // Null where it is not open.
+  bool CloseKey(platform::Handle key);
+
+  // --- The restart manager -------------------------------------------------------------------
+
+  // The open sessions, by number, with the files that each asks about.
+  std::map<std::uint32_t, std::vector<std::u16string>> restart_sessions;
 
   // --- Closing and counting ------------------------------------------------------------------
 
@@ -89,8 +115,10 @@ class KernelObjects {
   // last error. A mutex stays owned while another handle to it is open.
   bool Close(platform::Handle handle);
 
-  std::size_t open_handles() const { return handles_.size(); }  // CloseHandle's.
-  std::size_t open_hashes() const { return algorithms_.size() + hashes_.size(); }
+  // CloseHandle's, and the sessions of the restart manager.
+  std::size_t open_handles() const { return handles_.size() + restart_sessions.size(); }
+  // With their providers, and keys.
+  std::size_t open_hashes() const { return algorithms_.size() + hashes_.size() + keys_.size(); }
   std::size_t bad_closes() const { return bad_closes_; }  // Of handles that were not open.
 
   // The computer restarts: nothing is open or owned any more.
@@ -108,11 +136,13 @@ class KernelObjects {
     std::uint32_t depth = 0;  // How often this program owns it.
   };
 
-  using Object = std::variant<OpenedProcess, std::shared_ptr<Mutex>>;
+  using Object = std::variant<OpenedProcess, std::shared_ptr<Mutex>, Token>;
 
   platform::Handle NextHandle();
   bool CountBadClose(platform::Handle handle);
   OpenedProcess* FindProcess(platform::Handle handle);
+  // This process for its stand-in, otherwise the one that is open.
+  std::optional<OpenedProcess> OpenedOrOwn(platform::Handle handle);
   Mutex* FindMutex(platform::Handle handle);
   std::shared_ptr<Mutex> FindMutexByName(const std::u16string& name) const;
   std::optional<std::uint64_t> EndOf(const OpenedProcess& process) const;
@@ -123,8 +153,9 @@ class KernelObjects {
   Computer& computer_;
   platform::Handle next_ = kFirstHandle;
   std::map<platform::Handle, Object> handles_;
-  std::set<platform::Handle> algorithms_;
+  std::map<platform::Handle, std::u16string> algorithms_;
   std::map<platform::Handle, Hash> hashes_;
+  std::map<platform::Handle, Key> keys_;
   std::size_t bad_closes_ = 0;
 };
 

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/handles.h"
 #include "platform/time.h"
 
 namespace tolvarine::updater::simulated {
@@ -19,6 +20,10 @@ struct Process {
   std::optional<std::uint64_t> exits_after_ms{};  // From the computer's start; never if absent.
   std::uint32_t open_error = 0;                   // What OpenProcess fails with, if not 0.
   bool gone = false;                              // Ended and closed by everybody: 87.
+  std::u16string image{};                         // The full path of its program.
+  std::u16string application_name{};              // As a person knows it; may be empty.
+  std::optional<std::uint32_t> job_limits{};      // Of its job; it is in none if absent.
+  bool elevated = false;
 };
 
 // How another process holds a mutex.
@@ -27,8 +32,27 @@ struct MutexHolder {
   bool dies = false;                                 // Abandons the mutex instead.
 };
 
+// A start by CreateProcessW, with its arguments; a null directory is empty here.
+struct CreatedProcess {
+  std::uint32_t id = 0;
+  std::u16string application;
+  std::u16string command_line;
+  std::uint32_t flags = 0;
+  std::u16string directory;
+};
+
 struct ProcessTable {
-  std::map<std::uint32_t, Process> by_id;
+  std::uint32_t own_id = 4000;  // Of the program that runs; its record survives a restart.
+  std::map<std::uint32_t, Process> by_id{
+      {own_id,
+       {.creation_time = 134'000'000'000'000'000,
+        .image = u"C:\\Program Files\\Tolvarine\\TolvarineUpdater.exe"}}};
+  std::vector<CreatedProcess> created;
+  // Runs at the end of a successful CreateProcessW. A created process runs until its record says
+  // otherwise.
+  std::function<void(const CreatedProcess&)> on_create;
+  // Which process a handle of DiskEditor::Hold belongs to, for the restart manager.
+  std::map<platform::Handle, std::uint32_t> file_holders;
   std::map<std::u16string, MutexHolder> mutex_holders;          // By name.
   std::map<std::u16string, std::uint32_t> mutex_create_errors;  // What CreateMutexW fails with.
   std::optional<std::uint32_t> terminated_with;  // By TerminateProcess on this process.

@@ -120,6 +120,9 @@ class Volume {
   std::u16string share;   // `\\server\share`
   std::u16string device;  // `\Device\HarddiskVolume3`
 
+  std::u16string file_system = u"NTFS";
+  std::uint32_t serial_number = 0;
+
   bool posix_delete = true;      // Supports FileDispositionInfoEx; FAT, for one, answers 87.
   bool attribute_tags = true;    // Supports FileAttributeTagInfo; FAT, for one, answers 87.
   bool write_protected = false;  // Every change fails with 19.

@@ -5,6 +5,14 @@ namespace tolvarine::updater::contract {
 
 using simulated::Computer;
 
+namespace {
+
+std::u16string OwnImage(const Computer& computer) {
+  return computer.processes.by_id.at(computer.processes.own_id).image;
+}
+
+}  // namespace
+
 bool OnWine(WineVersions) { return false; }
 
 bool RunsAsHostRoot() { return false; }
@@ -14,6 +22,12 @@ Scratch MakeScratch() {
   auto computer = std::make_shared<Computer>();
   computer->MakeCurrent();
   computer->disk.MakeDirectory(root);
+  // The program that runs, and a copy that is started ends after a moment.
+  computer->disk.WriteFile(OwnImage(*computer), "program");
+  computer->processes.on_create = [&processes = computer->processes,
+                                   &clock = computer->clock](const auto& created) {
+    processes.by_id[created.id].exits_after_ms = clock.elapsed_ms + 100;
+  };
   return {root, computer};
 }
 
@@ -31,6 +45,7 @@ OtherProcess StartProcess() {
   Computer& computer = Computer::Current();
   simulated::Process& process = computer.processes.by_id[kId];
   process.creation_time = kCreationTime;
+  process.image = OwnImage(computer);
   return {.id = kId,
           .end = [&] { process.exits_after_ms = computer.clock.elapsed_ms; },
           .forget = [&] { process.gone = true; }};

@@ -1,0 +1,215 @@
+#include "release/release_description.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <stdexcept>
+
+#include "engine/entry_temporary.h"
+#include "lists/list_text.h"
+#include "lists/release_path.h"
+#include "release/strict_json.h"
+#include "text/hex.h"
+#include "text/utf8.h"
+
+namespace tolvarine::updater::application {
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr std::size_t kDepthLimit = 3;  // The object, its arrays, and the objects in them.
+constexpr std::size_t kNameLimit = 64;  // Characters of a channel or a version.
+constexpr std::uint64_t kLargestSequence = std::uint64_t{1} << 53;
+
+[[noreturn]] void Refuse(const std::string& what) {
+  throw std::runtime_error("The description of the release is not sound: " + what + ".");
+}
+
+void Require(bool condition, const std::string& what) {
+  if (!condition) Refuse(what);
+}
+
+std::string InQuotes(PathView path) { return "\"" + GenericUtf8Path(path) + "\""; }
+
+bool IsChannel(const std::string& text) {
+  return !text.empty() && text.size() <= kNameLimit && std::ranges::all_of(text, [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-';
+  });
+}
+
+bool IsVersion(const std::string& text) {
+  return !text.empty() && text.size() <= kNameLimit &&
+         std::ranges::all_of(text, [](char c) { return c > ' ' && c <= '~'; });
+}
+
+// --- Rules of the paths --------------------------------------------------------------------------
+
+// A path that begins with a separator is safe by its components, but cannot be joined to a root.
+bool IsDescribable(PathView path) {
+  try {
+    return IsListablePath(path) && DividePath(path).root_directory.empty() && !IsReservedPath(path);
+  } catch (const std::runtime_error&) {
+    return false;  // A lone surrogate.
+  }
+}
+
+// The keys of all files and of all directories above them.
+class PathRules {
+ public:
+  void AddFile(const Path& path) {
+    Require(IsDescribable(path), "a file cannot have the path " + Shown(path));
+    std::u16string key = PathCompareKey(path);
+    Require(files_.insert(key).second, InQuotes(path) + " occurs twice, but for case");
+    for (std::size_t at = key.find(u'/'); at != std::u16string::npos; at = key.find(u'/', at + 1)) {
+      directories_.insert(key.substr(0, at));
+    }
+  }
+
+  // Once all files are added.
+  void CheckFilesAndDirectories() const {
+    for (const std::u16string& key : files_) {
+      Require(!directories_.contains(key), InQuotes(key) + " is a file and a directory");
+    }
+  }
+
+  void AddRemoved(const Path& path) {
+    Require(IsDescribable(path), "no file to be removed can have the path " + Shown(path));
+    const std::u16string key = PathCompareKey(path);
+    Require(!files_.contains(key), InQuotes(path) + " is to be removed and is a file");
+    Require(removed_.insert(key).second, InQuotes(path) + " is to be removed twice");
+  }
+
+  [[nodiscard]] bool HasFile(const std::u16string& key) const { return files_.contains(key); }
+
+ private:
+  // A path that may be no path at all.
+  static std::string Shown(const Path& path) {
+    try {
+      return InQuotes(path);
+    } catch (const std::runtime_error&) {
+      return "with a lone surrogate";
+    }
+  }
+
+  std::set<std::u16string> files_;
+  std::set<std::u16string> directories_;
+  std::set<std::u16string> removed_;
+};
+
+void Validate(const ReleaseDescription& description) {
+  Require(IsChannel(description.channel), "the channel is not 1 to 64 of a-z, 0-9 and -");
+  Require(IsVersion(description.version), "the version is not 1 to 64 printable characters");
+  Require(description.sequence >= 1 && description.sequence <= kLargestSequence,
+          "the sequence is not from 1 to 2^53");
+  Require(description.files.size() <= kDescriptionFileLimit, "it has too many files");
+  PathRules rules;
+  for (const SourceInventoryEntry& file : description.files) {
+    rules.AddFile(file.path);
+    Require(IsLowerHex64(std::string_view(file.sha256)),
+            "the digest of " + InQuotes(file.path) + " is not 64 lower-case digits");
+    Require(file.size <= kLargestSequence, "the size of " + InQuotes(file.path) + " is too large");
+  }
+  rules.CheckFilesAndDirectories();
+  Require(rules.HasFile(PathCompareKey(kApplicationKeyText)), "it lacks Tolvarine.exe");
+  Require(description.removed.size() <= kDescriptionFileLimit, "it removes too many files");
+  for (const Path& path : description.removed) rules.AddRemoved(path);
+}
+
+void Sort(ReleaseDescription& description) {
+  KeyedRows<SourceInventoryEntry> files;
+  for (const SourceInventoryEntry& file : description.files) files.Add(file, file.path, "");
+  const std::u16string application = PathCompareKey(kApplicationKeyText);
+  description.files = files.Sorted([&](const std::u16string& a, const std::u16string& b) {
+    return ReleaseKeyBefore(a, b, application);
+  });
+  KeyedRows<Path> removed;
+  for (const Path& path : description.removed) removed.Add(path, path, "");
+  description.removed = removed.Sorted(std::less<>());
+}
+
+// --- Members -------------------------------------------------------------------------------------
+
+const Json& Member(const Json& object, const char* name, Json::value_t type) {
+  Require(object.is_object() && object.contains(name), std::string(name) + " is missing");
+  const Json& value = object.at(name);
+  Require(value.type() == type, std::string(name) + " is not of its type");
+  return value;
+}
+
+std::string TextMember(const Json& object, const char* name) {
+  return Member(object, name, Json::value_t::string).get<std::string>();
+}
+
+std::uint64_t NumberMember(const Json& object, const char* name) {
+  return Member(object, name, Json::value_t::number_unsigned).get<std::uint64_t>();
+}
+
+SourceInventoryEntry ReadFile(const Json& row) {
+  Require(row.is_object() && row.size() == 3, "a file does not have exactly path, size and sha256");
+  return {PathFromUtf8(TextMember(row, "path")), NumberMember(row, "size"),
+          TextMember(row, "sha256")};
+}
+
+ReleaseDescription Read(const Json& payload) {
+  constexpr std::size_t kMembers = 7;
+  Require(payload.is_object(), "it is not an object");
+  Require(NumberMember(payload, "format") == kDescriptionFormat, "its format is not 1");
+  Require(TextMember(payload, "product") == kProduct, "it is of another product");
+  Require(payload.size() == kMembers, "it has an unknown member");
+  ReleaseDescription description{.channel = TextMember(payload, "channel"),
+                                 .version = TextMember(payload, "version"),
+                                 .sequence = NumberMember(payload, "sequence")};
+  for (const Json& row : Member(payload, "files", Json::value_t::array)) {
+    description.files.push_back(ReadFile(row));
+  }
+  for (const Json& row : Member(payload, "removed", Json::value_t::array)) {
+    Require(row.is_string(), "a path to be removed is not a text");
+    description.removed.push_back(PathFromUtf8(row.get<std::string>()));
+  }
+  return description;
+}
+
+}  // namespace
+
+bool IsReservedPath(PathView path) {
+  if (PathCompareKey(path) == u"log.txt") return true;
+  return std::ranges::any_of(Components(DividePath(path).relative), [](PathView name) {
+    return PathCompareKey(name).ends_with(kTemporarySuffix);
+  });
+}
+
+std::string SerializeDescription(const ReleaseDescription& description) {
+  ReleaseDescription sorted = description;
+  Validate(sorted);
+  Sort(sorted);
+  Json files = Json::array();
+  for (const SourceInventoryEntry& file : sorted.files) {
+    files.push_back(
+        {{"path", GenericUtf8Path(file.path)}, {"size", file.size}, {"sha256", file.sha256}});
+  }
+  Json removed = Json::array();
+  for (const Path& path : sorted.removed) removed.push_back(GenericUtf8Path(path));
+  const Json payload = {{"format", kDescriptionFormat}, {"product", kProduct},
+                        {"channel", sorted.channel},    {"version", sorted.version},
+                        {"sequence", sorted.sequence},  {"files", std::move(files)},
+                        {"removed", std::move(removed)}};
+  std::string text = payload.dump();
+  Require(text.size() <= kDescriptionByteLimit, "its text is too large");
+  return text;
+}
+
+ReleaseDescription ParseDescription(std::string_view payload) {
+  Require(payload.size() <= kDescriptionByteLimit, "its text is too large");
+  Json json;
+  try {
+    json = ParseStrictJson(payload, kDepthLimit);
+  } catch (const std::runtime_error& failure) {
+    Refuse(failure.what());
+  }
+  ReleaseDescription description = Read(json);
+  Validate(description);
+  Sort(description);
+  return description;
+}
+
+}  // namespace tolvarine::updater::application

@@ -1,0 +1,49 @@
+#include "files/file_operations.h"
+#include "text/utf8.h"
+#include "update/installed_release.h"
+#include "update/retire.h"
+#include "update/session.h"
+#include "update/verbs.h"
+
+namespace tolvarine::updater::application {
+namespace {
+
+void RequireRelease(const Installation& installation, const AdoptRequest& request) {
+  const auto refuse = [](const Path& path, const char* what) {
+    throw VerbFailure(ReasonCode::NotTheRelease,
+                      "The installation does not hold exactly this release: " + Quoted(path) +
+                          what + " Install the full package, then adopt.",
+                      path);
+  };
+  const ReleaseDescription& description = request.release.description;
+  Path different;
+  if (!HoldsRelease(installation.target, description, request.progress, different)) {
+    refuse(different, " is missing, or is not the one described.");
+  }
+  for (const Path& path : description.removed) {
+    const FileKind kind = QueryLinkStatus(JoinPath(installation.target, path)).kind;
+    if (kind != FileKind::not_found) refuse(path, " is of an earlier release.");
+  }
+}
+
+}  // namespace
+
+VerbResult Adopt(const Installation& installation, const AdoptRequest& request) {
+  return UnderLocks<VerbResult>(
+      installation,
+      [&](InstallationLocks&, const std::vector<WorkspaceStatus>& workspaces, VerbResult& result) {
+        for (const WorkspaceStatus& workspace : workspaces) {
+          if (workspace.report.state != WorkspaceState::Unreadable) continue;
+          RefuseState(workspace, "cannot be read", result);
+          return;
+        }
+        RequireRelease(installation, request);
+        WriteFileDurably(InstalledManifestOf(installation), request.release.envelope);
+        NoteInstalled(installation, request.release, "adopted");
+        for (const WorkspaceStatus& workspace : workspaces) {
+          AbandonUpdate(installation, workspace.id);
+        }
+      });
+}
+
+}  // namespace tolvarine::updater::application

@@ -1,0 +1,172 @@
+#include "update/difference.h"
+
+#include <map>
+#include <string_view>
+
+#include "files/failure.h"
+#include "files/file_operations.h"
+#include "files/sha256.h"
+#include "lists/release_path.h"
+#include "release/digest.h"
+#include "release/file_bytes.h"
+#include "text/system_error.h"
+
+namespace tolvarine::updater::application {
+namespace {
+
+using Rows = std::map<std::u16string, const SourceInventoryEntry*>;  // By key.
+
+Rows RowsOf(const ReleaseDescription* description) {
+  Rows rows;
+  if (description == nullptr) return rows;
+  for (const SourceInventoryEntry& file : description->files) {
+    rows.emplace(PathCompareKey(file.path), &file);
+  }
+  return rows;
+}
+
+const SourceInventoryEntry* FindRow(const Rows& rows, const Path& path) {
+  const auto found = rows.find(PathCompareKey(path));
+  return found == rows.end() ? nullptr : found->second;
+}
+
+// A file of the installation that is compared. It has no size where it is no regular file.
+struct InstalledFile {
+  Path path;  // Relative.
+  bool exists = false;
+  std::optional<std::uint64_t> size{};
+  const SourceInventoryEntry* described = nullptr;  // By the release.
+  const SourceInventoryEntry* installed = nullptr;  // By the installed description.
+  std::string sha256{};                             // Once it is hashed.
+
+  [[nodiscard]] bool SizeIsOf(const SourceInventoryEntry* row) const {
+    return row != nullptr && size == row->size;
+  }
+  // The content can only be the one that a row of the same size describes.
+  [[nodiscard]] bool MustBeHashed() const { return SizeIsOf(described) || SizeIsOf(installed); }
+  [[nodiscard]] bool Is(const SourceInventoryEntry* row) const {
+    return SizeIsOf(row) && sha256 == row->sha256;
+  }
+};
+
+InstalledFile Query(const Path& target, const Path& relative) {
+  const Path path = JoinPath(target, relative);
+  const FileStatus status = QueryLinkStatus(path);
+  if (status.kind == FileKind::none) throw FilesystemError("status", status.error, path);
+  InstalledFile file{.path = relative, .exists = status.kind != FileKind::not_found};
+  if (status.kind != FileKind::regular) return file;
+  const FileSize size = QueryFileSize(path);
+  if (size.error != 0) throw FilesystemError("status", size.error, path);
+  file.size = size.size;
+  return file;
+}
+
+// Hashes files one after another and reports how far it has come.
+class Hasher {
+ public:
+  Hasher(const Path& target, const ProgressCallback& progress)
+      : target_(target), progress_(progress) {}
+
+  void Expect(const InstalledFile& file) {
+    if (file.MustBeHashed()) state_.total += *file.size;
+  }
+
+  void Hash(InstalledFile& file) {
+    state_.file = file.path;
+    Report(0);
+    if (!file.MustBeHashed()) return;
+    const Path path = JoinPath(target_, file.path);
+    try {
+      Sha256 sha256;
+      sha256.Begin();
+      VisitFileBlocks(path, [&](std::string_view block) {
+        sha256.Add(block);
+        Report(block.size());
+      });
+      file.sha256 = HexOf(sha256.Finish());
+    } catch (const SystemError& failure) {
+      throw FilesystemError("read", failure.code(), path);
+    }
+  }
+
+ private:
+  void Report(std::uint64_t bytes) {
+    state_.done += bytes;
+    if (progress_ && !progress_(state_)) throw Cancelled{};
+  }
+
+  const Path& target_;
+  const ProgressCallback& progress_;
+  Progress state_{.step = ProgressStep::Comparing};
+};
+
+// What the new release lacks: of the installed description, or else of the release's own list.
+std::vector<Path> FilesToRemove(const ReleaseDescription& release,
+                                const ReleaseDescription* installed) {
+  if (installed == nullptr) return release.removed;
+  const Rows described = RowsOf(&release);
+  std::vector<Path> paths;
+  for (const SourceInventoryEntry& file : installed->files) {
+    if (FindRow(described, file.path) == nullptr) paths.push_back(file.path);
+  }
+  return paths;
+}
+
+bool IsApplication(const Path& path) { return SamePathKey(path, kApplicationKeyText); }
+
+}  // namespace
+
+Difference FindDifference(const Path& target, const ReleaseDescription& release,
+                          const ReleaseDescription* installed, const ProgressCallback& progress) {
+  const Rows installed_rows = RowsOf(installed);
+  std::vector<InstalledFile> files;
+  for (const SourceInventoryEntry& row : release.files) {
+    files.push_back(Query(target, row.path));
+    files.back().described = &row;
+  }
+  for (const Path& path : FilesToRemove(release, installed)) {
+    InstalledFile file = Query(target, path);
+    if (file.exists) files.push_back(std::move(file));
+  }
+  Hasher hasher(target, progress);
+  for (InstalledFile& file : files) {
+    file.installed = FindRow(installed_rows, file.path);
+    hasher.Expect(file);
+  }
+
+  Difference difference{.nothing_to_do = true};
+  for (InstalledFile& file : files) {
+    hasher.Hash(file);
+    const bool as_described = file.Is(file.described);
+    if (as_described) ++difference.unchanged;
+    if (!as_described) difference.nothing_to_do = false;
+    if (file.described == nullptr) {
+      difference.deletions.push_back(file.path);
+    } else if (!as_described || IsApplication(file.path)) {
+      difference.changed.push_back(*file.described);
+    }
+    const bool known = file.installed == nullptr || file.Is(file.installed);
+    if (file.exists && !as_described && !known) difference.changed_by_others.push_back(file.path);
+  }
+  return difference;
+}
+
+bool HoldsRelease(const Path& target, const ReleaseDescription& release,
+                  const ProgressCallback& progress, Path& first_difference) {
+  std::vector<InstalledFile> files;
+  Hasher hasher(target, progress);
+  for (const SourceInventoryEntry& row : release.files) {
+    files.push_back(Query(target, row.path));
+    files.back().described = &row;
+    hasher.Expect(files.back());
+  }
+  for (InstalledFile& file : files) {
+    hasher.Hash(file);
+    if (file.Is(file.described)) continue;
+    first_difference = file.path;
+    return false;
+  }
+  return true;
+}
+
+}  // namespace tolvarine::updater::application

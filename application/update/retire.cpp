@@ -1,0 +1,68 @@
+#include "update/retire.h"
+
+#include <algorithm>
+
+#include "engine/cleanup.h"
+#include "files/failure.h"
+#include "files/file_operations.h"
+#include "platform/error_codes.h"
+#include "platform/files.h"
+#include "text/decimal.h"
+#include "text/utf8.h"
+
+namespace tolvarine::updater::application {
+namespace {
+
+constexpr std::size_t kNameDigits = 16;
+
+// A name in S\abandoned that is free: one more than the greatest.
+Path FreeName(const Path& abandoned) {
+  std::uint64_t greatest = 0;
+  const std::uint32_t code =
+      EnumerateDirectory(abandoned, [&](const TreeEntry& entry) -> std::uint32_t {
+        const PathView name = LastComponent(entry.path);
+        const auto number = ParseDecimal<std::uint64_t>(std::string(name.begin(), name.end()));
+        if (number) greatest = std::max(greatest, *number);
+        return 0;
+      });
+  if (code != 0) throw FilesystemError("enumerate", code, abandoned);
+  std::string digits;
+  AppendDecimal(digits, greatest + 1);
+  digits.insert(0, kNameDigits - std::min(kNameDigits, digits.size()), '0');
+  return JoinPath(abandoned, Utf16FromUtf8(digits));
+}
+
+}  // namespace
+
+void MoveToAbandoned(const Installation& installation, const Path& directory) {
+  if (QueryLinkStatus(directory).kind == FileKind::not_found) return;
+  const Path abandoned = JoinPath(installation.state, u"abandoned");
+  const std::uint32_t code = CreateDirectories(abandoned);
+  if (code != 0) throw FilesystemError("create_directories", code, abandoned);
+  const Path name = FreeName(abandoned);
+  if (platform::MoveFileExW(directory.c_str(), name.c_str(), platform::kMovefileWriteThrough)) {
+    return;
+  }
+  throw FilesystemError("rename", platform::GetLastError(), directory);
+}
+
+void AbandonUpdate(const Installation& installation, const std::u16string& id) {
+  const UpdatePaths paths = PathsOf(installation, id);
+  MoveToAbandoned(installation, paths.stages);
+  MoveToAbandoned(installation, paths.workspace);
+}
+
+void SweepRestored(const Installation& installation, const WorkspaceStatus& workspace) {
+  if (workspace.report.state != WorkspaceState::Restored) return;
+  TransactionRequest request;
+  request.target = installation.target;
+  request.transaction = PathsOf(installation, workspace.id).transaction;
+  CleanupRolledBack(request, nullptr);
+}
+
+void RemoveDirectory(const Path& directory) {
+  const TreeRemovalResult removal = RemoveTree(directory);
+  if (removal.error != 0) throw FilesystemError("remove", removal.error, directory);
+}
+
+}  // namespace tolvarine::updater::application

@@ -1,0 +1,57 @@
+#include "update/session.h"
+
+#include <algorithm>
+
+#include "text/utf8.h"
+
+namespace tolvarine::updater::application {
+
+void Refuse(VerbResult& result, ReasonCode code, std::string text, Path path) {
+  if (result.outcome == Outcome::Done) result.outcome = Outcome::Refused;
+  result.reasons.push_back({code, std::move(text), std::move(path)});
+}
+
+std::vector<WorkspaceStatus> ReadWorkspaces(const Installation& installation) {
+  std::vector<WorkspaceStatus> workspaces;
+  for (const std::u16string& id : WorkspacesOf(installation)) {
+    workspaces.push_back({id, ReadWorkspace(PathsOf(installation, id))});
+  }
+  return workspaces;
+}
+
+void RefuseState(const WorkspaceStatus& workspace, std::string_view what, VerbResult& result) {
+  const WorkspaceState state = workspace.report.state;
+  const bool unfinished = IsUnfinished(state);
+  result.outcome = unfinished ? Outcome::UnfinishedUpdate : Outcome::Refused;
+  std::string text = "The update " + Utf8FromUtf16(workspace.id) + " ";
+  text.append(what).append(": its state is \"").append(NameOf(state)).append("\". ");
+  text.append("What may come next: ").append(NextStepOf(state)).append(".");
+  result.reasons.push_back({unfinished ? ReasonCode::UnfinishedUpdate : ReasonCode::WrongState,
+                            std::move(text), workspace.report.path});
+}
+
+bool RequireNoUnfinished(const std::vector<WorkspaceStatus>& workspaces, VerbResult& result) {
+  for (const WorkspaceStatus& workspace : workspaces) {
+    if (IsUnfinished(workspace.report.state)) RefuseState(workspace, "is unfinished", result);
+  }
+  return result.outcome != Outcome::UnfinishedUpdate;
+}
+
+const WorkspaceStatus* ChooseWorkspace(const std::vector<WorkspaceStatus>& workspaces,
+                                       const std::u16string& id, VerbResult& result) {
+  const auto found =
+      id.empty() ? workspaces.begin() : std::ranges::find(workspaces, id, &WorkspaceStatus::id);
+  if (found == workspaces.end()) {
+    Refuse(result, ReasonCode::NoSuchUpdate,
+           "There is no such update. Prepare it first, or look at the status.");
+    return nullptr;
+  }
+  if (id.empty() && workspaces.size() > 1) {
+    Refuse(result, ReasonCode::NoSuchUpdate,
+           "There is more than one update. Name the one that is meant; the status lists them.");
+    return nullptr;
+  }
+  return &*found;
+}
+
+}  // namespace tolvarine::updater::application
