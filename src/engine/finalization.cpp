@@ -14,10 +14,15 @@
 namespace tolvarine::updater {
 namespace {
 
-// Empty if no slot is valid.
+// Empty if no slot is valid. The journal only chooses what is removed last, so that nothing in it,
+// not even a size that no memory holds, makes the removal fail.
 Path NewestSlot(const Path& transaction) {
-  const JournalLoadResult loaded = LoadJournal(transaction);
-  return loaded.journal ? JournalSlot(transaction, loaded.journal->generation) : Path();
+  try {
+    const JournalLoadResult loaded = LoadJournal(transaction);
+    return loaded.journal ? JournalSlot(transaction, loaded.journal->generation) : Path();
+  } catch (const std::exception&) {
+    return {};
+  }
 }
 
 // Removes `newest_slot` last. If the removal were interrupted with only the older slot left, the

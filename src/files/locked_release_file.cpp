@@ -1,8 +1,6 @@
 #include "files/locked_release_file.h"
 
 #include <array>
-#include <stdexcept>
-#include <vector>
 
 #include "files/failure.h"
 #include "files/read_blocks.h"
