@@ -9,8 +9,8 @@ namespace tolvarine::updater::inspection {
 
 UpdateLayout LayoutOf(const Path& state_root, std::u16string_view install_key,
                       std::u16string_view update_id) {
-  const application::Installation installation{
-      .target = {}, .state = JoinPath(state_root, install_key), .key{install_key}};
+  const application::Installation installation{.target = {},
+                                               .state = JoinPath(state_root, install_key)};
   const application::UpdatePaths paths = application::PathsOf(installation, update_id);
   return {.state = installation.state,
           .workspace = paths.workspace,

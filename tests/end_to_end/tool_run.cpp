@@ -65,10 +65,10 @@ class SigningKey {
     auto digest = sha256.Finish();
     std::array<UCHAR, 64> raw = {};
     ULONG size = 0;
-    Require(BCryptSignHash(key_, nullptr, reinterpret_cast<UCHAR*>(digest.data()),
-                           static_cast<ULONG>(digest.size()), raw.data(), raw.size(), &size,
-                           0) == 0,
-            "no signature");
+    Require(
+        BCryptSignHash(key_, nullptr, reinterpret_cast<UCHAR*>(digest.data()),
+                       static_cast<ULONG>(digest.size()), raw.data(), raw.size(), &size, 0) == 0,
+        "no signature");
     const std::string_view bytes(reinterpret_cast<const char*>(raw.data()), raw.size());
     const std::string numbers = DerInteger(bytes.substr(0, 32)) + DerInteger(bytes.substr(32));
     return std::string("\x30") + static_cast<char>(numbers.size()) + numbers;
@@ -97,9 +97,8 @@ class SigningKey {
 
 HANDLE InheritableFile(const fs::path& path) {
   SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
-  const HANDLE file =
-      CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit,
-                  CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                  &inherit, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   Require(file != INVALID_HANDLE_VALUE, "no file for the output");
   return file;
 }
@@ -204,8 +203,8 @@ Package ToolInstallation::MakePackage(std::uint64_t sequence, const FileTree& fi
 
 ToolAnswer ToolInstallation::Run(std::u16string_view verb, const Arguments& options,
                                  Rights rights) const {
-  Arguments arguments = {std::u16string(verb), u"--target", target.u16string(), u"--state",
-                         state.u16string(), u"--json"};
+  Arguments arguments = {std::u16string(verb), u"--target",       target.u16string(),
+                         u"--state",           state.u16string(), u"--json"};
   if (verb != u"start" && verb != u"abandon") {
     arguments.insert(arguments.end(), {u"--key", key.u16string()});
   }
@@ -247,9 +246,8 @@ std::string ToolInstallation::RunUpdater() const {
 
 FileTree ToolInstallation::Files() const {
   FileTree files = inspection::ReadTree(target);
-  std::erase_if(files, [](const auto& file) {
-    return file.first.ends_with('/') || file.first == "log.txt";
-  });
+  std::erase_if(
+      files, [](const auto& file) { return file.first.ends_with('/') || file.first == "log.txt"; });
   return files;
 }
 
