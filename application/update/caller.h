@@ -8,8 +8,8 @@
 
 namespace tolvarine::updater::application {
 
-// Why this process may not prepare or start an update: it has an administrator's rights, and what lies
-// in the state directory could be written by somebody with fewer. Nothing for any other process.
+// Why this process may not prepare or start an update: it has an administrator's rights, and the
+// state directory could have been written by somebody with fewer. Nothing for any other process.
 [[nodiscard]] std::optional<Reason> RefusalOfCaller();
 
 }  // namespace tolvarine::updater::application
