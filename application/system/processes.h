@@ -37,8 +37,9 @@ struct ProcessInformation {
   std::uint32_t thread_id = 0;
 };
 
-// Starts a program with no inherited handles, this process's environment and the default start-up
-// information. `application` is its full path. The system may write to the command line.
+// Starts a program with no inherited and no standard handles, this process's environment and
+// otherwise the default start-up information. `application` is its full path. The system may write
+// to the command line.
 // A null directory is this process's own. kCreateBreakawayFromJob gives 5 where the job of this
 // process forbids it.
 bool CreateProcessW(const char16_t* application, char16_t* command_line, std::uint32_t flags,

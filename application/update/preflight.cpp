@@ -23,6 +23,7 @@
 #include "system/volumes.h"
 #include "text/system_error.h"
 #include "text/utf8.h"
+#include "update/caller.h"
 #include "update/command_line_text.h"
 #include "update/sentences.h"
 
@@ -52,7 +53,7 @@ class Preflight {
   }
 
   Reasons Find() {
-    CheckCaller();
+    if (std::optional<Reason> caller = RefusalOfCaller()) reasons_.push_back(std::move(*caller));
     CheckTarget();
     CheckVolumes();
     CheckLists();
@@ -75,7 +76,6 @@ class Preflight {
     reasons_.push_back({code, std::move(text), std::move(path), /*warning=*/true});
   }
 
-  void CheckCaller();
   void CheckTarget();
   void CheckVolumes();
   void CheckSpace(const Volume& target, const Volume& state);
@@ -97,20 +97,7 @@ class Preflight {
   Reasons reasons_;
 };
 
-// --- The caller and the directories --------------------------------------------------------------
-
-void Preflight::CheckCaller() {
-  platform::Handle token = platform::kNullHandle;
-  if (!platform::OpenProcessToken(platform::GetCurrentProcess(), &token)) {
-    return;
-  }
-  const ProcessHandle owner(token);
-  platform::TokenElevation elevation;
-  if (!platform::GetTokenInformation(token, &elevation) || !elevation.is_elevated) return;
-  Refuse(ReasonCode::ElevatedCaller,
-         "This process has an administrator's rights. Only installations of one user, in a place "
-         "that the user can write to, are updated: start the application without these rights.");
-}
+// --- The directories -----------------------------------------------------------------------------
 
 void Preflight::CheckTarget() {
   const FileStatus status = QueryStatus(target_);

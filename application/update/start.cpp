@@ -11,6 +11,7 @@
 #include "state/request.h"
 #include "system/processes.h"
 #include "text/utf8.h"
+#include "update/caller.h"
 #include "update/command_line_text.h"
 #include "update/session.h"
 #include "update/verbs.h"
@@ -163,6 +164,7 @@ std::uint32_t BreakawayFlag() {
 }
 
 void Starting::Examine(std::uint32_t wait_pid) {
+  if (const auto caller = RefusalOfCaller()) throw VerbFailure(caller->code, caller->text);
   LoadArguments();
   NameProcess(wait_pid);
   RefuseDeadlyJob(wait_pid);

@@ -140,7 +140,7 @@ struct Cases {
 
 // The copy of the pending marker is not among the wrong ones, since nothing compares it.
 Cases AllCases(ScenarioRunner& runner, const PlannedRun& run) {
-  const staging::UpdateLayout& layout = runner.update().layout;
+  const auto& layout = runner.update().layout;
   Cases cases;
   runner.Run(runner.start(), run, nullptr, [&](const simulated::CallRecord& call) {
     if (IsOutsideTransaction(call.call) || simulated::IsRelease(call.call)) return;

@@ -5,9 +5,9 @@
 //       writes "restarted.txt" into its own directory: its version, its working directory and its
 //       own path, each on a line
 //   Tolvarine.exe --update FILE NOTE
-//       appends its own process to the updater's command line in FILE and starts the updater with
-//       it; writes the updater's process id and the whole line to NOTE, and ends when somebody has
-//       removed that, so that one can open the updater's process before the updater begins to work
+//       appends its own process, as the one to wait for, to the command line in FILE, which starts
+//       an update, and runs it. What that prints becomes NOTE. Ends when somebody has removed that,
+//       so that one can open the updater's process before the updater begins to work
 //   Tolvarine.exe --until EVENT
 //       ends when the event of that name is signalled
 //
@@ -69,39 +69,41 @@ void Publish(const Path& path, std::string_view text) {
   tolvarine::updater::ReplaceFileDurably(temporary, path);
 }
 
-void AppendOwnProcess(std::string& line) {
-  FILETIME created{};
-  FILETIME other{};
-  GetProcessTimes(GetCurrentProcess(), &created, &other, &other, &other);
-  line.append(" --wait-pid ");
-  tolvarine::updater::AppendDecimal(line, GetCurrentProcessId());
-  line.append(" --wait-process-created-at ");
-  tolvarine::updater::AppendDecimal(
-      line, std::uint64_t{created.dwHighDateTime} << 32 | created.dwLowDateTime);
-}
-
-// Returns its process id.
-DWORD Start(const std::string& line) {
+// Runs a command line to its end, with its output in a new file. Returns its exit code.
+DWORD Run(const std::string& line, const Path& output) {
   std::u16string wide = tolvarine::updater::Utf16FromUtf8(line);
+  Path file = output;
+  SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, /*bInheritHandle=*/TRUE};
   STARTUPINFOW startup{};
   startup.cb = sizeof startup;
+  startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdOutput = CreateFileW(Wide(file), GENERIC_WRITE, FILE_SHARE_READ, &inherit,
+                                   CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  startup.hStdError = startup.hStdOutput;
   PROCESS_INFORMATION process{};
-  if (CreateProcessW(nullptr, Wide(wide), nullptr, nullptr, /*bInheritHandles=*/FALSE, 0, nullptr,
-                     nullptr, &startup, &process) == FALSE) {
+  if (startup.hStdOutput == INVALID_HANDLE_VALUE ||
+      CreateProcessW(nullptr, Wide(wide), nullptr, nullptr, /*bInheritHandles=*/TRUE,
+                     CREATE_NO_WINDOW, nullptr, nullptr, &startup, &process) == FALSE) {
     tolvarine::updater::ThrowLastError();
   }
+  DWORD code = 0;
+  WaitForSingleObject(process.hProcess, INFINITE);
+  GetExitCodeProcess(process.hProcess, &code);
   CloseHandle(process.hThread);
   CloseHandle(process.hProcess);
-  return process.dwProcessId;
+  CloseHandle(startup.hStdOutput);
+  return code;
 }
 
 void Update(const Path& line_file, const Path& note) {
   std::string line = ReadText(line_file);
   while (line.ends_with('\n') || line.ends_with('\r')) line.pop_back();
-  AppendOwnProcess(line);
-  std::string text;
-  tolvarine::updater::AppendDecimal(text, Start(line));
-  Publish(note, text + "\n" + line);
+  line.append(" --wait ");
+  tolvarine::updater::AppendDecimal(line, GetCurrentProcessId());
+  const Path unfinished = note + u".tmp";
+  const DWORD code = Run(line, unfinished);
+  tolvarine::updater::ReplaceFileDurably(unfinished, note);
+  if (code != 0) throw std::runtime_error("no update was started");
   while (platform::GetFileAttributesW(note.c_str()) != platform::kInvalidFileAttributes) {
     Sleep(kPollInterval);
   }

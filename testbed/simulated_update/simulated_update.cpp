@@ -4,6 +4,7 @@
 
 #include "driver/main_sequence.h"
 #include "driver/update_log.h"
+#include "update/command_line_text.h"
 
 namespace tolvarine::updater::simulated {
 namespace {
@@ -56,7 +57,7 @@ SimulatedUpdate::SimulatedUpdate(UpdatePlan update_plan) : plan(std::move(update
       computer.disks.AddVolume(drive);
   }
   computer.MakeCurrent();
-  layout = staging::LayoutOf(OnDrive(plan.state_drive, u"State"), kInstallKey, kUpdateId);
+  layout = inspection::LayoutOf(OnDrive(plan.state_drive, u"State"), kInstallKey, kUpdateId);
   source = JoinPath(layout.stages, u"release");
   target = OnDrive(plan.target_drive, u"Program Files\\Tolvarine");
   SetUp(computer, source, plan.release);
@@ -76,13 +77,13 @@ SimulatedUpdate::SimulatedUpdate(UpdatePlan update_plan) : plan(std::move(update
   arguments.workspace = layout.workspace;
   arguments.update_id = kUpdateId;
   arguments.install_key = kInstallKey;
-  arguments.source_inventory = staging::InventoryOf(source);
+  arguments.source_inventory = inspection::InventoryOf(source);
   arguments.managed_deletions.assign(plan.deletions.begin(), plan.deletions.end());
   RefreshCommandLine();
 }
 
 void SimulatedUpdate::RefreshCommandLine() {
-  computer.desktop.command_line = staging::CommandLineOf(kUpdaterPath, arguments);
+  computer.desktop.command_line = application::CommandLineOf(kUpdaterPath, arguments);
 }
 
 std::int32_t SimulatedUpdate::Run() {

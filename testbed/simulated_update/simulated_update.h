@@ -11,8 +11,8 @@
 
 #include "driver/command_line.h"
 #include "engine/transaction.h"
+#include "inspection/update_layout.h"
 #include "simulated_windows/computer.h"
-#include "staging/layout.h"
 
 namespace tolvarine::updater::simulated {
 
@@ -49,7 +49,7 @@ class SimulatedUpdate {
 
   Computer computer;
   UpdatePlan plan;
-  staging::UpdateLayout layout;
+  inspection::UpdateLayout layout;
   Path source;
   Path target;
   UpdaterArguments arguments;  // Those of the command line; see RefreshCommandLine.

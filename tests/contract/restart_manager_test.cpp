@@ -10,8 +10,6 @@
 namespace tolvarine::updater::contract {
 namespace {
 
-constexpr char kWhy[] = "the list of the restart manager is empty in version 8.0";
-
 class RestartManagerTest : public ContractTest {
  protected:
   RestartManagerTest() { EXPECT_EQ(0u, RmStartSession(&session_)); }
@@ -37,14 +35,14 @@ TEST_F(RestartManagerTest, AProgramIsListedWhileItHasAFileOpen) {
 
   const File held(At(u"file"), kGenericRead);
   count = 0;
-  EXPECT_BUT_ON_WINE(kWine8 | kWine10, RmGetList(session_, &needed, &count, nullptr),
-                     kErrorMoreData, 0u, kWhy);
-  EXPECT_BUT_ON_WINE(kWine8 | kWine10, needed, 1u, 0u, kWhy);
+  EXPECT_BUT_ON_WINE(kWine8And10, RmGetList(session_, &needed, &count, nullptr), kErrorMoreData,
+                     0u);
+  EXPECT_BUT_ON_WINE(kWine8And10, needed, 1u, 0u);
   count = 4;
   EXPECT_EQ(0u, RmGetList(session_, &needed, &count, processes.data()));
-  EXPECT_BUT_ON_WINE(kWine8 | kWine10, count, 1u, 0u, kWhy);
-  EXPECT_BUT_ON_WINE(kWine8 | kWine10, processes[0].process_id, GetCurrentProcessId(), 0u, kWhy);
-  EXPECT_BUT_ON_WINE(kWine8 | kWine10, processes[0].application_name.empty(), false, true, kWhy);
+  EXPECT_BUT_ON_WINE(kWine8And10, count, 1u, 0u);
+  EXPECT_BUT_ON_WINE(kWine8And10, processes[0].process_id, GetCurrentProcessId(), 0u);
+  EXPECT_BUT_ON_WINE(kWine8And10, processes[0].application_name.empty(), false, true);
 }
 
 }  // namespace

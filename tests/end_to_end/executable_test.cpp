@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "end_to_end/real_update.h"
+#include "update/command_line_text.h"
 
 namespace tolvarine::updater::end_to_end {
 namespace {
@@ -79,7 +80,7 @@ TEST_F(Executable, WhatLiesBesideItIsNotLoaded) {
   fs::create_directory(updater.parent_path());
   fs::copy_file(path_, updater);
   WriteBytes(updater.parent_path() / "bcrypt.dll", "planted");
-  EXPECT_EQ(RealProcess(staging::CommandLineOf(updater.u16string(), update.arguments)).Finish(),
+  EXPECT_EQ(RealProcess(application::CommandLineOf(updater.u16string(), update.arguments)).Finish(),
             Exit(0));
   update.ExpectInstalled();
 }

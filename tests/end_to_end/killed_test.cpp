@@ -125,7 +125,7 @@ struct KillTime {
 KillTime DrawKillTime(std::mt19937_64& random, Seconds duration, const ObstructedUpdate& o) {
   const double part = std::uniform_real_distribution(0.0, 1.0)(random);
   if (random() % 2 == 0) return {duration * part};
-  const staging::UpdateLayout& layout = o.update.layout;
+  const inspection::UpdateLayout& layout = o.update.layout;
   const Path target = o.update.arguments.target;
   const Path signs[] = {
       layout.transaction, layout.transaction + u"\\backup\\lib\\c.dll", target + u"\\a.dat",
@@ -155,7 +155,7 @@ std::size_t KillAt(const KillTime& time, const RealUpdate& update) {
 // Every file is whole, the marker is in one place, and the release is as it was.
 void ExpectWhole(RealUpdate& update) {
   update.ExpectTarget({Version::Old, Version::New, Version::Temporary});
-  const staging::UpdateLayout& layout = update.layout;
+  const inspection::UpdateLayout& layout = update.layout;
   EXPECT_NE(fs::exists(layout.pending_marker), IsPublished(update));
   for (const Path& path :
        {layout.pending_marker, layout.completed_marker, layout.installed_manifest}) {

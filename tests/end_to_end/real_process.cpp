@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "platform/windows/native.h"
-#include "staging/layout.h"
 #include "text/utf8.h"
+#include "update/command_line_text.h"
 
 namespace tolvarine::updater::end_to_end {
 namespace {
@@ -121,9 +121,16 @@ RealProcess::RealProcess(std::u16string command_line, SECURITY_ATTRIBUTES* secur
   }
 }
 
+RealProcess::RealProcess(std::uint32_t id) {
+  [[maybe_unused]] static const bool prepared = DoWithoutWindowManager();
+  process_.dwProcessId = id;
+  process_.hProcess = OpenProcess(PROCESS_ALL_ACCESS, FALSE, id);
+  if (process_.hProcess == nullptr) throw std::runtime_error("no process " + std::to_string(id));
+}
+
 RealProcess::~RealProcess() {
   Kill();
-  CloseHandle(process_.hThread);
+  if (process_.hThread != nullptr) CloseHandle(process_.hThread);
   CloseHandle(process_.hProcess);
 }
 
@@ -210,7 +217,7 @@ RunningApplication::RunningApplication(const std::filesystem::path& program,
     : event_name_("tolvarine-" + std::to_string(GetCurrentProcessId()) + "-" +
                   std::to_string(reinterpret_cast<std::uintptr_t>(this))),
       event_(CreateEventA(nullptr, TRUE, FALSE, event_name_.c_str())),
-      process_(staging::QuoteArgument(program.u16string()) + u" --until " +
+      process_(application::QuoteArgument(program.u16string()) + u" --until " +
                    std::u16string(event_name_.begin(), event_name_.end()),
                security) {}
 

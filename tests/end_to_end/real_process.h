@@ -24,6 +24,8 @@ class RealProcess {
  public:
   // `security` may deny others access to the process. Throws std::runtime_error.
   explicit RealProcess(std::u16string command_line, SECURITY_ATTRIBUTES* security = nullptr);
+  // One that another has started. It must still run. Throws std::runtime_error.
+  explicit RealProcess(std::uint32_t id);
   RealProcess(const RealProcess&) = delete;
   RealProcess& operator=(const RealProcess&) = delete;
   ~RealProcess();

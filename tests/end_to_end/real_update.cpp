@@ -10,6 +10,7 @@
 #include "files/file_operations.h"
 #include "text/hex.h"
 #include "text/utf8.h"
+#include "update/command_line_text.h"
 
 namespace tolvarine::updater::end_to_end {
 namespace {
@@ -20,15 +21,6 @@ using inspection::ReadFile;
 
 constexpr char16_t kUpdateId[] =
     u"00112233445566778899aabbccddeeff0123456789abcdef0123456789abcdef";
-
-void WriteTree(const fs::path& directory, const FileTree& files) {
-  fs::create_directories(directory);
-  for (const auto& [name, content] : files) {
-    const fs::path path = directory / std::u8string(name.begin(), name.end());
-    fs::create_directories(path.parent_path());
-    WriteBytes(path, content);
-  }
-}
 
 FileTree WithDirectories(const FileTree& files) {
   FileTree tree;
@@ -52,13 +44,6 @@ const fs::path& ScratchRoot() {
   }();
   fs::create_directories(root);
   return root;
-}
-
-fs::path NewScratchDirectory() {
-  static int count = 0;
-  const fs::path path = ScratchRoot() / std::to_string(++count);
-  fs::create_directory(path);
-  return path;
 }
 
 // Different for every update, so that no two share a lock.
@@ -121,6 +106,28 @@ void WriteBytes(const fs::path& path, std::string_view bytes) {
   if (!file.flush()) throw std::runtime_error("cannot write " + NameOf(path));
 }
 
+void WriteTree(const fs::path& directory, const FileTree& files) {
+  fs::create_directories(directory);
+  for (const auto& [name, content] : files) {
+    const fs::path path = directory / std::u8string(name.begin(), name.end());
+    fs::create_directories(path.parent_path());
+    WriteBytes(path, content);
+  }
+}
+
+fs::path NewScratchDirectory() {
+  static int count = 0;
+  const fs::path path = ScratchRoot() / std::to_string(++count);
+  fs::create_directory(path);
+  return path;
+}
+
+void RemoveScratchDirectory(const fs::path& directory) {
+  static_cast<void>(Eventually([&] { return RemoveTree(directory.u16string()).error == 0; }));
+  std::error_code error;
+  fs::remove(ScratchRoot(), error);  // Once it is empty.
+}
+
 UpdateContents UsualContents() {
   return {.installed = {{"Tolvarine.exe", Application("1")},
                         {"bin/core.dll", "core 1"},
@@ -144,7 +151,7 @@ RealUpdate::RealUpdate(UpdateContents update)
       application(target / "Tolvarine.exe") {
   arguments.install_key = NewInstallKey();
   arguments.update_id = kUpdateId;
-  layout = staging::LayoutOf((root / "state").u16string(), arguments.install_key, kUpdateId);
+  layout = inspection::LayoutOf((root / "state").u16string(), arguments.install_key, kUpdateId);
   release = layout.stages;
   WriteTree(target, contents.installed);
   WriteTree(release, contents.release);
@@ -157,18 +164,13 @@ RealUpdate::RealUpdate(UpdateContents update)
   arguments.completed_file = layout.completed_marker;
   arguments.installed_manifest_file = layout.installed_manifest;
   arguments.workspace = layout.workspace;
-  arguments.source_inventory = staging::InventoryOf(layout.stages);
+  arguments.source_inventory = inspection::InventoryOf(layout.stages);
   arguments.managed_deletions = contents.deletions;
   made_at_ = TimePrefix();
   stamps_ = StampsNow();
 }
 
-// A program that was restarted may take a moment to end.
-RealUpdate::~RealUpdate() {
-  static_cast<void>(Eventually([&] { return RemoveTree(root.u16string()).error == 0; }));
-  std::error_code error;
-  fs::remove(ScratchRoot(), error);  // Once it is empty.
-}
+RealUpdate::~RealUpdate() { RemoveScratchDirectory(root); }
 
 void RealUpdate::WaitFor(const RealProcess& process) {
   arguments.wait_pid = process.id();
@@ -177,7 +179,7 @@ void RealUpdate::WaitFor(const RealProcess& process) {
 }
 
 std::u16string RealUpdate::CommandLine() const {
-  return staging::CommandLineOf(ProgramPath("TolvarineUpdater.exe").u16string(), arguments);
+  return application::CommandLineOf(ProgramPath("TolvarineUpdater.exe").u16string(), arguments);
 }
 
 std::unique_ptr<RealProcess> RealUpdate::Start() const {

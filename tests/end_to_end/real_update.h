@@ -16,7 +16,7 @@
 #include "files/unique_handle.h"
 #include "inspection/file_tree.h"
 #include "inspection/saved_phase.h"
-#include "staging/layout.h"
+#include "inspection/update_layout.h"
 
 namespace tolvarine::updater::end_to_end {
 
@@ -29,6 +29,15 @@ using Changes = std::set<std::string>;
 
 // Throws std::runtime_error.
 void WriteBytes(const std::filesystem::path& path, std::string_view bytes);
+
+// Makes the directory and all directories that the files need. Throws as WriteBytes does, and
+// std::filesystem::filesystem_error.
+void WriteTree(const std::filesystem::path& directory, const FileTree& files);
+
+// A new directory that no other test uses, and its removal, for which programs in it may take a
+// moment to end.
+[[nodiscard]] std::filesystem::path NewScratchDirectory();
+void RemoveScratchDirectory(const std::filesystem::path& directory);
 
 // Opens a file for reading. Others may read and write it, but neither replace nor remove it.
 [[nodiscard]] FileHandle OpenWithoutDeleteSharing(const std::filesystem::path& path);
@@ -54,7 +63,7 @@ class RealUpdate {
   std::filesystem::path root;
   std::filesystem::path target;
   std::filesystem::path application;  // The installed one.
-  staging::UpdateLayout layout;
+  inspection::UpdateLayout layout;
   std::filesystem::path release;
   UpdaterArguments arguments;
 

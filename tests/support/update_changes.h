@@ -51,7 +51,7 @@ class FiredCheck {
 // Resolves a path of the update: S is the source, T the target, X the transaction directory, B its
 // backup tree, W the workspace, K the stages. Any other path is returned unchanged.
 inline Path Resolve(const SimulatedUpdate& update, const Path& path) {
-  const staging::UpdateLayout& layout = update.layout;
+  const inspection::UpdateLayout& layout = update.layout;
   const std::map<Path, Path> roots = {
       {u"S", update.source},    {u"T", update.target}, {u"X", layout.transaction},
       {u"W", layout.workspace}, {u"K", layout.stages}, {u"B", layout.transaction + u"\\backup"}};

@@ -39,6 +39,9 @@ bool CreateProcessW(const char16_t* application, char16_t* command_line, std::ui
                     const char16_t* current_directory, ProcessInformation* information) {
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
+  // With none of these handles: some systems duplicate the caller's own without being asked, and
+  // whoever reads the caller's output would then wait for the end of both processes.
+  startup.dwFlags = STARTF_USESTDHANDLES;
   PROCESS_INFORMATION native = {};
   const BOOL done =
       ::CreateProcessW(Wide(application), Wide(command_line), /*lpProcessAttributes=*/nullptr,
