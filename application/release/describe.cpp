@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <stdexcept>
 
 #include "lists/list_text.h"
@@ -14,22 +15,31 @@
 namespace tolvarine::updater::application {
 namespace {
 
-using Rows = std::map<std::u16string, const SourceInventoryEntry*>;  // By key.
+// The files of a description and the directories above them, by the keys of their paths.
+struct Names {
+  std::map<std::u16string, const SourceInventoryEntry*> files{};
+  std::set<std::u16string> directories{};
+};
 
-Rows RowsOf(const ReleaseDescription& description) {
-  Rows rows;
+Names NamesOf(const ReleaseDescription& description) {
+  Names names;
   for (const SourceInventoryEntry& file : description.files) {
-    rows.emplace(PathCompareKey(file.path), &file);
+    std::u16string key = PathCompareKey(file.path);
+    for (std::size_t at = key.find(u'/'); at != std::u16string::npos; at = key.find(u'/', at + 1)) {
+      names.directories.insert(key.substr(0, at));
+    }
+    names.files.emplace(std::move(key), &file);
   }
-  return rows;
+  return names;
 }
 
-// Every file that an earlier release has, or had removed, and this one lacks.
-std::vector<Path> RemovedSince(const std::vector<ReleaseDescription>& earlier, const Rows& rows) {
+// Every file that an earlier release has, or had removed, and whose name this one leaves free.
+std::vector<Path> RemovedSince(const std::vector<ReleaseDescription>& earlier, const Names& now) {
   std::map<std::u16string, Path> removed;
   const auto add = [&](const Path& path) {
     std::u16string key = PathCompareKey(path);
-    if (!rows.contains(key)) removed.emplace(std::move(key), path);
+    const bool used = now.files.contains(key) || now.directories.contains(key);
+    if (!used) removed.emplace(std::move(key), path);
   };
   for (const ReleaseDescription& release : earlier) {
     for (const SourceInventoryEntry& file : release.files) add(file.path);
@@ -40,22 +50,33 @@ std::vector<Path> RemovedSince(const std::vector<ReleaseDescription>& earlier, c
   return paths;
 }
 
-ListMargin MarginFrom(const ReleaseDescription& earlier, const ReleaseDescription& release) {
-  const Rows before = RowsOf(earlier);
-  const Rows now = RowsOf(release);
+// True where a file has the name of a directory.
+bool AnyIsDirectory(const Names& of_files, const Names& of_directories) {
+  return std::ranges::any_of(of_files.files, [&](const auto& file) {
+    return of_directories.directories.contains(file.first);
+  });
+}
+
+ListMargin MarginFrom(const ReleaseDescription& earlier, const Names& now) {
+  const Names before = NamesOf(earlier);
+  const std::u16string application = PathCompareKey(kApplicationKeyText);
   SourceInventory changed;
-  for (const auto& [key, file] : now) {
-    const auto old = before.find(key);
-    const bool same = old != before.end() && old->second->size == file->size &&
+  for (const auto& [key, file] : now.files) {
+    const auto old = before.files.find(key);
+    const bool same = old != before.files.end() && old->second->size == file->size &&
                       old->second->sha256 == file->sha256;
-    if (!same || key == PathCompareKey(kApplicationKeyText)) changed.push_back(*file);
+    if (!same || key == application) changed.push_back(*file);
   }
   ManagedDeletionList deletions;
-  for (const auto& [key, file] : before) {
-    if (!now.contains(key)) deletions.push_back(file->path);
+  for (const auto& [key, file] : before.files) {
+    if (!now.files.contains(key)) deletions.push_back(file->path);
   }
-  return {earlier.version, changed.size(), ListSizeOf(changed), deletions.size(),
-          ListSizeOf(deletions)};
+  return {.earlier_version = earlier.version,
+          .files = changed.size(),
+          .inventory_bytes = ListSizeOf(changed),
+          .deletions = deletions.size(),
+          .deletion_bytes = ListSizeOf(deletions),
+          .kind_changes = AnyIsDirectory(before, now) || AnyIsDirectory(now, before)};
 }
 
 std::vector<std::string> CheckEarlier(const DescribeRequest& request) {
@@ -76,7 +97,7 @@ std::vector<std::string> CheckEarlier(const DescribeRequest& request) {
 }  // namespace
 
 bool ListMargin::Fits() const {
-  return files <= kListRowLimit && inventory_bytes <= kListTextByteLimit &&
+  return !kind_changes && files <= kListRowLimit && inventory_bytes <= kListTextByteLimit &&
          deletions <= kListRowLimit && deletion_bytes <= kListTextByteLimit;
 }
 
@@ -89,7 +110,8 @@ DescribedRelease DescribeRelease(const DescribeRequest& request) {
                                  .version = request.version,
                                  .sequence = request.sequence,
                                  .files = std::move(tree.files)};
-  description.removed = RemovedSince(request.earlier, RowsOf(description));
+  const Names now = NamesOf(description);
+  description.removed = RemovedSince(request.earlier, now);
   try {
     described.payload = SerializeDescription(description);
   } catch (const std::runtime_error& failure) {
@@ -97,7 +119,7 @@ DescribedRelease DescribeRelease(const DescribeRequest& request) {
     return described;
   }
   for (const ReleaseDescription& earlier : request.earlier) {
-    described.margins.push_back(MarginFrom(earlier, description));
+    described.margins.push_back(MarginFrom(earlier, now));
   }
   return described;
 }

@@ -29,6 +29,8 @@ struct ListMargin {
   std::size_t inventory_bytes = 0;
   std::size_t deletions = 0;
   std::size_t deletion_bytes = 0;
+  // A file has become a directory or the other way round, which no update can do.
+  bool kind_changes = false;
 
   [[nodiscard]] bool Fits() const;
 };
@@ -40,7 +42,8 @@ struct DescribedRelease {
 };
 
 // Checks and hashes every file of the directory, which must hold the release and nothing else.
-// `removed` becomes every file that an earlier release has, or had removed, and this one lacks. An
+// `removed` becomes every file that an earlier release has, or had removed, and whose name this one
+// uses neither for a file nor for a directory. An
 // update that does not fit the lists is no problem of the release, but of the margin. Changes
 // nothing. Throws what reading the files throws.
 [[nodiscard]] DescribedRelease DescribeRelease(const DescribeRequest& request);

@@ -16,7 +16,7 @@ namespace tolvarine::updater::application {
 void VisitFileBlocks(const Path& path, const std::function<void(std::string_view)>& visit);
 
 // All bytes of a file. Throws as VisitFileBlocks does, and std::runtime_error for a file of more than
-// `limit` bytes, of which no more than one further block is read.
+// `limit` bytes, which is not read.
 [[nodiscard]] std::string ReadFileBytes(const Path& path, std::size_t limit);
 
 }  // namespace tolvarine::updater::application

@@ -1,6 +1,7 @@
 #include "release/release_description.h"
 
 #include <algorithm>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <stdexcept>
@@ -17,9 +18,11 @@ namespace {
 
 using Json = nlohmann::json;
 
-constexpr std::size_t kDepthLimit = 3;  // The object, its arrays, and the objects in them.
+// The object, its arrays, and the objects in them, for as many files and removed ones as there may be.
+constexpr JsonLimits kJsonLimits = {.depth = 3, .values = 6 * kDescriptionFileLimit};
 constexpr std::size_t kNameLimit = 64;  // Characters of a channel or a version.
 constexpr std::uint64_t kLargestSequence = std::uint64_t{1} << 53;
+constexpr std::uint64_t kLargestTotal = std::uint64_t{1} << 53;
 
 [[noreturn]] void Refuse(const std::string& what) {
   throw std::runtime_error("The description of the release is not sound: " + what + ".");
@@ -57,26 +60,37 @@ bool IsDescribable(PathView path) {
 class PathRules {
  public:
   void AddFile(const Path& path) {
-    Require(IsDescribable(path), "a file cannot have the path " + Shown(path));
-    std::u16string key = PathCompareKey(path);
-    Require(files_.insert(key).second, InQuotes(path) + " occurs twice, but for case");
-    for (std::size_t at = key.find(u'/'); at != std::u16string::npos; at = key.find(u'/', at + 1)) {
-      directories_.insert(key.substr(0, at));
+    if (!IsDescribable(path)) Refuse("a file cannot have the path " + Shown(path));
+    if (!files_.insert(PathCompareKey(path)).second) {
+      Refuse(InQuotes(path) + " occurs twice, but for case");
+    }
+    // From the inside out: where a directory is known, those above it are.
+    for (Path directory = ParentPath(path); !directory.empty(); directory = ParentPath(directory)) {
+      const std::string spelling = GenericUtf8Path(directory);
+      const auto [known, added] = directories_.emplace(PathCompareKey(directory), spelling);
+      // A directory has one spelling on disk, and the updater compares a stage's names with case.
+      if (known->second != spelling) {
+        Refuse(InQuotes(directory) + " is spelled \"" + known->second + "\" elsewhere");
+      }
+      if (!added) break;
     }
   }
 
   // Once all files are added.
   void CheckFilesAndDirectories() const {
     for (const std::u16string& key : files_) {
-      Require(!directories_.contains(key), InQuotes(key) + " is a file and a directory");
+      if (directories_.contains(key)) Refuse(InQuotes(key) + " is a file and a directory");
     }
   }
 
   void AddRemoved(const Path& path) {
-    Require(IsDescribable(path), "no file to be removed can have the path " + Shown(path));
+    if (!IsDescribable(path)) Refuse("no file to be removed can have the path " + Shown(path));
     const std::u16string key = PathCompareKey(path);
-    Require(!files_.contains(key), InQuotes(path) + " is to be removed and is a file");
-    Require(removed_.insert(key).second, InQuotes(path) + " is to be removed twice");
+    if (files_.contains(key)) Refuse(InQuotes(path) + " is to be removed and is a file");
+    if (directories_.contains(key)) {
+      Refuse(InQuotes(path) + " is to be removed and is a directory");
+    }
+    if (!removed_.insert(key).second) Refuse(InQuotes(path) + " is to be removed twice");
   }
 
   [[nodiscard]] bool HasFile(const std::u16string& key) const { return files_.contains(key); }
@@ -92,7 +106,7 @@ class PathRules {
   }
 
   std::set<std::u16string> files_;
-  std::set<std::u16string> directories_;
+  std::map<std::u16string, std::string> directories_;  // And the spelling of each.
   std::set<std::u16string> removed_;
 };
 
@@ -103,11 +117,15 @@ void Validate(const ReleaseDescription& description) {
           "the sequence is not from 1 to 2^53");
   Require(description.files.size() <= kDescriptionFileLimit, "it has too many files");
   PathRules rules;
+  std::uint64_t total = 0;
   for (const SourceInventoryEntry& file : description.files) {
     rules.AddFile(file.path);
-    Require(IsLowerHex64(std::string_view(file.sha256)),
-            "the digest of " + InQuotes(file.path) + " is not 64 lower-case digits");
-    Require(file.size <= kLargestSequence, "the size of " + InQuotes(file.path) + " is too large");
+    if (!IsLowerHex64(std::string_view(file.sha256))) {
+      Refuse("the digest of " + InQuotes(file.path) + " is not 64 lower-case digits");
+    }
+    // So that no sum of sizes overflows.
+    Require(file.size <= kLargestTotal - total, "its files are too large");
+    total += file.size;
   }
   rules.CheckFilesAndDirectories();
   Require(rules.HasFile(PathCompareKey(kApplicationKeyText)), "it lacks Tolvarine.exe");
@@ -172,10 +190,10 @@ ReleaseDescription Read(const Json& payload) {
 }  // namespace
 
 bool IsReservedPath(PathView path) {
-  if (PathCompareKey(path) == u"log.txt") return true;
-  return std::ranges::any_of(Components(DividePath(path).relative), [](PathView name) {
-    return PathCompareKey(name).ends_with(kTemporarySuffix);
-  });
+  const std::u16string key = PathCompareKey(path);
+  const std::vector<PathView> names = Components(key);
+  if (!names.empty() && names.front() == u"log.txt") return true;
+  return std::ranges::any_of(names, [](PathView name) { return name.ends_with(kTemporarySuffix); });
 }
 
 std::string SerializeDescription(const ReleaseDescription& description) {
@@ -202,7 +220,7 @@ ReleaseDescription ParseDescription(std::string_view payload) {
   Require(payload.size() <= kDescriptionByteLimit, "its text is too large");
   Json json;
   try {
-    json = ParseStrictJson(payload, kDepthLimit);
+    json = ParseStrictJson(payload, kJsonLimits);
   } catch (const std::runtime_error& failure) {
     Refuse(failure.what());
   }

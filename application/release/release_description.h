@@ -30,15 +30,15 @@ inline constexpr std::size_t kDescriptionByteLimit = std::size_t{16} << 20;
 inline constexpr std::size_t kDescriptionFileLimit = 50000;
 
 struct ReleaseDescription {
-  std::string channel;         // 1 to 64 of a-z, 0-9 and "-".
-  std::string version;         // 1 to 64 characters of printable ASCII, for people.
-  std::uint64_t sequence = 0;  // 1 to 2^53.
-  SourceInventory files{};       // In ascending order of their keys, Tolvarine.exe last.
-  std::vector<Path> removed{};   // Files of earlier releases that this one lacks, in key order.
+  std::string channel;          // 1 to 64 of a-z, 0-9 and "-".
+  std::string version;          // 1 to 64 characters of printable ASCII, for people.
+  std::uint64_t sequence = 0;   // 1 to 2^53.
+  SourceInventory files{};      // In ascending order of their keys, Tolvarine.exe last.
+  std::vector<Path> removed{};  // Files of earlier releases that this one lacks, in key order.
 };
 
-// True for a path that the updater cannot install: its own log, "log.txt" at the top level, and any
-// name that ends as the updater's temporaries do.
+// True for a path that the updater cannot install: its own log, "log.txt" at the top level, anything
+// below that name, and any name that ends as the updater's temporaries do.
 [[nodiscard]] bool IsReservedPath(PathView path);
 
 // The payload. The same description gives the same bytes. Throws what ParseDescription would
@@ -47,9 +47,10 @@ struct ReleaseDescription {
 
 // Throws std::runtime_error, with a sentence that names the member or path, for anything that is not
 // a description as above: another format or product, missing, unknown or duplicate members, a path
-// that the updater's lists refuse or that is reserved, two paths that differ in case alone, a file that is also a
-// directory of another, a digest that is not 64 lower-case digits, no Tolvarine.exe, a path in
-// `removed` that is also a file, more than kDescriptionFileLimit files.
+// that the updater's lists refuse or that is reserved, two paths that differ in case alone, two
+// spellings of one directory, a file that is also a directory of another, a digest that is not 64
+// lower-case digits, sizes of more than 2^53 bytes together, no Tolvarine.exe, a path in `removed`
+// that is also a file or a directory, more than kDescriptionFileLimit files.
 [[nodiscard]] ReleaseDescription ParseDescription(std::string_view payload);
 
 }  // namespace tolvarine::updater::application

@@ -17,7 +17,9 @@ namespace {
 
 using Json = nlohmann::json;
 
-constexpr std::size_t kDepthLimit = 3;  // The object, its array, and the objects in it.
+constexpr std::size_t kSignatureLimit = 16;  // Each one takes the time of a verification.
+// The object, its array, and the objects in it; members that are not known are left aside.
+constexpr JsonLimits kJsonLimits = {.depth = 3, .values = 256};
 
 [[noreturn]] void Refuse(const std::string& what) {
   throw std::runtime_error("The signed release is not sound: " + what + ".");
@@ -41,7 +43,7 @@ Envelope ReadEnvelope(std::string_view text) {
   if (text.size() > kEnvelopeByteLimit) Refuse("it is too large");
   Json json;
   try {
-    json = ParseStrictJson(text, kDepthLimit);
+    json = ParseStrictJson(text, kJsonLimits);
   } catch (const std::runtime_error& failure) {
     Refuse(failure.what());
   }
@@ -52,6 +54,7 @@ Envelope ReadEnvelope(std::string_view text) {
   if (!json.contains("signatures") || !json.at("signatures").is_array()) {
     Refuse("it has no signatures");
   }
+  if (json.at("signatures").size() > kSignatureLimit) Refuse("it has too many signatures");
   Envelope envelope{.payload = Base64Member(json, "payload")};
   for (const Json& signature : json.at("signatures")) {
     envelope.signatures.push_back(Base64Member(signature, "sig"));

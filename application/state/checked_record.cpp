@@ -16,7 +16,7 @@ namespace tolvarine::updater::application {
 namespace {
 
 constexpr std::size_t kByteLimit = std::size_t{1} << 20;
-constexpr std::size_t kDepthLimit = 6;
+constexpr JsonLimits kJsonLimits = {.depth = 6, .values = 10000};
 constexpr PathView kTemporarySuffix = u".new";
 
 void WriteAndFlush(const Path& path, std::string_view content) {
@@ -66,7 +66,7 @@ std::optional<nlohmann::json> ParseRecord(std::string_view text) {
   // Comparing the whole text leaves no other spelling of a record.
   if (text != std::string(line) + "\n" + Sha256OfBytes(line) + "\n") return std::nullopt;
   try {
-    return ParseStrictJson(line, kDepthLimit);
+    return ParseStrictJson(line, kJsonLimits);
   } catch (const std::runtime_error&) {
     return std::nullopt;
   }

@@ -1,7 +1,6 @@
 #include "state/state_directory.h"
 
 #include <algorithm>
-#include <stdexcept>
 
 #include "driver/request_validation.h"
 #include "files/canonical_path.h"
@@ -13,6 +12,7 @@
 #include "release/digest.h"
 #include "text/hex.h"
 #include "text/utf8.h"
+#include "update/verb_failure.h"
 
 namespace tolvarine::updater::application {
 namespace {
@@ -46,12 +46,15 @@ Installation LocateInstallation(const Path& target, const Path& state_root) {
   Installation installation{.target = FullPath(target)};
   const Path root = FullPath(state_root);
   if (!IsSafeDirectory(installation.target) || !IsSafeDirectory(root)) {
-    throw std::runtime_error(
-        "The installation and the state directory must be directories below a drive or share");
+    throw VerbFailure(
+        ReasonCode::NotADirectory,
+        "The installation and the state directory must be directories below a drive or share.");
   }
   if (IsPathWithin(installation.target, root) || IsPathWithin(root, installation.target)) {
-    throw std::runtime_error(
-        "The installation and the state directory must not contain each other");
+    throw VerbFailure(
+        ReasonCode::PathsOverlap,
+        "The installation and the state directory must not contain each other. Choose another "
+        "state directory.");
   }
   installation.key = KeyOf(installation.target);
   installation.state = JoinPath(root, installation.key);

@@ -56,7 +56,7 @@ struct UpdatePaths {
 };
 
 // Resolves both paths, which may be relative to the current directory and need not exist. Makes
-// nothing. Throws FilesystemError where a path cannot be resolved, and std::runtime_error for a
+// nothing. Throws FilesystemError where a path cannot be resolved, and VerbFailure for a
 // target or state root that is not a full directory path, or where one contains the other.
 [[nodiscard]] Installation LocateInstallation(const Path& target, const Path& state_root);
 

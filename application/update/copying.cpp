@@ -98,7 +98,13 @@ void StageFile(const Path& package, const SourceInventoryEntry& row, const Path&
   meter.Begin(row.path);
   const Path from = JoinPath(package, row.path);
   if (QueryLinkStatus(from).kind == FileKind::not_found) RefusePackage(row.path, "is missing.");
-  const LockedReleaseFile file(from);
+  std::optional<LockedReleaseFile> locked;
+  try {
+    locked.emplace(from);
+  } catch (const std::exception& failure) {
+    RefusePackage(row.path, "cannot be locked: " + FailureText(failure));
+  }
+  const LockedReleaseFile& file = *locked;
   const std::string sha256 =
       CopyHashed(file.handle(), from, to, [&](std::uint64_t bytes) { meter.Add(bytes); });
   if (static_cast<std::uint64_t>(file.size()) != row.size || sha256 != row.sha256) {
@@ -167,14 +173,18 @@ SourceInventory FilesToKeep(const ReleaseDescription& installed, const Differenc
   return kept;
 }
 
+Path FormerFile(const Installation& installation, const SourceInventoryEntry& row) {
+  return JoinPath(JoinPath(installation.state, u"former"), Utf16FromUtf8(row.sha256));
+}
+
 // Copies a file whose content is the one described; leaves out any other.
 void KeepFile(const Path& from, const SourceInventoryEntry& row, const Path& to, Meter& meter) {
   if (QueryStatus(from).kind != FileKind::regular) return;
-  // Unlike a release file, an installed one may have several names.
+  // Unlike a release file, an installed one may have several names, and the application may have it
+  // open; what is copied is verified.
   const Path extended = ExtendedLengthPath(from);
   const FileHandle file(platform::CreateFileW(extended.c_str(), platform::kGenericRead,
-                                              platform::kFileShareRead | platform::kFileShareDelete,
-                                              platform::kOpenExisting,
+                                              platform::kFileShareAll, platform::kOpenExisting,
                                               platform::kFileAttributeNormal));
   if (!file) throw FilesystemError("open", platform::GetLastError(), from);
   const Path temporary = to + u".new";
@@ -196,6 +206,28 @@ bool HasContent(const Path& path, const std::string& content) {
 }
 
 }  // namespace
+
+std::uint64_t BytesToStage(const UpdatePaths& paths, const Path& package,
+                           const SourceInventory& inventory) {
+  if (IsPathWithin(package, paths.stages)) return 0;
+  std::uint64_t total = 0;
+  bool staged = true;
+  for (const SourceInventoryEntry& row : inventory) {
+    total += row.size;
+    staged = staged && QueryFileSize(JoinPath(paths.stage, row.path)).size == row.size;
+  }
+  return staged ? 0 : total;
+}
+
+std::uint64_t BytesToKeep(const Installation& installation, const ReleaseDescription& installed,
+                          const Difference& difference) {
+  std::uint64_t total = 0;
+  for (const SourceInventoryEntry& row : FilesToKeep(installed, difference)) {
+    const Path kept = FormerFile(installation, row);
+    if (QueryLinkStatus(kept).kind != FileKind::regular) total += row.size;
+  }
+  return total;
+}
 
 Path StageRelease(const UpdatePaths& paths, const Path& package, const SourceInventory& inventory,
                   const ProgressCallback& progress) {
@@ -228,16 +260,23 @@ void KeepFormerFiles(const Installation& installation, const VerifiedRelease& in
   Meter meter(ProgressStep::Keeping, total, progress);
   for (const SourceInventoryEntry& row : files) {
     meter.Begin(row.path);
-    const Path to = JoinPath(former, Utf16FromUtf8(row.sha256));
+    const Path to = FormerFile(installation, row);
     if (QueryLinkStatus(to).kind == FileKind::regular) continue;
     KeepFile(JoinPath(installation.target, row.path), row, to, meter);
   }
 }
 
-ProgramCopy CopyUpdater(const Installation& installation, const Path& program,
-                        const ReleaseDescription* installed) {
-  const LockedReleaseFile file(program);
-  std::string sha256 = Sha256OfLockedFile(file);
+std::string RequireUpdater(const Installation& installation, const Path& program,
+                           const ReleaseDescription* installed) {
+  std::string sha256;
+  try {
+    sha256 = Sha256OfLockedFile(LockedReleaseFile(program));
+  } catch (const std::exception& failure) {
+    throw VerbFailure(ReasonCode::ProgramChanged,
+                      "The updater " + Quoted(program) + " cannot be locked and read: " +
+                          FailureText(failure) + " Name the updater that is to be used.",
+                      program);
+  }
   if (installed != nullptr && IsPathWithin(program, installation.target)) {
     const std::u16string key = PathCompareKey(LexicallyRelative(program, installation.target));
     const auto row = std::ranges::find_if(
@@ -250,7 +289,14 @@ ProgramCopy CopyUpdater(const Installation& installation, const Path& program,
                         program);
     }
   }
-  ProgramCopy copy{UpdaterCopyPath(installation, sha256), sha256};
+  return sha256;
+}
+
+ProgramCopy CopyUpdater(const Installation& installation, const Path& program,
+                        const ReleaseDescription* installed) {
+  std::string sha256 = RequireUpdater(installation, program, installed);
+  const LockedReleaseFile file(program);
+  ProgramCopy copy{UpdaterCopyPath(installation, sha256), std::move(sha256)};
   const Path temporary = copy.path + u".new";
   const std::string written = CopyHashed(file.handle(), program, temporary, [](std::uint64_t) {});
   if (written != copy.sha256) {

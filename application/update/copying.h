@@ -27,6 +27,15 @@ namespace tolvarine::updater::application {
 [[nodiscard]] Path StageRelease(const UpdatePaths& paths, const Path& package,
                                 const SourceInventory& inventory, const ProgressCallback& progress);
 
+// The bytes that StageRelease would copy: none where the stage is there.
+[[nodiscard]] std::uint64_t BytesToStage(const UpdatePaths& paths, const Path& package,
+                                         const SourceInventory& inventory);
+
+// The bytes that KeepFormerFiles would copy.
+[[nodiscard]] std::uint64_t BytesToKeep(const Installation& installation,
+                                        const ReleaseDescription& installed,
+                                        const Difference& difference);
+
 // Copies installed files that `installed` describes and that the update replaces or deletes to S\former,
 // each durably under its digest; a copy that is there already stays. Files of any other content are
 // left out, since they could not be verified. Copies of another release are removed before. Throws
@@ -34,9 +43,14 @@ namespace tolvarine::updater::application {
 void KeepFormerFiles(const Installation& installation, const VerifiedRelease& installed,
                      const Difference& difference, const ProgressCallback& progress);
 
-// Copies the updater's program into the state directory, durably. A program in the target must be as
-// the installed release describes it, where there is one. Throws VerbFailure (ProgramChanged) otherwise,
-// and what the file operations throw.
+// Requires of the updater's program that it can be locked and read and, where it lies in the target and
+// a release is installed, that it is as that release describes it. Returns its SHA-256. Throws
+// VerbFailure (ProgramChanged).
+std::string RequireUpdater(const Installation& installation, const Path& program,
+                           const ReleaseDescription* installed);
+
+// Copies the updater's program, which is as above, into the state directory, durably. Throws VerbFailure
+// (ProgramChanged) and what the file operations throw.
 [[nodiscard]] ProgramCopy CopyUpdater(const Installation& installation, const Path& program,
                                       const ReleaseDescription* installed);
 

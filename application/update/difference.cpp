@@ -136,7 +136,13 @@ Difference FindDifference(const Path& target, const ReleaseDescription& release,
 
   Difference difference{.nothing_to_do = true};
   for (InstalledFile& file : files) {
-    hasher.Hash(file);
+    try {
+      hasher.Hash(file);
+    } catch (const FilesystemError& failure) {
+      difference.unreadable.push_back({file.path, failure.code()});
+      difference.nothing_to_do = false;
+      continue;
+    }
     const bool as_described = file.Is(file.described);
     if (as_described) ++difference.unchanged;
     if (!as_described) difference.nothing_to_do = false;

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 #include "lists/managed_deletion_list.h"
@@ -11,6 +12,11 @@
 
 namespace tolvarine::updater::application {
 
+struct UnreadableFile {
+  Path path;               // Relative.
+  std::uint32_t code = 0;  // The Win32 code of the open or read that failed.
+};
+
 struct Difference {
   // The files whose installed copy is not the one described, and always Tolvarine.exe.
   SourceInventory changed{};
@@ -19,12 +25,13 @@ struct Difference {
   ManagedDeletionList deletions{};
   // Files that differ from the installed description as well: somebody has changed them.
   std::vector<Path> changed_by_others{};
+  std::vector<UnreadableFile> unreadable{};  // Could not be compared; in no other list.
   std::size_t unchanged = 0;   // Files that are as described; Tolvarine.exe may be one.
   bool nothing_to_do = false;  // Every file is as described, and nothing is to be deleted.
 };
 
 // Compares by size, then by SHA-256. `installed` is null where no description is installed. Throws
-// Cancelled (below), SystemError and std::runtime_error where a file cannot be read.
+// Cancelled (below), and FilesystemError where it cannot be told whether a file is there.
 [[nodiscard]] Difference FindDifference(const Path& target, const ReleaseDescription& release,
                                         const ReleaseDescription* installed,
                                         const ProgressCallback& progress);

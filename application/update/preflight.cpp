@@ -60,6 +60,7 @@ class Preflight {
     CheckCommandLine();
     FindProcessesInTarget();
     for (const Path& path : files_) CheckFile(path);
+    for (const UnreadableFile& file : request_.difference.unreadable) ReportUnreadable(file);
     for (const Path& path : request_.difference.changed_by_others) {
       Warn(ReasonCode::ChangedFile,
            Quoted(path) + " has been changed by somebody else. The update replaces or deletes it.",
@@ -88,6 +89,7 @@ class Preflight {
                    std::string_view where);
   bool CheckKind(const Path& relative);
   void CheckAccess(const Path& relative);
+  void ReportUnreadable(const UnreadableFile& file);
 
   const PreflightRequest& request_;
   const Path& target_;
@@ -107,10 +109,11 @@ void Preflight::CheckTarget() {
            target_);
     return;
   }
-  const Path probe = JoinPath(target_, u"tolvarine-update-probe");
+  // No release has a file of such a name. One that a power cut has left is opened and removed.
+  const Path probe = JoinPath(target_, Path(u"probe").append(kTemporarySuffix));
   const FileHandle file(platform::CreateFileW(
       probe.c_str(), platform::kGenericWrite | platform::kDelete, platform::kFileShareAll,
-      platform::kCreateAlways, platform::kFileAttributeNormal));
+      platform::kOpenAlways, platform::kFileAttributeNormal));
   if (!file) {
     const std::uint32_t code = platform::GetLastError();
     Refuse(ReasonCode::TargetNotWritable,
@@ -161,23 +164,27 @@ void Preflight::CheckVolumes() {
   CheckSpace(target, state);
 }
 
-// Stage, kept copies and baseline in the state directory; beside each installed file, a temporary.
+// Stage, kept copies and baseline in the state directory. In the installation: what it grows by, and
+// one temporary beside the file that it becomes.
 void Preflight::CheckSpace(const Volume& target, const Volume& state) {
-  std::uint64_t staged = 0;
+  const auto installed_size = [&](const Path& path) {
+    const FileSize size = QueryFileSize(JoinPath(target_, path));
+    return size.error == 0 ? size.size : 0;
+  };
+  std::uint64_t baseline = 0;
+  std::uint64_t growth = 0;
   std::uint64_t largest = 0;
   for (const SourceInventoryEntry& row : request_.difference.changed) {
-    staged += row.size;
-    largest = std::max(largest, row.size);
+    const std::uint64_t installed = installed_size(row.path);
+    baseline += installed;
+    growth += row.size - std::min(row.size, installed);
+    largest = std::max(largest, std::max(row.size, installed));
   }
-  std::uint64_t installed = 0;
-  for (const Path& path : files_) {
-    const FileSize size = QueryFileSize(JoinPath(target_, path));
-    if (size.error != 0) continue;
-    installed += size.size;
-    largest = std::max(largest, size.size);
-  }
+  for (const Path& path : request_.difference.deletions) baseline += installed_size(path);
   const bool one_volume = SamePathKey(target.root, state.root);
-  const std::uint64_t in_state = staged + 2 * installed + (one_volume ? largest : 0);
+  const std::uint64_t in_target = growth + largest;
+  const std::uint64_t in_state =
+      request_.bytes_to_stage + request_.bytes_to_keep + baseline + (one_volume ? in_target : 0);
   const auto check = [&](const Volume& volume, std::uint64_t needed) {
     if (needed <= volume.free_bytes) return;
     Refuse(ReasonCode::NoSpace,
@@ -187,7 +194,7 @@ void Preflight::CheckSpace(const Volume& target, const Volume& state) {
            volume.root);
   };
   check(state, in_state);
-  if (!one_volume) check(target, largest);
+  if (!one_volume) check(target, in_target);
 }
 
 // --- Lists and command line ----------------------------------------------------------------------
@@ -209,7 +216,7 @@ void Preflight::CheckLists() {
 // With the wait options at their longest.
 void Preflight::CheckCommandLine() {
   UpdaterArguments arguments;
-  arguments.source = paths_.stage;
+  arguments.source = request_.source;
   arguments.target = target_;
   arguments.restart = request_.restart;
   arguments.state_file = paths_.pending;
@@ -300,13 +307,19 @@ bool Preflight::CheckKind(const Path& relative) {
     const FileKind kind = QueryLinkStatus(JoinPath(target_, parent)).kind;
     if (kind == FileKind::directory || kind == FileKind::not_found) continue;
     Refuse(ReasonCode::WrongKind,
-           Quoted(parent) + " is not a plain directory of the installation. Remove it.", parent);
+           Quoted(parent) +
+               " is not a plain directory of the installation. Remove it, or install the full "
+               "package, then adopt.",
+           parent);
     return false;
   }
   const FileKind kind = QueryLinkStatus(JoinPath(target_, relative)).kind;
   if (kind == FileKind::regular || kind == FileKind::not_found) return kind == FileKind::regular;
   Refuse(ReasonCode::WrongKind,
-         Quoted(relative) + " is not a plain file of the installation. Remove it.", relative);
+         Quoted(relative) +
+             " is not a plain file of the installation. Remove it, or install the full package, "
+             "then adopt.",
+         relative);
   return false;
 }
 
@@ -350,6 +363,13 @@ void Preflight::CheckAccess(const Path& relative) {
   if (file) return;
   const std::uint32_t code = platform::GetLastError();
   if (IsNotFoundError(code)) return;
+  if (code == platform::kErrorAccessDenied) {
+    Refuse(ReasonCode::TargetNotWritable,
+           Quoted(relative) + " cannot be replaced: " + SystemMessage(code) +
+               " Give this user the rights to write and delete it.",
+           relative);
+    return;
+  }
   std::string text = Quoted(relative) + " is held" + HolderOf(path) + ": " + SystemMessage(code);
   // The application's own files are held while it runs; it ends before they are replaced.
   if (processes_in_target_) {
@@ -359,9 +379,21 @@ void Preflight::CheckAccess(const Path& relative) {
   }
 }
 
+// Such a file is a reason also while the application runs: whether it differs is not known.
+void Preflight::ReportUnreadable(const UnreadableFile& file) {
+  const std::string text = Quoted(file.path) + " cannot be read" +
+                           HolderOf(JoinPath(target_, file.path)) + ": " + SystemMessage(file.code);
+  if (file.code == platform::kErrorAccessDenied) {
+    Refuse(ReasonCode::TargetNotWritable,
+           text + " Give this user the rights to read, write and delete it.", file.path);
+  } else {
+    Refuse(ReasonCode::FileHeld, text + " End the program that has it open.", file.path);
+  }
+}
+
 void Preflight::CheckFile(const Path& relative) {
   CheckName(relative);
-  CheckLength(paths_.stage, relative, 0, "stage");
+  CheckLength(request_.source, relative, 0, "stage");
   CheckLength(JoinPath(paths_.transaction, u"backup"), relative, 0, "backup");
   CheckLength(target_, relative, kTemporarySuffix.size(), "installation");
   if (CheckKind(relative)) CheckAccess(relative);

@@ -11,10 +11,12 @@ namespace tolvarine::updater::application {
 struct PreflightRequest {
   const Installation& installation;
   const Difference& difference;
-  Path updater;  // The updater's program, before it is copied.
   Path restart;
-  std::u16string id;             // The update's.
-  bool clear_read_only = false;  // Read-only files are then no reason.
+  Path source;                       // The stage, or the package where it lies in the stages.
+  std::uint64_t bytes_to_stage = 0;  // That are not in the state directory yet.
+  std::uint64_t bytes_to_keep = 0;   // Likewise.
+  std::u16string id;                 // The update's.
+  bool clear_read_only = false;      // Read-only files are then no reason.
 };
 
 // Reasons and warnings: a caller with an administrator's rights, missing rights, space for stage, kept copies, baseline and

@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "driver/request_validation.h"
 #include "files/failure.h"
 #include "files/file_operations.h"
 #include "files/unique_handle.h"
@@ -36,6 +37,10 @@ class Preparation {
  private:
   [[nodiscard]] bool RulesAllow();
   [[nodiscard]] bool HasBegun() const;
+  // True for an update from a described release to another one, which has a way back.
+  [[nodiscard]] bool Replaces() const {
+    return installed_ && installed_->id != request_.release.id;
+  }
   void UseFixedSubset();
   void AbandonOthers();
   void RetireInstalled();
@@ -129,12 +134,24 @@ bool Preparation::Examine() {
   prepared_.staged = difference_.changed.size();
   for (const SourceInventoryEntry& row : difference_.changed) prepared_.staged_bytes += row.size;
   prepared_.deletions = difference_.deletions.size();
+  const SourceInventory& files = difference_.changed;
+  const bool in_place = IsPathWithin(request_.package, paths_.stages);
+  const std::uint64_t kept =
+      Replaces() ? BytesToKeep(installation_, installed_->description, difference_) : 0;
   Reasons reasons = FindReasons({.installation = installation_,
                                  .difference = difference_,
-                                 .updater = request_.updater,
                                  .restart = request_.restart,
+                                 .source = in_place ? request_.package : paths_.stage,
+                                 .bytes_to_stage = BytesToStage(paths_, request_.package, files),
+                                 .bytes_to_keep = kept,
                                  .id = request_.release.id,
                                  .clear_read_only = request_.clear_read_only});
+  try {
+    RequireUpdater(installation_, request_.updater,
+                   installed_ ? &installed_->description : nullptr);
+  } catch (const VerbFailure& failure) {
+    reasons.push_back(failure.reason());
+  }
   if (Refuses(reasons)) result().outcome = Outcome::Refused;
   std::ranges::move(reasons, std::back_inserter(result().reasons));
   return result().outcome == Outcome::Done;
@@ -188,7 +205,7 @@ void Preparation::Carry() {
   AbandonOthers();
   RetireInstalled();
   ClearReadOnly();
-  if (installed_ && installed_->id != request_.release.id) {
+  if (Replaces()) {
     KeepFormerFiles(installation_, *installed_, difference_, request_.progress);
   }
   UpdateRequest request{.restart = request_.restart,

@@ -5,23 +5,9 @@
 
 #include "files/failure.h"
 #include "platform/text.h"
+#include "text/utf8.h"
 
 namespace tolvarine::updater::application {
-namespace {
-
-std::string LenientUtf8(std::u16string_view text) {
-  if (text.empty()) return {};
-  const auto length = static_cast<std::int32_t>(text.size());
-  const auto convert = [&](char* output, std::int32_t size) {
-    return platform::WideCharToMultiByte(platform::kCpUtf8, 0, text.data(), length, output, size,
-                                         nullptr);
-  };
-  std::string utf8(static_cast<std::size_t>(convert(nullptr, 0)), '\0');
-  convert(utf8.data(), static_cast<std::int32_t>(utf8.size()));
-  return utf8;
-}
-
-}  // namespace
 
 std::string Utf8Of(PathView path) {
   Path uniform(path);

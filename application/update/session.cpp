@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "files/file_operations.h"
 #include "text/utf8.h"
 
 namespace tolvarine::updater::application {
@@ -9,6 +10,34 @@ namespace tolvarine::updater::application {
 void Refuse(VerbResult& result, ReasonCode code, std::string text, Path path) {
   if (result.outcome == Outcome::Done) result.outcome = Outcome::Refused;
   result.reasons.push_back({code, std::move(text), std::move(path)});
+}
+
+void RequireStateDirectory(const Installation& installation) {
+  const Path root = ParentPath(installation.state);
+  for (const Path& path : {root, installation.state, JoinPath(installation.state, u"updates"),
+                           JoinPath(installation.state, u"s")}) {
+    const FileKind kind = QueryLinkStatus(path).kind;
+    if (kind == FileKind::directory || kind == FileKind::not_found) continue;
+    const bool file = kind == FileKind::regular;
+    if (!file && kind != FileKind::symlink && kind != FileKind::junction) continue;
+    throw VerbFailure(file ? ReasonCode::NotADirectory : ReasonCode::ReparsePointInPath,
+                      "The state directory " + Quoted(path) + " is " +
+                          (file ? "a file" : "a link") +
+                          ". Remove it, or choose another state directory.",
+                      path);
+  }
+}
+
+std::optional<InstallationLocks> TakeLocks(const Installation& installation) {
+  RequireStateDirectory(installation);
+  try {
+    return InstallationLocks::TryTake(installation);
+  } catch (const std::exception& failure) {
+    throw VerbFailure(ReasonCode::StateNotWritable,
+                      "The state directory " + Quoted(installation.state) +
+                          " cannot be written to. " + ReasonOf(failure).text,
+                      installation.state);
+  }
 }
 
 std::vector<WorkspaceStatus> ReadWorkspaces(const Installation& installation) {

@@ -37,6 +37,13 @@ bool RequireNoUnfinished(const std::vector<WorkspaceStatus>& workspaces, VerbRes
 // makes the outcome UnfinishedUpdate.
 void RefuseState(const WorkspaceStatus& workspace, std::string_view what, VerbResult& result);
 
+// Requires of S and the directories in it that they are plain directories, as far as they exist: the
+// updater refuses paths that lead through a link. Throws VerbFailure.
+void RequireStateDirectory(const Installation& installation);
+
+// Both locks, or nothing where one is taken. Throws VerbFailure where the state directory cannot be used.
+[[nodiscard]] std::optional<InstallationLocks> TakeLocks(const Installation& installation);
+
 // Carries out a verb under both locks: `work` is given the locks and the states. Where a lock is taken,
 // or work throws, the result says so. `Result` has a member `result`, or is a VerbResult.
 template <typename Result, typename Work>
@@ -49,7 +56,7 @@ template <typename Result, typename Work>
     verb = &outcome;
   }
   try {
-    std::optional<InstallationLocks> locks = InstallationLocks::TryTake(installation);
+    std::optional<InstallationLocks> locks = TakeLocks(installation);
     if (locks) {
       work(*locks, ReadWorkspaces(installation), outcome);
     } else {
@@ -60,11 +67,9 @@ template <typename Result, typename Work>
     }
   } catch (const Cancelled&) {
     Refuse(*verb, ReasonCode::Cancelled, "It was cancelled. The same call goes on with it.");
-  } catch (const VerbFailure& failure) {
-    Reason reason = failure.reason();
-    Refuse(*verb, reason.code, std::move(reason.text), std::move(reason.path));
   } catch (const std::exception& failure) {
-    Refuse(*verb, ReasonCode::SystemFailure, FailureText(failure));
+    Reason reason = ReasonOf(failure);
+    Refuse(*verb, reason.code, std::move(reason.text), std::move(reason.path));
   }
   return outcome;
 }

@@ -9,7 +9,11 @@ namespace tolvarine::updater::application {
 
 InstallationStatus Status(const Installation& installation, std::span<const PublicKey> keys) {
   // Taking the lock would make the state directory.
-  if (QueryLinkStatus(installation.state).kind == FileKind::not_found) return {};
+  const Path root = ParentPath(installation.state);
+  if (QueryLinkStatus(root).kind != FileKind::regular &&
+      QueryLinkStatus(installation.state).kind == FileKind::not_found) {
+    return {};
+  }
   return UnderLocks<InstallationStatus>(
       installation,
       [&](InstallationLocks&, std::vector<WorkspaceStatus> workspaces, InstallationStatus& status) {

@@ -95,12 +95,14 @@ void AddMargins(const std::vector<app::ListMargin>& margins, Answer& answer) {
                                       {"inventory_bytes", margin.inventory_bytes},
                                       {"deletions", margin.deletions},
                                       {"deletion_bytes", margin.deletion_bytes},
+                                      {"kind_changes", margin.kind_changes},
                                       {"fits", margin.Fits()}});
     answer.text +=
         "From " + margin.earlier_version + ": " + std::to_string(margin.files) +
         " files in a list of " + std::to_string(margin.inventory_bytes) + " bytes, " +
         std::to_string(margin.deletions) + " deletions in one of " +
         std::to_string(margin.deletion_bytes) + ", of 1000 and 24576 each. " +
+        (margin.kind_changes ? "A file has become a directory, or a directory a file. " : "") +
         (margin.Fits() ? "It fits.\n" : "It does not fit: the full package is needed.\n");
   }
 }
@@ -131,11 +133,14 @@ void DescribeFirstStep(const Options& options, Answer& answer) {
 void DescribeSecondStep(const Options& options, Answer& answer) {
   const std::string payload = ReadSmallFile(options.payload, app::kDescriptionByteLimit);
   const std::string signature = ReadSmallFile(options.signature, kSmallFileLimit);
+  const app::PublicKey key = ReadKey(options.keys.front());
+  std::string release;
   try {
-    WriteOutput(options.output, app::SealRelease(payload, signature, ReadKeys(options).front()));
+    release = app::SealRelease(payload, signature, key);
   } catch (const std::runtime_error& failure) {
     throw VerbFailure(ReasonCode::BadRelease, failure.what());
   }
+  WriteOutput(options.output, release);
   answer.text = "The signed release is in " + Quoted(options.output) + ".\n";
 }
 
@@ -204,7 +209,7 @@ Json JsonOf(const app::WorkspaceStatus& workspace) {
                {"installation", app::SentenceOf(app::ContentOf(report.state))},
                {"next", app::NextStepOf(report.state)},
                {"started", report.launched}};
-  if (!report.path.empty()) json["path"] = Quoted(report.path);
+  if (!report.path.empty()) json["path"] = app::Utf8Of(report.path);
   return json;
 }
 
@@ -296,7 +301,9 @@ void WriteJson(const ParsedLine& line, Answer& answer, const Surroundings& surro
   answer.json["verb"] = Utf8FromUtf16(line.verb->name);
   answer.json["outcome"] = NameOf(answer.result.outcome);
   answer.json["reasons"] = std::move(reasons);
-  surroundings.print(answer.json.dump(2) + "\n");
+  // A failure's text may be cut inside a character.
+  surroundings.print(
+      answer.json.dump(2, ' ', /*ensure_ascii=*/false, Json::error_handler_t::replace) + "\n");
 }
 
 void WriteSentences(const Answer& answer, const Surroundings& surroundings) {
@@ -318,10 +325,8 @@ int RunCommand(const ParsedLine& line, const Surroundings& surroundings) {
   Answer answer;
   try {
     CarryOut(line, surroundings, answer);
-  } catch (const VerbFailure& failure) {
-    answer.result = {Outcome::Refused, {failure.reason()}};
   } catch (const std::exception& failure) {
-    answer.result = {Outcome::Refused, {{ReasonCode::SystemFailure, app::FailureText(failure)}}};
+    answer.result = {Outcome::Refused, {app::ReasonOf(failure)}};
   }
   if (line.options.json) {
     WriteJson(line, answer, surroundings);

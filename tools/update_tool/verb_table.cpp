@@ -31,14 +31,14 @@ bool AddPath(Options& options, Value value) {
 
 template <std::string Options::*field>
 bool FillText(Options& options, Value value) {
-  options.*field = Utf8FromUtf16(value);
+  options.*field = LenientUtf8(value);
   return !value.empty();
 }
 
 template <auto field>
 bool FillNumber(Options& options, Value value) {
   const auto number =
-      ParseDecimal<std::remove_reference_t<decltype(options.*field)>>(Utf8FromUtf16(value));
+      ParseDecimal<std::remove_reference_t<decltype(options.*field)>>(LenientUtf8(value));
   options.*field = number.value_or(0);
   return number && *number != 0;
 }
