@@ -25,7 +25,7 @@ constexpr std::uint64_t kLargestSequence = std::uint64_t{1} << 53;
 constexpr std::uint64_t kLargestTotal = std::uint64_t{1} << 53;
 
 [[noreturn]] void Refuse(const std::string& what) {
-  throw std::runtime_error("The description of the release is not sound: " + what + ".");
+  throw UnsoundRelease("The description of the release is not sound: " + what + ".");
 }
 
 void Require(bool condition, const std::string& what) {

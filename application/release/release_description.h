@@ -14,6 +14,7 @@
 #pragma once
 
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,6 +30,12 @@ inline constexpr std::string_view kProduct = "Tolvarine";
 inline constexpr std::size_t kDescriptionByteLimit = std::size_t{16} << 20;
 inline constexpr std::size_t kDescriptionFileLimit = 50000;
 
+// A description, or a signed one, that is not sound; the text is a sentence that says why.
+class UnsoundRelease : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
 struct ReleaseDescription {
   std::string channel;          // 1 to 64 of a-z, 0-9 and "-".
   std::string version;          // 1 to 64 characters of printable ASCII, for people.
@@ -42,11 +49,11 @@ struct ReleaseDescription {
 [[nodiscard]] bool IsReservedPath(PathView path);
 
 // The payload. The same description gives the same bytes. Throws what ParseDescription would
-// refuse, as std::runtime_error.
+// refuse.
 [[nodiscard]] std::string SerializeDescription(const ReleaseDescription& description);
 
-// Throws std::runtime_error, with a sentence that names the member or path, for anything that is not
-// a description as above: another format or product, missing, unknown or duplicate members, a path
+// Throws UnsoundRelease, with a sentence that names the member or path, for anything that is not a
+// description as above: another format or product, missing, unknown or duplicate members, a path
 // that the updater's lists refuse or that is reserved, two paths that differ in case alone, two
 // spellings of one directory, a file that is also a directory of another, a digest that is not 64
 // lower-case digits, sizes of more than 2^53 bytes together, no Tolvarine.exe, a path in `removed`

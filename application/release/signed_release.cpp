@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "files/file_operations.h"
 #include "release/base64.h"
 #include "release/digest.h"
 #include "release/file_bytes.h"
@@ -22,7 +23,7 @@ constexpr std::size_t kSignatureLimit = 16;  // Each one takes the time of a ver
 constexpr JsonLimits kJsonLimits = {.depth = 3, .values = 256};
 
 [[noreturn]] void Refuse(const std::string& what) {
-  throw std::runtime_error("The signed release is not sound: " + what + ".");
+  throw UnsoundRelease("The signed release is not sound: " + what + ".");
 }
 
 struct Envelope {
@@ -62,6 +63,11 @@ Envelope ReadEnvelope(std::string_view text) {
   return envelope;
 }
 
+std::string ReadEnvelopeFile(const Path& file) {
+  if (QueryFileSize(file).size > kEnvelopeByteLimit) Refuse("it is too large");
+  return ReadFileBytes(file, kEnvelopeByteLimit);
+}
+
 void AppendField(std::string& text, std::string_view field) {
   text.push_back(' ');
   AppendDecimal(text, field.size());
@@ -92,7 +98,16 @@ VerifiedRelease VerifyRelease(std::string envelope, std::span<const PublicKey> k
 }
 
 VerifiedRelease ReadRelease(const Path& file, std::span<const PublicKey> keys) {
-  return VerifyRelease(ReadFileBytes(file, kEnvelopeByteLimit), keys);
+  return VerifyRelease(ReadEnvelopeFile(file), keys);
+}
+
+VerifiedRelease ReadReleaseOfUpdate(const Path& file, std::u16string_view update_id) {
+  std::string envelope = ReadEnvelopeFile(file);
+  const std::string payload = ReadEnvelope(envelope).payload;
+  std::u16string id = Utf16FromUtf8(Sha256OfBytes(payload));
+  if (id != update_id) Refuse("it is not the one that the update was prepared from");
+  ReleaseDescription description = ParseDescription(payload);
+  return {std::move(envelope), std::move(description), std::move(id)};
 }
 
 std::string FormatEnvelope(std::string_view payload, std::string_view signature,

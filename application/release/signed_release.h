@@ -35,14 +35,19 @@ struct VerifiedRelease {
   std::u16string id;  // The update's id: the SHA-256 of the payload, 64 lower-case digits.
 };
 
-// Verifies an envelope. One valid signature by any of the keys counts. Throws std::runtime_error,
-// with a sentence that says what is wrong, for an envelope of another form or type, for one without
-// a valid signature, and for a payload that ParseDescription refuses.
+// Verifies an envelope. One valid signature by any of the keys counts. Throws UnsoundRelease for an
+// envelope of another form or type, for one without a valid signature, and for a payload that
+// ParseDescription refuses; std::runtime_error where the system's cryptography fails.
 [[nodiscard]] VerifiedRelease VerifyRelease(std::string envelope, std::span<const PublicKey> keys);
 
-// Reads a file of at most kEnvelopeByteLimit bytes once and verifies it. Also throws SystemError where
-// it cannot be read.
+// Reads a file once and verifies it. Also throws SystemError where it cannot be read, and UnsoundRelease
+// for one of more than kEnvelopeByteLimit bytes.
 [[nodiscard]] VerifiedRelease ReadRelease(const Path& file, std::span<const PublicKey> keys);
+
+// Reads the signed release that the workspace of an update holds. The update's id is the SHA-256 of
+// the payload that was verified when the update was prepared, so that the payload is proved without
+// a key. Throws UnsoundRelease for any other content, and SystemError where it cannot be read.
+[[nodiscard]] VerifiedRelease ReadReleaseOfUpdate(const Path& file, std::u16string_view update_id);
 
 // The envelope of a payload and one raw signature of its pre-authentication encoding.
 [[nodiscard]] std::string FormatEnvelope(std::string_view payload, std::string_view signature,

@@ -82,14 +82,12 @@ void WriteFileDurably(const Path& file, std::string_view content) {
 }
 
 LoadedRecord LoadRecord(const Path& file, const Path& second) {
-  RecordState worst = RecordState::Missing;
-  for (const Path& path : {file, second}) {
-    ReadRecord read = ReadOne(path);
-    if (read.state == RecordState::Sound) return {read.state, std::move(read.record)};
-    // The states stand in the order in which they matter here.
-    if (read.state > worst) worst = read.state;
-  }
-  return {.state = worst, .record = {}};
+  ReadRecord first = ReadOne(file);
+  const bool decided = first.state == RecordState::Sound || first.state == RecordState::Unreadable;
+  if (decided) return {first.state, std::move(first.record)};
+  ReadRecord other = ReadOne(second);
+  if (other.state == RecordState::Missing) return {.state = first.state, .record = {}};
+  return {other.state, std::move(other.record)};
 }
 
 }  // namespace tolvarine::updater::application

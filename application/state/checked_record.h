@@ -33,8 +33,8 @@ struct LoadedRecord {
 };
 
 // The record of `file`, or of `second` where the first is missing or damaged. Damaged: one of them is
-// there and neither is sound. Unreadable: neither is sound and one that exists cannot be opened or
-// read just now. Throws nothing but exhausted memory.
+// there and neither is sound. Unreadable: the one that counts cannot be opened or read just now; the
+// second never stands in for a first one that may be sound. Throws nothing but exhausted memory.
 [[nodiscard]] LoadedRecord LoadRecord(const Path& file, const Path& second);
 
 }  // namespace tolvarine::updater::application

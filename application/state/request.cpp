@@ -14,6 +14,8 @@ constexpr int kFormat = 1;
 Json ToJson(const UpdateRequest& request) {
   return {
       {"format", kFormat},
+      {"target", JsonText(request.target)},
+      {"package", JsonText(request.package)},
       {"restart", JsonText(request.restart)},
       {"source", JsonText(request.source)},
       {"inventory", SerializeSourceInventory(request.inventory)},
@@ -25,6 +27,8 @@ Json ToJson(const UpdateRequest& request) {
 UpdateRequest FromJson(const Json& record) {
   if (record.at("format") != kFormat) throw std::runtime_error("another format");
   UpdateRequest request;
+  request.target = WideMember(record, "target");
+  request.package = WideMember(record, "package");
   request.restart = WideMember(record, "restart");
   request.source = WideMember(record, "source");
   const Json& updater = record.at("updater");

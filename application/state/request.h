@@ -21,6 +21,8 @@ struct ProgramCopy {
 };
 
 struct UpdateRequest {
+  Path target;                // Of the installation.
+  Path package;               // Where the release was unpacked when the update was prepared.
   Path restart;               // As --restart takes it.
   Path source;                // The staged release.
   SourceInventory inventory;  // What is staged.

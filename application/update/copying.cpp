@@ -140,6 +140,25 @@ bool HoldsInventory(const Path& stage, const SourceInventory& inventory) {
   }
 }
 
+// Nothing is removed from a directory that turns out to be another package.
+void RequireRows(const Path& stage, const SourceInventory& inventory,
+                 const ProgressCallback& progress) {
+  std::uint64_t total = 0;
+  for (const SourceInventoryEntry& row : inventory) total += row.size;
+  Meter meter(ProgressStep::Staging, total, progress);
+  for (const SourceInventoryEntry& row : inventory) {
+    meter.Begin(row.path);
+    const Path path = JoinPath(stage, row.path);
+    if (QueryLinkStatus(path).kind != FileKind::regular) RefusePackage(row.path, "is missing.");
+    const LockedReleaseFile file(path);
+    if (static_cast<std::uint64_t>(file.size()) != row.size ||
+        Sha256OfLockedFile(file) != row.sha256) {
+      RefusePackage(row.path, "is not the one that the release describes.");
+    }
+    meter.Add(row.size);
+  }
+}
+
 // Removes what the inventory does not hold.
 void PruneStage(const Path& stage, const SourceInventory& inventory) {
   std::set<std::u16string> kept;
@@ -209,7 +228,7 @@ bool HasContent(const Path& path, const std::string& content) {
 
 std::uint64_t BytesToStage(const UpdatePaths& paths, const Path& package,
                            const SourceInventory& inventory) {
-  if (IsPathWithin(package, paths.stages)) return 0;
+  if (SamePathKey(package, paths.stage)) return 0;
   std::uint64_t total = 0;
   bool staged = true;
   for (const SourceInventoryEntry& row : inventory) {
@@ -231,7 +250,8 @@ std::uint64_t BytesToKeep(const Installation& installation, const ReleaseDescrip
 
 Path StageRelease(const UpdatePaths& paths, const Path& package, const SourceInventory& inventory,
                   const ProgressCallback& progress) {
-  if (IsPathWithin(package, paths.stages)) {
+  if (SamePathKey(package, paths.stage)) {
+    RequireRows(package, inventory, progress);
     PruneStage(package, inventory);
     if (!HoldsInventory(package, inventory)) {
       throw VerbFailure(ReasonCode::PackageMismatch,

@@ -151,7 +151,7 @@ Difference FindDifference(const Path& target, const ReleaseDescription& release,
     } else if (!as_described || IsApplication(file.path)) {
       difference.changed.push_back(*file.described);
     }
-    const bool known = file.installed == nullptr || file.Is(file.installed);
+    const bool known = installed == nullptr || file.Is(file.installed);
     if (file.exists && !as_described && !known) difference.changed_by_others.push_back(file.path);
   }
   return difference;

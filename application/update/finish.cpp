@@ -1,7 +1,6 @@
-#include <algorithm>
 #include <set>
+#include <stdexcept>
 
-#include "driver/request_validation.h"
 #include "files/failure.h"
 #include "files/file_operations.h"
 #include "state/request.h"
@@ -13,56 +12,6 @@
 
 namespace tolvarine::updater::application {
 namespace {
-
-class Finishing {
- public:
-  Finishing(const Installation& installation, std::span<const PublicKey> keys,
-            const ProgressCallback& progress, const std::vector<WorkspaceStatus>& workspaces,
-            VerbResult& result)
-      : installation_(installation),
-        keys_(keys),
-        progress_(progress),
-        workspaces_(workspaces),
-        result_(result) {}
-
-  void Run();
-
- private:
-  void NoteAndVerify(const WorkspaceStatus& workspace);
-  void Remove(const WorkspaceStatus& workspace) const;
-  void RemoveUnneeded() const;
-
-  const Installation& installation_;
-  std::span<const PublicKey> keys_;
-  const ProgressCallback& progress_;
-  const std::vector<WorkspaceStatus>& workspaces_;
-  VerbResult& result_;
-};
-
-bool IsInstalled(const WorkspaceStatus& workspace) {
-  return workspace.report.state == WorkspaceState::Installed;
-}
-
-void Finishing::NoteAndVerify(const WorkspaceStatus& workspace) {
-  const UpdatePaths paths = PathsOf(installation_, workspace.id);
-  const VerifiedRelease release = ReadRelease(paths.completed, keys_);
-  NoteInstalled(installation_, release, "installed");
-  Path different;
-  if (HoldsRelease(installation_.target, release.description, progress_, different)) return;
-  result_.reasons.push_back({ReasonCode::ChangedFile,
-                             "The file " + Quoted(different) +
-                                 " is not the one of the installed release. Prepare the same "
-                                 "release again to replace what differs.",
-                             different, /*warning=*/true});
-}
-
-// The transaction goes first: an older slot of it must not be what is left of the workspace.
-void Finishing::Remove(const WorkspaceStatus& workspace) const {
-  const UpdatePaths paths = PathsOf(installation_, workspace.id);
-  MoveToAbandoned(installation_, paths.transaction);
-  RemoveDirectory(paths.stages);
-  RemoveDirectory(paths.workspace);
-}
 
 // Everything in a directory, but for names that are kept.
 void RemoveAllBut(const Path& directory, const std::set<std::u16string>& kept) {
@@ -78,36 +27,74 @@ void RemoveAllBut(const Path& directory, const std::set<std::u16string>& kept) {
   for (const Path& path : removed) RemoveDirectory(path);
 }
 
-// Stages, program copies and abandoned updates that no workspace needs any more.
-void Finishing::RemoveUnneeded() const {
-  std::set<std::u16string> stages;
-  std::set<std::u16string> programs;
-  for (const std::u16string& id : WorkspacesOf(installation_)) {
-    const UpdatePaths paths = PathsOf(installation_, id);
-    stages.insert(std::u16string(LastComponent(paths.stages)));
-    const LoadedRequest request = LoadRequest(paths);
-    if (request.state != RecordState::Sound) return;  // Whose programs are not known.
-    programs.insert(std::u16string(LastComponent(ParentPath(request.request.updater.path))));
+class Finishing {
+ public:
+  Finishing(const Installation& installation, const ProgressCallback& progress,
+            const std::vector<WorkspaceStatus>& workspaces, VerbResult& result)
+      : installation_(installation),
+        progress_(progress),
+        workspaces_(workspaces),
+        result_(result) {}
+
+  void Run();
+
+ private:
+  void Verify(const VerifiedRelease& release);
+  void Remove(const WorkspaceStatus& workspace) const;
+  void RemoveUnneededPrograms() const;
+
+  const Installation& installation_;
+  const ProgressCallback& progress_;
+  const std::vector<WorkspaceStatus>& workspaces_;
+  VerbResult& result_;
+};
+
+// A file that differs is told, and so is one that cannot be read: what is installed stays installed.
+void Finishing::Verify(const VerifiedRelease& release) {
+  const auto warn = [&](std::string text, Path path) {
+    text += " Prepare the same release again to replace what differs.";
+    result_.reasons.push_back(
+        {ReasonCode::ChangedFile, std::move(text), std::move(path), /*warning=*/true});
+  };
+  try {
+    Path different;
+    if (HoldsRelease(installation_.target, release.description, progress_, different)) return;
+    warn("The file " + Quoted(different) + " is not the one of the installed release.", different);
+  } catch (const std::runtime_error& failure) {
+    warn("The installation could not be verified. " + FailureText(failure), {});
   }
-  RemoveAllBut(JoinPath(installation_.state, u"s"), stages);
-  RemoveAllBut(JoinPath(installation_.state, u"p"), programs);
+}
+
+// In one step, so that a power cut leaves the workspace or nothing of it.
+void Finishing::Remove(const WorkspaceStatus& workspace) const {
+  const UpdatePaths paths = PathsOf(installation_, workspace.id);
+  const Path moved = MoveToAbandoned(installation_, paths.workspace);
+  RemoveDirectory(paths.stages);
+  RemoveDirectory(moved);
+}
+
+// The copies of programs that no workspace needs any more.
+void Finishing::RemoveUnneededPrograms() const {
+  std::set<std::u16string> needed;
+  for (const std::u16string& id : WorkspacesOf(installation_)) {
+    const LoadedRequest request = LoadRequest(PathsOf(installation_, id));
+    if (request.state != RecordState::Sound) return;  // Which ones it needs is not known.
+    needed.insert(std::u16string(LastComponent(ParentPath(request.request.updater.path))));
+  }
+  RemoveAllBut(JoinPath(installation_.state, u"p"), needed);
 }
 
 void Finishing::Run() {
-  const bool unfinished = std::ranges::any_of(
-      workspaces_, [](const WorkspaceStatus& one) { return IsUnfinished(one.report.state); });
+  if (!RequireNoUnfinished(workspaces_, result_)) return;
+  const std::vector<VerifiedRelease> installed = InstalledUpdates(installation_, workspaces_);
+  for (const VerifiedRelease& release : installed) {
+    NoteInstalled(installation_, release, "installed");
+  }
+  if (!installed.empty()) Verify(installed.back());
   for (const WorkspaceStatus& workspace : workspaces_) {
-    if (IsInstalled(workspace)) NoteAndVerify(workspace);
+    if (!HasChangedNothing(workspace.report.state)) Remove(workspace);
   }
-  for (const WorkspaceStatus& workspace : workspaces_) {
-    const bool remainder = workspace.report.state == WorkspaceState::Remainder;
-    if (IsInstalled(workspace) || remainder) Remove(workspace);
-  }
-  if (unfinished) {
-    RequireNoUnfinished(workspaces_, result_);
-    return;
-  }
-  RemoveUnneeded();
+  RemoveUnneededPrograms();
   // Updates that were given up keep their baseline copies until another one is installed.
   if (LoadLedger(installation_).ledger.last.outcome == "installed") {
     RemoveDirectory(JoinPath(installation_.state, u"abandoned"));
@@ -116,12 +103,11 @@ void Finishing::Run() {
 
 }  // namespace
 
-VerbResult Finish(const Installation& installation, std::span<const PublicKey> keys,
-                  const ProgressCallback& progress) {
+VerbResult Finish(const Installation& installation, const ProgressCallback& progress) {
   return UnderLocks<VerbResult>(
       installation,
       [&](InstallationLocks&, const std::vector<WorkspaceStatus>& workspaces, VerbResult& result) {
-        Finishing(installation, keys, progress, workspaces, result).Run();
+        Finishing(installation, progress, workspaces, result).Run();
       });
 }
 

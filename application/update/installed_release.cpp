@@ -1,12 +1,13 @@
 #include "update/installed_release.h"
 
-#include <stdexcept>
+#include <algorithm>
 
 #include "files/file_operations.h"
 #include "files/unique_handle.h"
 #include "platform/files.h"
+#include "release/file_bytes.h"
 #include "system/volumes.h"
-#include "text/system_error.h"
+#include "update/verb_failure.h"
 
 namespace tolvarine::updater::application {
 namespace {
@@ -29,22 +30,60 @@ std::optional<VerifiedRelease> ReadInstalledRelease(const Installation& installa
   if (QueryLinkStatus(manifest).kind == FileKind::not_found) return std::nullopt;
   try {
     return ReadRelease(manifest, keys);
-  } catch (const SystemError&) {
-    throw;
-  } catch (const std::runtime_error&) {
+  } catch (const UnsoundRelease&) {
     return std::nullopt;
   }
 }
 
-void NoteInstalled(const Installation& installation, const VerifiedRelease& release,
-                   std::string outcome) {
-  Ledger ledger = LoadLedger(installation).ledger;
+std::vector<VerifiedRelease> InstalledUpdates(const Installation& installation,
+                                              const std::vector<WorkspaceStatus>& workspaces) {
+  std::vector<VerifiedRelease> releases;
+  for (const WorkspaceStatus& workspace : workspaces) {
+    if (workspace.report.state != WorkspaceState::Installed) continue;
+    try {
+      releases.push_back(
+          ReadReleaseOfUpdate(PathsOf(installation, workspace.id).completed, workspace.id));
+    } catch (const UnsoundRelease&) {
+      // Somebody has changed the marker, which says nothing any more.
+    }
+  }
+  const Path manifest = InstalledManifestOf(installation);
+  if (releases.size() < 2 || QueryLinkStatus(manifest).kind != FileKind::regular) return releases;
+  const std::string last = ReadFileBytes(manifest, kEnvelopeByteLimit);
+  std::ranges::stable_partition(
+      releases, [&](const VerifiedRelease& release) { return release.envelope != last; });
+  return releases;
+}
+
+Ledger RequireLedger(const Installation& installation) {
+  LoadedLedger loaded = LoadLedger(installation);
+  if (loaded.state == RecordState::Damaged) {
+    throw VerbFailure(ReasonCode::LedgerDamaged,
+                      "The ledger of the installation is damaged, so that it is not known which "
+                      "releases were installed. Install the full package, then adopt.");
+  }
+  if (loaded.state == RecordState::Unreadable) {
+    throw VerbFailure(ReasonCode::SystemFailure,
+                      "The ledger of the installation cannot be read just now. Try again.");
+  }
+  return std::move(loaded.ledger);
+}
+
+void CountInstalled(const VerifiedRelease& release, Ledger& ledger) {
   if (release.description.sequence >= ledger.highest_sequence) {
     ledger.highest_sequence = release.description.sequence;
     ledger.highest_id = release.id;
   }
   // A release that a person accepts by name is one that nobody has gone back from any more.
   std::erase(ledger.gone_back_from, release.id);
+}
+
+void NoteInstalled(const Installation& installation, const VerifiedRelease& release,
+                   std::string outcome) {
+  const bool adopted = outcome == "adopted";
+  const bool damaged = LoadLedger(installation).state == RecordState::Damaged;
+  Ledger ledger = adopted && damaged ? Ledger{} : RequireLedger(installation);
+  CountInstalled(release, ledger);
   ledger.target = installation.target;
   const platform::FileIdentity identity = IdentityOf(installation.target);
   ledger.volume_serial = identity.volume_serial_number;
@@ -54,10 +93,10 @@ void NoteInstalled(const Installation& installation, const VerifiedRelease& rele
 }
 
 void NoteResult(const Installation& installation, const std::u16string& id, std::string outcome) {
-  LoadedLedger loaded = LoadLedger(installation);
-  if (loaded.state == RecordState::Damaged || loaded.state == RecordState::Unreadable) return;
-  loaded.ledger.last = {id, std::move(outcome)};
-  SaveLedger(installation, loaded.ledger);
+  if (LoadLedger(installation).state == RecordState::Damaged) return;
+  Ledger ledger = RequireLedger(installation);
+  ledger.last = {id, std::move(outcome)};
+  SaveLedger(installation, ledger);
 }
 
 }  // namespace tolvarine::updater::application

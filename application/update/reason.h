@@ -33,6 +33,7 @@ namespace tolvarine::updater::application {
   X(FileHeld, "file-held") \
   X(ProcessInTarget, "process-in-target") \
   X(ChangedFile, "changed-file")                    /* by somebody else */ \
+  X(BadRestart, "bad-restart")                      /* the program to be started afterwards */ \
   X(BadRelease, "bad-release")                      /* signature or description */ \
   X(OldSequence, "old-sequence") \
   X(PackageMismatch, "package-mismatch")            /* a file that is not the one described */ \

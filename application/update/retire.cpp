@@ -34,16 +34,16 @@ Path FreeName(const Path& abandoned) {
 
 }  // namespace
 
-void MoveToAbandoned(const Installation& installation, const Path& directory) {
-  if (QueryLinkStatus(directory).kind == FileKind::not_found) return;
+Path MoveToAbandoned(const Installation& installation, const Path& directory) {
+  if (QueryLinkStatus(directory).kind == FileKind::not_found) return {};
   const Path abandoned = JoinPath(installation.state, u"abandoned");
   const std::uint32_t code = CreateDirectories(abandoned);
   if (code != 0) throw FilesystemError("create_directories", code, abandoned);
-  const Path name = FreeName(abandoned);
-  if (platform::MoveFileExW(directory.c_str(), name.c_str(), platform::kMovefileWriteThrough)) {
-    return;
+  Path name = FreeName(abandoned);
+  if (!platform::MoveFileExW(directory.c_str(), name.c_str(), platform::kMovefileWriteThrough)) {
+    throw FilesystemError("rename", platform::GetLastError(), directory);
   }
-  throw FilesystemError("rename", platform::GetLastError(), directory);
+  return name;
 }
 
 void AbandonUpdate(const Installation& installation, const std::u16string& id) {
@@ -60,9 +60,11 @@ void SweepRestored(const Installation& installation, const WorkspaceStatus& work
   CleanupRolledBack(request, nullptr);
 }
 
+// A link is removed itself: RemoveTree enters its root whatever it is.
 void RemoveDirectory(const Path& directory) {
-  const TreeRemovalResult removal = RemoveTree(directory);
-  if (removal.error != 0) throw FilesystemError("remove", removal.error, directory);
+  std::uint32_t code = RemoveEntry(directory).error;
+  if (code == platform::kErrorDirNotEmpty) code = RemoveTree(directory).error;
+  if (code != 0) throw FilesystemError("remove", code, directory);
 }
 
 }  // namespace tolvarine::updater::application

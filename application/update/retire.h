@@ -10,9 +10,9 @@
 
 namespace tolvarine::updater::application {
 
-// Renames a directory to S\abandoned\<16 digits>, with write-through. One that is missing is success.
-// Throws SystemError; the directory then stands as it did.
-void MoveToAbandoned(const Installation& installation, const Path& directory);
+// Renames a directory to S\abandoned\<16 digits>, with write-through, and returns its new path; empty
+// where it is missing. Throws FilesystemError; the directory then stands as it did.
+Path MoveToAbandoned(const Installation& installation, const Path& directory);
 
 // Moves the stages of an update and then its workspace, each as above.
 void AbandonUpdate(const Installation& installation, const std::u16string& id);
@@ -21,8 +21,8 @@ void AbandonUpdate(const Installation& installation, const std::u16string& id);
 // far as they can be removed. Does nothing for any other state.
 void SweepRestored(const Installation& installation, const WorkspaceStatus& workspace);
 
-// Removes a directory with all that it holds. Throws FilesystemError; what is gone is gone. One that is
-// missing is success.
+// Removes a directory with all that it holds, or a link without what it leads to. Throws
+// FilesystemError; what is gone is gone. One that is missing is success.
 void RemoveDirectory(const Path& directory);
 
 }  // namespace tolvarine::updater::application

@@ -48,10 +48,16 @@ std::vector<WorkspaceStatus> ReadWorkspaces(const Installation& installation) {
   return workspaces;
 }
 
+bool HasChangedNothing(WorkspaceState state) {
+  return state == WorkspaceState::Prepared || state == WorkspaceState::BackingUp ||
+         state == WorkspaceState::Restored;
+}
+
 void RefuseState(const WorkspaceStatus& workspace, std::string_view what, VerbResult& result) {
   const WorkspaceState state = workspace.report.state;
   const bool unfinished = IsUnfinished(state);
-  result.outcome = unfinished ? Outcome::UnfinishedUpdate : Outcome::Refused;
+  if (unfinished) result.outcome = Outcome::UnfinishedUpdate;
+  if (result.outcome == Outcome::Done) result.outcome = Outcome::Refused;
   std::string text = "The update " + Utf8FromUtf16(workspace.id) + " ";
   text.append(what).append(": its state is \"").append(NameOf(state)).append("\". ");
   text.append("What may come next: ").append(NextStepOf(state)).append(".");
@@ -67,20 +73,36 @@ bool RequireNoUnfinished(const std::vector<WorkspaceStatus>& workspaces, VerbRes
 }
 
 const WorkspaceStatus* ChooseWorkspace(const std::vector<WorkspaceStatus>& workspaces,
-                                       const std::u16string& id, VerbResult& result) {
-  const auto found =
-      id.empty() ? workspaces.begin() : std::ranges::find(workspaces, id, &WorkspaceStatus::id);
-  if (found == workspaces.end()) {
+                                       const std::u16string& id, StatePredicate is_meant,
+                                       std::string_view what, VerbResult& result) {
+  if (!id.empty()) {
+    const auto named = std::ranges::find(workspaces, id, &WorkspaceStatus::id);
+    if (named == workspaces.end()) {
+      Refuse(result, ReasonCode::NoSuchUpdate,
+             "There is no such update. Prepare it first, or look at the status.");
+      return nullptr;
+    }
+    if (is_meant(named->report.state)) return &*named;
+    RefuseState(*named, what, result);
+    return nullptr;
+  }
+  const WorkspaceStatus* chosen = nullptr;
+  for (const WorkspaceStatus& workspace : workspaces) {
+    if (!is_meant(workspace.report.state)) continue;
+    if (chosen != nullptr) {
+      Refuse(result, ReasonCode::NoSuchUpdate,
+             "There is more than one update. Name the one that is meant; the status lists them.");
+      return nullptr;
+    }
+    chosen = &workspace;
+  }
+  if (chosen != nullptr) return chosen;
+  for (const WorkspaceStatus& workspace : workspaces) RefuseState(workspace, what, result);
+  if (workspaces.empty()) {
     Refuse(result, ReasonCode::NoSuchUpdate,
            "There is no such update. Prepare it first, or look at the status.");
-    return nullptr;
   }
-  if (id.empty() && workspaces.size() > 1) {
-    Refuse(result, ReasonCode::NoSuchUpdate,
-           "There is more than one update. Name the one that is meant; the status lists them.");
-    return nullptr;
-  }
-  return &*found;
+  return nullptr;
 }
 
 }  // namespace tolvarine::updater::application

@@ -24,14 +24,22 @@ void Refuse(VerbResult& result, ReasonCode code, std::string text, Path path = {
 // The states of all workspaces. Throws SystemError where they cannot be listed.
 [[nodiscard]] std::vector<WorkspaceStatus> ReadWorkspaces(const Installation& installation);
 
+// True for an update that has not changed the installation: prepared, backing-up and restored.
+[[nodiscard]] bool HasChangedNothing(WorkspaceState state);
+
 // Refuses, with UnfinishedUpdate, where a workspace is in a state that forbids another update (rule 1).
 // Returns whether there is none.
 bool RequireNoUnfinished(const std::vector<WorkspaceStatus>& workspaces, VerbResult& result);
 
-// The workspace of this id, or, for an empty id, the only one. Refuses, with NoSuchUpdate, and returns
-// null where there is none, or more than one for an empty id.
+using StatePredicate = bool (*)(WorkspaceState state);
+
+// The workspace of this id, or, for an empty id, the only one whose state is meant. Refuses and returns
+// null where there is none, where it is in another state (`what` completes the sentence "The update …"),
+// and where more than one is meant.
 [[nodiscard]] const WorkspaceStatus* ChooseWorkspace(const std::vector<WorkspaceStatus>& workspaces,
-                                                     const std::u16string& id, VerbResult& result);
+                                                     const std::u16string& id,
+                                                     StatePredicate is_meant, std::string_view what,
+                                                     VerbResult& result);
 
 // Refuses because of the state of a workspace: `what` completes "The update … ". An unfinished update
 // makes the outcome UnfinishedUpdate.

@@ -5,8 +5,8 @@
 // making of S and S\lock. Verbs that change something do it in durable steps, and are repeatable: after
 // a failure or a power cut at any point, the same verb with the same arguments goes on to the same end.
 //
-// No exception leaves a verb but exhausted memory and what a progress callback throws; everything else
-// is a reason.
+// No exception leaves a verb: what a progress callback throws, too, becomes a reason, if it derives
+// from std::exception.
 //
 //     rule                                                                        kept by
 //     1  one update at a time, across ids                                         every verb
@@ -28,6 +28,7 @@
 #include "state/ledger.h"
 #include "state/state_directory.h"
 #include "state/workspace_state.h"
+#include "system/processes.h"
 #include "update/progress.h"
 #include "update/reason.h"
 
@@ -89,8 +90,11 @@ struct PreparedUpdate {
 // --- Start ---------------------------------------------------------------------------------------
 
 struct StartRequest {
-  std::u16string id;           // Empty for the only update that can be started.
-  std::uint32_t wait_pid = 0;  // The process whose end the updater waits for; 0 for none.
+  std::u16string id;  // Empty for the only update that can be started.
+  // The process whose end the updater waits for; 0 for none.
+  std::uint32_t wait_pid = platform::GetCurrentProcessId();
+  Path updater{};  // Copied where the copy that was prepared has gone or has changed; may be empty.
+  ProgressCallback progress{};
 };
 
 struct StartedUpdate {
@@ -100,7 +104,9 @@ struct StartedUpdate {
 
 // Starts the updater of an update that is prepared, backing-up, restored, applying, restoring or
 // committed, from its verified copy, with the lists and paths of the request or, where a journal stands,
-// of the journal. Writes launched.json first. The updater's end is not waited for.
+// of the journal. An update that has changed nothing yet is refused where the installation is not the
+// one that it was prepared for: another package may have been installed since. Writes launched.json
+// first. The updater's end is not waited for.
 [[nodiscard]] StartedUpdate Start(const Installation& installation, const StartRequest& request);
 
 // --- The rest ------------------------------------------------------------------------------------
@@ -109,10 +115,11 @@ struct StartedUpdate {
 // the only one. Temporaries and empty directories that a restored one left in the target are removed.
 [[nodiscard]] VerbResult Abandon(const Installation& installation, const std::u16string& id);
 
-// Notes what is installed in the ledger and removes what finished, abandoned and unneeded updates left,
-// each transaction renamed away before it is removed. Baseline copies and abandoned updates stay until
-// an update is installed, and nothing of an unfinished update is touched.
-[[nodiscard]] VerbResult Finish(const Installation& installation, std::span<const PublicKey> keys,
+// Notes what is installed in the ledger, verifies the whole installation against the release that was
+// installed last (a file that differs is a warning), and removes what installed updates and remainders
+// have left. Updates that were given up, with their baseline copies, stay until another one is
+// installed. Refused while an update is unfinished.
+[[nodiscard]] VerbResult Finish(const Installation& installation,
                                 const ProgressCallback& progress = {});
 
 struct AdoptRequest {
@@ -121,7 +128,9 @@ struct AdoptRequest {
 };
 
 // For setup programs, and the way out of damaged and foreign: proves that the target holds every file
-// of the release, writes the installed manifest and the ledger, then retires every workspace.
-[[nodiscard]] VerbResult Adopt(const Installation& installation, const AdoptRequest& request);
+// of the release, and none that only the installed release, an update or its journal has; then retires
+// every workspace and writes the installed manifest and the ledger.
+[[nodiscard]] VerbResult Adopt(const Installation& installation, const AdoptRequest& request,
+                               std::span<const PublicKey> keys);
 
 }  // namespace tolvarine::updater::application

@@ -99,7 +99,7 @@ application::StartedUpdate SimulatedInstallation::Start(std::uint32_t wait_pid) 
 }
 
 application::VerbResult SimulatedInstallation::Finish() {
-  return application::Finish(installation, keys);
+  return application::Finish(installation);
 }
 
 application::VerbResult SimulatedInstallation::Abandon(const std::u16string& id) {
@@ -107,7 +107,7 @@ application::VerbResult SimulatedInstallation::Abandon(const std::u16string& id)
 }
 
 application::VerbResult SimulatedInstallation::Adopt(const PackagedRelease& release) {
-  return application::Adopt(installation, {.release = release.release});
+  return application::Adopt(installation, {.release = release.release}, keys);
 }
 
 application::InstallationStatus SimulatedInstallation::Status() {

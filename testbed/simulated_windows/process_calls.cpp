@@ -112,6 +112,10 @@ bool CreateProcessW(const char16_t* application, char16_t* command_line, std::ui
   if (const Fault* fault = computer.calls.Enter(Call::CreateProcessW, application)) {
     return FailCall(fault->code, false);
   }
+  constexpr std::size_t kLongestCommandLine = 32766;
+  if (std::u16string_view(command_line).size() > kLongestCommandLine) {
+    return FailCall(simulated::kErrorFilenameExcedRange, false);
+  }
   Image image = OpenImage(computer, application);
   if (image.code != 0) return FailCall(image.code, false);
   if (current_directory != nullptr && !IsDirectory(computer, current_directory)) {

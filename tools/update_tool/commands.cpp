@@ -151,19 +151,21 @@ void Describe(const Options& options, Answer& answer) {
 
 // --- check and prepare ---------------------------------------------------------------------------
 
+Path UpdaterOf(const Options& options, const Surroundings& surroundings) {
+  return options.updater.empty() ? JoinPath(surroundings.program_directory, u"TolvarineUpdater.exe")
+                                 : FullPath(options.updater);
+}
+
 void CheckOrPrepare(Verb verb, const Options& options, const Surroundings& surroundings,
                     Answer& answer) {
   const std::vector<app::PublicKey> keys = ReadKeys(options);
-  app::PrepareRequest request{
-      .package = FullPath(options.package),
-      .release = ReadSigned(options.release, keys),
-      .restart = options.restart,
-      .updater = options.updater.empty()
-                     ? JoinPath(surroundings.program_directory, u"TolvarineUpdater.exe")
-                     : FullPath(options.updater),
-      .accepted_sequence = options.accept_sequence,
-      .clear_read_only = options.clear_read_only,
-      .progress = surroundings.progress};
+  app::PrepareRequest request{.package = FullPath(options.package),
+                              .release = ReadSigned(options.release, keys),
+                              .restart = options.restart,
+                              .updater = UpdaterOf(options, surroundings),
+                              .accepted_sequence = options.accept_sequence,
+                              .clear_read_only = options.clear_read_only,
+                              .progress = surroundings.progress};
   const bool check = verb == Verb::Check;
   const app::PreparedUpdate prepared = check ? app::Check(Locate(options), request, keys)
                                              : app::Prepare(Locate(options), request, keys);
@@ -193,9 +195,12 @@ void CheckOrPrepare(Verb verb, const Options& options, const Surroundings& surro
 
 // --- The other verbs -----------------------------------------------------------------------------
 
-void StartUpdate(const Options& options, Answer& answer) {
+void StartUpdate(const Options& options, const Surroundings& surroundings, Answer& answer) {
   const app::StartedUpdate started =
-      app::Start(Locate(options), {.id = options.id, .wait_pid = options.wait});
+      app::Start(Locate(options), {.id = options.id,
+                                   .wait_pid = options.wait,
+                                   .updater = UpdaterOf(options, surroundings),
+                                   .progress = surroundings.progress});
   answer.result = started.result;
   if (answer.result.outcome != Outcome::Done) return;
   answer.json["process_id"] = started.process_id;
@@ -251,23 +256,25 @@ void CarryOut(const ParsedLine& line, const Surroundings& surroundings, Answer& 
     case Verb::Prepare:
       return CheckOrPrepare(line.verb->verb, options, surroundings, answer);
     case Verb::Start:
-      return StartUpdate(options, answer);
+      return StartUpdate(options, surroundings, answer);
     case Verb::Status:
       return ShowStatus(options, answer);
     case Verb::Finish:
-      answer.result = app::Finish(Locate(options), ReadKeys(options), surroundings.progress);
+      answer.result = app::Finish(Locate(options), surroundings.progress);
       answer.text = "What was left of installed updates is removed.\n";
       return;
     case Verb::Abandon:
       answer.result = app::Abandon(Locate(options), options.id);
       answer.text = "The update is given up.\n";
       return;
-    case Verb::Adopt:
-      answer.result =
-          app::Adopt(Locate(options), {.release = ReadSigned(options.release, ReadKeys(options)),
-                                       .progress = surroundings.progress});
+    case Verb::Adopt: {
+      const std::vector<app::PublicKey> keys = ReadKeys(options);
+      answer.result = app::Adopt(
+          Locate(options),
+          {.release = ReadSigned(options.release, keys), .progress = surroundings.progress}, keys);
       answer.text = "The installation is adopted.\n";
       return;
+    }
     case Verb::Help:
       answer.text = line.about != nullptr ? HelpOf(*line.about) : HelpOfTool();
       return;

@@ -126,8 +126,13 @@ constexpr std::array kPrepareOptions = {kTarget,
                                         VerbOption{u"--accept-sequence"},
                                         VerbOption{u"--clear-read-only"},
                                         kJson};
-constexpr std::array kStartOptions = {
-    kTarget, kState, VerbOption{u"--id"}, VerbOption{u"--wait"}, VerbOption{u"--no-wait"}, kJson};
+constexpr std::array kStartOptions = {kTarget,
+                                      kState,
+                                      VerbOption{u"--id"},
+                                      VerbOption{u"--wait"},
+                                      VerbOption{u"--no-wait"},
+                                      VerbOption{u"--updater"},
+                                      kJson};
 constexpr std::array kStatusOptions = {kTarget, kState, kKey, kJson};
 constexpr std::array kAbandonOptions = {kTarget, kState, VerbOption{u"--id"}, kJson};
 constexpr std::array kAdoptOptions = {kTarget, kState, kKey, kRelease, kJson};
