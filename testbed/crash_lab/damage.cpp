@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <functional>
 #include <string>
 #include <vector>
@@ -314,15 +315,18 @@ Figures Damage(const Scenario& scenario, const CampaignBounds& bounds) {
   for (std::size_t state = 0; state < states.size(); ++state) {
     const CampaignBounds each = BoundsOfState(bounds, state, states.size());
     runner.computer().Restart(states[state]);
-    const auto try_some = [&](std::vector<Corruption> corruptions, const CampaignBounds& chosen) {
-      for (Corruption& corruption : corruptions) corruption.state = state + 1;
-      TryEach(Chosen(std::move(corruptions), chosen, runner.figures()), bounds, runner.figures(),
+    // Collected before the first is tried, which changes the disks.
+    std::array groups = {CorruptionsOfSlots(runner.update()), CorruptionsOfFiles(runner.update()),
+                         OnlyReadCorruptions(runner.update())};
+    CampaignBounds only_read{.only = bounds.only};
+    if (state % bounds.slices != bounds.slice) only_read.cases = 0;
+    const std::array bounds_of_groups = {each, each, only_read};
+    for (std::size_t group = 0; group < groups.size(); ++group) {
+      for (Corruption& corruption : groups[group]) corruption.state = state + 1;
+      TryEach(Chosen(std::move(groups[group]), bounds_of_groups[group], runner.figures()), bounds,
+              runner.figures(),
               [&](const Corruption& corruption) { Try(runner, states[state], corruption); });
-    };
-    try_some(CorruptionsOfSlots(runner.update()), each);
-    try_some(CorruptionsOfFiles(runner.update()), each);
-    if (state % bounds.slices != bounds.slice) continue;
-    try_some(OnlyReadCorruptions(runner.update()), {.only = bounds.only});
+    }
   }
   return runner.figures();
 }
