@@ -63,6 +63,7 @@ Installation LocateInstallation(const Path& target, const Path& state_root) {
 
 UpdatePaths PathsOf(const Installation& installation, std::u16string_view update_id) {
   UpdatePaths paths;
+  paths.target = installation.target;
   paths.workspace = JoinPath(UpdatesOf(installation), update_id);
   paths.stages =
       JoinPath(JoinPath(installation.state, u"s"), update_id.substr(0, kStageNameLength));

@@ -36,13 +36,14 @@
 namespace tolvarine::updater::application {
 
 struct Installation {
-  Path target;  // Canonical.
-  Path state{};   // S, canonical.
+  Path target;   // Canonical.
+  Path state{};  // S, canonical.
   std::u16string key{};
 };
 
 // Where everything of one update lies.
 struct UpdatePaths {
+  Path target;  // Of the installation.
   Path workspace;
   Path stage;   // S\s\K\release
   Path stages;  // S\s\K

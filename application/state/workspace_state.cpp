@@ -1,7 +1,8 @@
 #include "state/workspace_state.h"
 
-#include <algorithm>
 #include <array>
+#include <functional>
+#include <utility>
 
 #include "files/canonical_path.h"
 #include "files/file_operations.h"
@@ -30,23 +31,22 @@ bool Exists(const Path& path, FileKind& kind) {
   return status.kind != FileKind::not_found;
 }
 
-// The content of a file that exists; nothing where it has gone meanwhile.
-std::optional<std::string> Content(const Path& path) {
+// Reads a file that exists. False where it has gone meanwhile.
+bool Visit(const Path& path, const std::function<void(std::string_view)>& visit) {
   try {
-    std::string content;
-    VisitFileBlocks(path, [&](std::string_view block) { content.append(block); });
-    return content;
+    VisitFileBlocks(path, visit);
+    return true;
   } catch (const SystemError& failure) {
-    if (IsNotFoundError(failure.code())) return std::nullopt;
+    if (IsNotFoundError(failure.code())) return false;
     throw Unopened{path, failure.code()};
   }
 }
 
-// A marker counts as a regular file that can be opened.
+// A marker counts as a regular file that can be read.
 bool HasMarker(const Path& path) {
   FileKind kind{};
   if (!Exists(path, kind) || kind != FileKind::regular) return false;
-  return Content(path).has_value();
+  return Visit(path, [](std::string_view) {});
 }
 
 // --- The transaction directory -------------------------------------------------------------------
@@ -56,21 +56,23 @@ struct TransactionFinding {
   std::optional<TransactionJournal> journal;
 };
 
+// Nothing for a slot that is missing or not sound.
 std::optional<TransactionJournal> ReadSlot(const Path& path) {
   FileKind kind{};
   if (!Exists(path, kind) || kind != FileKind::regular) return std::nullopt;
-  const std::optional<std::string> text = Content(path);
-  if (!text) return std::nullopt;
+  std::string text;
+  if (!Visit(path, [&](std::string_view block) { text.append(block); })) return std::nullopt;
   try {
-    return ParseJournal(*text);
-  } catch (const std::exception&) {
-    return std::nullopt;  // A path in it is not well-formed.
+    return ParseJournal(text);
+  } catch (const SystemError&) {
+    return std::nullopt;  // A path in it is not UTF-8.
   }
 }
 
-bool IsSlotTemporary(const Path& path) {
-  const PathView name = LastComponent(path);
-  return SamePathKey(name, u"journal.0.new") || SamePathKey(name, u"journal.1.new");
+bool IsSlotTemporary(const TreeEntry& entry) {
+  const PathView name = LastComponent(entry.path);
+  return KindOf(entry) == FileKind::regular &&
+         (SamePathKey(name, u"journal.0.new") || SamePathKey(name, u"journal.1.new"));
 }
 
 TransactionFinding ReadTransaction(const Path& directory) {
@@ -80,7 +82,7 @@ TransactionFinding ReadTransaction(const Path& directory) {
   if (kind != FileKind::directory) return {.holds_more = true, .journal = {}};
   const std::uint32_t code =
       EnumerateDirectory(directory, [&](const TreeEntry& entry) -> std::uint32_t {
-        if (!IsSlotTemporary(entry.path)) finding.holds_more = true;
+        if (!IsSlotTemporary(entry)) finding.holds_more = true;
         return 0;
       });
   if (code != 0 && !IsNotFoundError(code)) throw Unopened{directory, code};
@@ -94,52 +96,56 @@ TransactionFinding ReadTransaction(const Path& directory) {
   return finding;
 }
 
-// --- Foreign content -----------------------------------------------------------------------------
+// --- The listed files ----------------------------------------------------------------------------
 
-struct Digests {
-  std::uint64_t size = 0;
-  std::uint64_t fnv1a = kFnv1aOffsetBasis;
-  std::string sha256;
+struct ListedFiles {
+  // The first one with content that is neither its baseline's nor its release's; empty without one.
+  // A missing file is none: the verification after the update replaces it.
+  Path foreign;
+  bool all_new = true;  // Each is the release's, or missing where the release has none.
 };
 
-std::optional<Digests> DigestsOf(const Path& path) {
-  try {
-    Digests digests;
-    Sha256 sha256;
-    sha256.Begin();
-    VisitFileBlocks(path, [&](std::string_view block) {
-      digests.size += block.size();
-      digests.fnv1a = Fnv1a64(block, digests.fnv1a);
-      sha256.Add(block);
-    });
-    digests.sha256 = HexOf(sha256.Finish());
-    return digests;
-  } catch (const SystemError& failure) {
-    if (IsNotFoundError(failure.code())) return std::nullopt;
-    throw Unopened{path, failure.code()};
-  }
+// What one listed path holds; a file that equals both versions holds both.
+struct Versions {
+  bool exists = false;
+  bool baseline = false;
+  bool release = false;
+};
+
+Versions VersionsAt(const JournalEntry& entry, const Path& path) {
+  FileKind kind{};
+  if (!Exists(path, kind)) return {};
+  if (kind != FileKind::regular) return {.exists = true};
+  std::uint64_t size = 0;
+  std::uint64_t fnv1a = kFnv1aOffsetBasis;
+  Sha256 sha256;
+  sha256.Begin();
+  const bool read = Visit(path, [&](std::string_view block) {
+    size += block.size();
+    fnv1a = Fnv1a64(block, fnv1a);
+    sha256.Add(block);
+  });
+  if (!read) return {};
+  return {.exists = true,
+          .baseline =
+              entry.baseline_exists && size == entry.baseline_size && fnv1a == entry.baseline_hash,
+          .release = entry.kind == JournalEntryKind::Install && size == entry.size &&
+                     HexOf(sha256.Finish()) == entry.sha256};
 }
 
-bool IsKnownContent(const JournalEntry& entry, const Digests& digests) {
-  const bool baseline = entry.baseline_exists && digests.size == entry.baseline_size &&
-                        digests.fnv1a == entry.baseline_hash;
-  const bool release = entry.kind == JournalEntryKind::Install && digests.size == entry.size &&
-                       digests.sha256 == entry.sha256;
-  return baseline || release;
-}
-
-// The first listed file with foreign content; empty without one. A missing file is no foreign
-// content: the verification after the update replaces it.
-Path FindForeignFile(const TransactionJournal& journal) {
+ListedFiles ReadListedFiles(const TransactionJournal& journal) {
+  ListedFiles files;
   for (const JournalEntry& entry : journal.entries) {
-    Path path = JoinPath(journal.target, entry.path);
-    FileKind kind{};
-    if (!Exists(path, kind)) continue;
-    if (kind != FileKind::regular) return path;
-    const std::optional<Digests> digests = DigestsOf(path);
-    if (digests && !IsKnownContent(entry, *digests)) return path;
+    const Path path = JoinPath(journal.target, entry.path);
+    const Versions versions = VersionsAt(entry, path);
+    if (versions.exists && !versions.baseline && !versions.release) {
+      return {.foreign = path, .all_new = false};
+    }
+    const bool is_new =
+        entry.kind == JournalEntryKind::Delete ? !versions.exists : versions.release;
+    files.all_new = files.all_new && is_new;
   }
-  return {};
+  return files;
 }
 
 // --- The rules -----------------------------------------------------------------------------------
@@ -159,25 +165,42 @@ WorkspaceState StateOfPhase(TransactionPhase phase) {
   }
 }
 
+void Set(WorkspaceReport& report, WorkspaceState state) {
+  report.state = state;
+  report.content = ContentOf(state);
+}
+
+void ApplyRulesOfJournal(const TransactionJournal& journal, WorkspaceReport& report) {
+  Set(report, StateOfPhase(journal.phase));
+  const bool applying = report.state == WorkspaceState::Applying;
+  if (!applying && report.state != WorkspaceState::Restoring) return;
+  ListedFiles files = ReadListedFiles(journal);
+  if (!files.foreign.empty()) {
+    Set(report, WorkspaceState::Foreign);
+    report.path = std::move(files.foreign);
+  } else if (applying && journal.apply == journal.entries.size() && files.all_new) {
+    report.content = InstallationContent::New;
+  }
+}
+
 void ApplyRules(const UpdatePaths& paths, WorkspaceReport& report) {
   report.pending = HasMarker(paths.pending);
   report.completed = HasMarker(paths.completed);
   report.launched = HasMarker(paths.launched);
   TransactionFinding transaction = ReadTransaction(paths.transaction);
-  report.journal = std::move(transaction.journal);
+  const bool sound = transaction.journal && SamePathKey(transaction.journal->target, paths.target);
+  if (sound) report.journal = std::move(transaction.journal);
   if (report.completed && !report.pending) {
-    report.state = WorkspaceState::Installed;
-  } else if (!report.journal) {
-    const WorkspaceState without =
-        report.pending ? WorkspaceState::Prepared : WorkspaceState::Remainder;
-    report.state = transaction.holds_more ? WorkspaceState::Damaged : without;
+    Set(report, WorkspaceState::Installed);
+  } else if (report.journal) {
+    ApplyRulesOfJournal(*report.journal, report);
+  } else if (transaction.holds_more) {
+    Set(report, WorkspaceState::Damaged);
+  } else if (report.pending) {
+    Set(report, WorkspaceState::Prepared);
+    if (report.completed) report.content = InstallationContent::WholeFiles;
   } else {
-    report.state = StateOfPhase(report.journal->phase);
-    if (report.state != WorkspaceState::Applying && report.state != WorkspaceState::Restoring) {
-      return;
-    }
-    report.path = FindForeignFile(*report.journal);
-    if (!report.path.empty()) report.state = WorkspaceState::Foreign;
+    Set(report, WorkspaceState::Remainder);
   }
 }
 
@@ -205,19 +228,12 @@ std::string_view NextStepOf(WorkspaceState state) { return TextOf(state).next; }
 std::string_view RuleOf(WorkspaceState state) { return TextOf(state).rule; }
 
 std::string_view SentenceOf(InstallationContent content) {
-  switch (content) {
-    case InstallationContent::Old:
-      return "The installation is the old version, whole.";
-    case InstallationContent::New:
-      return "The installation is the new version, whole.";
-    case InstallationContent::WholeFiles:
-      return "Each file of the installation is whole, but not all are of one version.";
-    case InstallationContent::Untouched:
-      return "The update has not touched the installation.";
-    case InstallationContent::Unknown:
-      break;
-  }
-  return "Nothing is known of the installation.";
+  static constexpr std::array<std::string_view, 5> kSentences = {
+#define TOLVARINE_CONTENT(enumerator, sentence) sentence,
+      TOLVARINE_INSTALLATION_CONTENTS(TOLVARINE_CONTENT)
+#undef TOLVARINE_CONTENT
+  };
+  return kSentences[static_cast<std::size_t>(content)];
 }
 
 const std::vector<WorkspaceState>& AllWorkspaceStates() {
@@ -248,9 +264,12 @@ WorkspaceReport ReadWorkspace(const UpdatePaths& paths) {
   try {
     ApplyRules(paths, report);
   } catch (const Unopened& unopened) {
-    report.state = WorkspaceState::Unreadable;
+    Set(report, WorkspaceState::Unreadable);
     report.path = unopened.path;
     report.code = unopened.code;
+  } catch (const SystemError& failure) {  // The system's hashing.
+    Set(report, WorkspaceState::Unreadable);
+    report.code = failure.code();
   }
   return report;
 }

@@ -1,8 +1,9 @@
 // Where an update stands, read from disk alone.
 //
 // The rules of the table are tried in its order, and the first that holds counts. Reading takes no
-// lock and changes nothing; whoever reads while an updater runs may get in the way of its renames, so
-// the verbs read under the locks (state_directory.h).
+// lock and changes nothing. It opens everything for reading alone and shares it with everybody, but
+// Windows refuses a rename onto a file that is open, so the verbs read under the locks
+// (state_directory.h), while no updater runs.
 
 #pragma once
 
@@ -27,26 +28,27 @@ namespace tolvarine::updater::application {
     "The completed marker stands without the pending marker, whatever else is left.") \
   X(Damaged, "damaged", WholeFiles, \
     "install the full package, then adopt", \
-    "The transaction directory holds more than slot temporaries, and no sound slot.") \
+    "The transaction directory holds more than slot temporaries, and no sound slot; or the newest " \
+    "sound slot is of another installation.") \
   X(Foreign, "foreign", Unknown, \
     "install the full package, then adopt", \
-    "The journal is in Apply or Rollback, and a listed file of the installation has content that " \
-    "is neither its baseline nor its release.") \
+    "The journal is in `Apply` or `Rollback`, and a listed file of the installation has content " \
+    "that is neither its baseline's nor its release's.") \
   X(Applying, "applying", WholeFiles, \
     "resume", \
-    "The journal is in Apply.") \
+    "The journal is in `Apply`.") \
   X(Restoring, "restoring", WholeFiles, \
     "resume", \
-    "The journal is in Rollback.") \
+    "The journal is in `Rollback`.") \
   X(Committed, "committed", New, \
     "resume", \
-    "The journal is in Committed.") \
+    "The journal is in `Committed`.") \
   X(Restored, "restored", Old, \
     "start again, or abandon", \
-    "The journal is in RolledBack.") \
+    "The journal is in `RolledBack`.") \
   X(BackingUp, "backing-up", Old, \
-    "start again, or abandon", \
-    "The journal is in Backup.") \
+    "resume, or abandon", \
+    "The journal is in `Backup`.") \
   X(Prepared, "prepared", Old, \
     "start, or abandon", \
     "The pending marker stands, and the transaction directory is missing, empty or holds slot " \
@@ -62,16 +64,27 @@ enum class WorkspaceState {
 #undef TOLVARINE_STATE
 };
 
-// What a state says of the installation.
+// X(enumerator, what it says of the installation)
+// clang-format off
+#define TOLVARINE_INSTALLATION_CONTENTS(X) \
+  X(Unknown, "Nothing is known of the installation.") \
+  X(Old, "The installation is the old version, whole.") \
+  X(New, "The installation is the new version, whole.") \
+  X(WholeFiles, "Each file of the installation is whole, of the old or of the new version; both " \
+    "may occur.") \
+  X(Untouched, "The update has not touched the installation.")
+// clang-format on
+
+// What a state says of the installation. A listed file that somebody has removed meanwhile
+// contradicts none of it.
 enum class InstallationContent {
-  Unknown,     // Nothing is known.
-  Old,         // The version before the update, whole.
-  New,         // The update's version, whole.
-  WholeFiles,  // Each file is whole, of the old or the new version, or rightly missing.
-  Untouched,   // The update has not touched it.
+#define TOLVARINE_CONTENT(enumerator, sentence) enumerator,
+  TOLVARINE_INSTALLATION_CONTENTS(TOLVARINE_CONTENT)
+#undef TOLVARINE_CONTENT
 };
 
 [[nodiscard]] std::string_view NameOf(WorkspaceState state);
+// What is true in every workspace of this state. WorkspaceReport::content can say more.
 [[nodiscard]] InstallationContent ContentOf(WorkspaceState state);
 [[nodiscard]] std::string_view SentenceOf(InstallationContent content);
 [[nodiscard]] std::string_view NextStepOf(WorkspaceState state);
@@ -84,6 +97,10 @@ enum class InstallationContent {
 
 struct WorkspaceReport {
   WorkspaceState state = WorkspaceState::Remainder;
+  // New for Applying where every entry is counted and every listed file is the release's: only the
+  // save of Committed is missing. WholeFiles for Prepared where the completed marker stands, too:
+  // without a journal nothing tells whether the update was carried out. Otherwise that of the state.
+  InstallationContent content = InstallationContent::Untouched;
   std::optional<TransactionJournal> journal{};  // The newest sound record.
   bool pending = false;
   bool completed = false;

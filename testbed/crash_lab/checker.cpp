@@ -145,6 +145,7 @@ bool Checker::SameNames(const Image& a, const Image& b) const {
 void Checker::ExemptOnly(std::vector<std::u16string> prefixes) {
   for (std::u16string& prefix : prefixes) prefix = Key(prefix);
   exempt_ = std::move(prefixes);
+  planned_.clear();
 }
 
 bool Checker::IsExempt(const std::u16string& key) const {
@@ -188,7 +189,7 @@ bool Checker::IsNearlyBaseline(const Image& image) const {
   return AllHold(image, &FinalName::old_content, two_volumes_ ? &FinalName::new_content : nullptr);
 }
 
-Checker::ParsedSlot Checker::ParseSlot(const std::string& text) {
+Checker::ParsedSlot Checker::ParseSlot(const std::string& text) const {
   const OwnComputer own;
   const std::optional<TransactionJournal> journal = ParseJournal(text);
   const std::optional<OwnReading> reading = ReadSlot(text);
@@ -196,8 +197,11 @@ Checker::ParsedSlot Checker::ParseSlot(const std::string& text) {
   if (!journal) return slot;
   slot.readers_agree = slot.readers_agree && journal->generation == reading->generation &&
                        journal->phase == reading->phase;
-  slot.view = {
-      .directory_empty = false, .generation = journal->generation, .phase = journal->phase};
+  slot.view = {.directory_empty = false,
+               .generation = journal->generation,
+               .phase = journal->phase,
+               .all_applied = journal->apply == journal->entries.size(),
+               .of_this_target = Key(journal->target) + u"\\" == target_};
   if (journal->intent != TransactionIntent::None) {
     slot.view->announced = Key(journal->entries[journal->intent_entry].path);
     slot.view->in_turn = journal->intent_entry == CounterOf(*journal);
@@ -238,11 +242,20 @@ JournalView Checker::JournalOf(const Image& image) {
 // --- At every state ------------------------------------------------------------------------------
 
 void Checker::StartRun(const Image& image, Disturbance disturbance) {
+  const std::optional<std::uint64_t> generation = JournalOf(image).generation;
+  if (!generation) NotePlanned(image);
   found_broken_.clear();
   Figures found;
-  CheckInvariants(image, JournalOf(image).generation, disturbance, found);
+  CheckInvariants(image, generation, disturbance, found);
   for (const Violation& broken : found.violations) {
     found_broken_.emplace(broken.invariant, broken.what);
+  }
+}
+
+void Checker::NotePlanned(const Image& image) {
+  for (const auto& [key, name] : names_) {
+    const simulated::Bytes* const content = Find(image, target_ + key);
+    if (content != nullptr && IsExempt(target_ + key)) planned_[key] = *content;
   }
 }
 

@@ -13,6 +13,7 @@
 #include "crash_lab/disks.h"
 #include "crash_lab/report.h"
 #include "crash_lab/scenario.h"
+#include "crash_lab/workspace_reader.h"
 #include "journal/journal_record.h"
 
 namespace tolvarine::updater::crash_lab {
@@ -28,6 +29,8 @@ struct JournalView {
   std::u16string announced{};  // The path of the entry that it announces, folded; may be empty.
   bool in_turn = true;         // It announces nothing, or the entry at the phase's counter.
   int slot = 0;                // Its number.
+  bool all_applied = false;    // Every entry is counted.
+  bool of_this_target = true;  // It names the installation that is updated.
 
   [[nodiscard]] bool IsCorrupt() const { return !directory_empty && !generation; }
 };
@@ -58,7 +61,8 @@ class Checker {
   [[nodiscard]] JournalView JournalOf(const Image& image);
 
   // From here on paths that begin with one of these prefixes (in any case, with `\` as separator)
-  // are not checked, because somebody else changes them. Replaces the prefixes given before.
+  // are not checked, because somebody else changes them. Replaces the prefixes given before. Call
+  // before the changes are made.
   void ExemptOnly(std::vector<std::u16string> prefixes);
 
   // Call before a run, with the disks that it starts on. What is broken there already is not
@@ -75,6 +79,11 @@ class Checker {
   // in the state, before the cut.
   void CheckState(const Image& image, std::optional<std::uint64_t> generation,
                   Disturbance disturbance, Figures& figures);
+
+  // Checks what the application's library says of a state of a run, of its end or of what a power
+  // cut leaves of either.
+  void CheckWorkspace(const Image& image, const WorkspaceReading& reading, Disturbance disturbance,
+                      Figures& figures);
 
   // Checks the change from one state of a run to the next.
   void CheckChange(const Image& before, const Image& now, Figures& figures);
@@ -113,7 +122,9 @@ class Checker {
     simulated::Bytes text;
     const ParsedSlot* slot = nullptr;
   };
-  [[nodiscard]] static ParsedSlot ParseSlot(const std::string& text);
+  enum class Presence { kNone, kPossible, kCertain };
+
+  [[nodiscard]] ParsedSlot ParseSlot(const std::string& text) const;
   const ParsedSlot& Parsed(const simulated::Bytes& text, LastParsed& last);
 
   // True where every final name holds this content. Where that is none, it may hold `left_over`
@@ -126,6 +137,7 @@ class Checker {
                              const FinalName& name) const;
   [[nodiscard]] bool HasTemporary(const Image& image) const;
   [[nodiscard]] std::u16string LeftoverDirectory(const Image& image) const;
+  void NotePlanned(const Image& image);
   void CheckInvariants(const Image& image, std::optional<std::uint64_t> generation,
                        Disturbance disturbance, Figures& figures);
   void CheckFinalNames(const Image& image, Disturbance disturbance, Figures& figures);
@@ -136,6 +148,10 @@ class Checker {
   void CheckExecutable(const Image& image, Figures& figures);
   void CheckMarkers(const Image& image, bool committed, Figures& figures);
   void CheckWorkspaceFiles(const Image& image, Figures& figures);
+  [[nodiscard]] application::WorkspaceState StateByTheDisk(const Image& image,
+                                                           const JournalView& journal) const;
+  [[nodiscard]] Presence ForeignContent(const Image& image, Disturbance disturbance) const;
+  [[nodiscard]] bool IsTrue(application::InstallationContent content, const Image& image) const;
   void CheckLeftovers(const RunEnd& end, const Image& after, Figures& figures);
   // How a run contradicts the table of endings, in words; empty where it does not.
   [[nodiscard]] std::string TableFault(const RunEnd& end, const Image& after) const;
@@ -157,6 +173,8 @@ class Checker {
   std::set<std::u16string, PathBefore> directories_;       // Of the installation before.
   std::set<std::u16string, PathBefore> own_;  // Paths that the updater makes or removes.
   std::vector<std::u16string> exempt_;        // Folded.
+  // Of the exempt final names, what they held when a run started that had to make the plan.
+  std::map<std::u16string, simulated::Bytes> planned_;
   std::set<std::pair<Invariant, std::string>> found_broken_;  // By the run that was started last.
   std::map<std::size_t, ParsedSlot> parsed_;                  // By the hash of the text.
   std::array<LastParsed, 2> last_parsed_;                     // By slot.

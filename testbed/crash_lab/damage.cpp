@@ -26,6 +26,7 @@ struct Corruption {
   Disturbance disturbance = Disturbance::kNone;
   bool converges = true;
   bool must_fail = false;                // The next run must end with exit code 5.
+  bool only_read = false;                // The updater is not run on it.
   std::vector<std::u16string> exempt{};  // Paths whose content is not checked.
   std::function<void(Computer&)> apply{};
   std::function<void(Computer&)> repair{};  // Before further runs; may be empty.
@@ -40,20 +41,22 @@ Path SlotPath(const SimulatedUpdate& update, int slot) {
 
 void AddSlotCorruption(std::vector<Corruption>& corruptions, const Path& path, std::string name,
                        std::string text) {
-  corruptions.push_back(
-      {.name = std::move(name), .apply = [path, text = std::move(text)](Computer& computer) {
-         computer.disk.WriteFile(path, text);
-       }});
+  corruptions.push_back({.name = std::move(name),
+                         .exempt = {path},
+                         .apply = [path, text = std::move(text)](Computer& computer) {
+                           computer.disk.WriteFile(path, text);
+                         }});
 }
 
 // Changes a slot only when it is tried: there are many cases, and a slot may be long.
 void AddSlotChange(std::vector<Corruption>& corruptions, const Path& path, std::string name,
                    const std::function<void(std::string&)>& change) {
-  corruptions.push_back({.name = std::move(name), .apply = [path, change](Computer& computer) {
-                           std::string text = *computer.disk.ReadFile(path);
-                           change(text);
-                           computer.disk.WriteFile(path, text);
-                         }});
+  corruptions.push_back(
+      {.name = std::move(name), .exempt = {path}, .apply = [path, change](Computer& computer) {
+         std::string text = *computer.disk.ReadFile(path);
+         change(text);
+         computer.disk.WriteFile(path, text);
+       }});
 }
 
 // The record of a transaction of another installation, in the same place.
@@ -81,10 +84,12 @@ void AddSlotCorruptions(const SimulatedUpdate& update, int slot,
   }
   AddSlotCorruption(corruptions, path, "zeros in place" + of, std::string(text->size(), '\0'));
   corruptions.push_back({.name = "removal" + of,
+                         .exempt = {path},
                          .apply = [path](Computer& computer) { computer.disk.Remove(path); }});
   corruptions.push_back({.name = "another target's record in place" + of,
                          .disturbance = Disturbance::kOnce,
                          .converges = false,
+                         .exempt = {path},
                          .apply = [path, text = OfAnotherTarget(*text)](Computer& computer) {
                            computer.disk.WriteFile(path, text);
                          }});
@@ -99,13 +104,15 @@ void AddCorruptionsOfBothSlots(const SimulatedUpdate& update,
   if (!even_text || !odd_text) return;
   AddSlotCorruption(corruptions, even, "slot 1 twice", *odd_text);
   AddSlotCorruption(corruptions, odd, "slot 0 twice", *even_text);
-  corruptions.push_back({.name = "slots swapped", .apply = [=](Computer& computer) {
-                           computer.disk.WriteFile(even, *odd_text);
-                           computer.disk.WriteFile(odd, *even_text);
-                         }});
+  corruptions.push_back(
+      {.name = "slots swapped", .exempt = {even, odd}, .apply = [=](Computer& computer) {
+         computer.disk.WriteFile(even, *odd_text);
+         computer.disk.WriteFile(odd, *even_text);
+       }});
   corruptions.push_back({.name = "both slots damaged",
                          .disturbance = Disturbance::kFalseAnswer,
                          .converges = false,
+                         .exempt = {even, odd},
                          .apply = [=](Computer& computer) {
                            computer.disk.WriteFile(even, "");
                            computer.disk.WriteFile(odd, odd_text->substr(1));
@@ -227,17 +234,48 @@ std::vector<Corruption> CorruptionsOfFiles(const SimulatedUpdate& update) {
   return corruptions;
 }
 
+// Disks on which the updater is not run: they are read alone, at every state.
+std::vector<Corruption> OnlyReadCorruptions(const SimulatedUpdate& update) {
+  std::vector<Corruption> corruptions;
+  const auto add = [&](std::string name, std::vector<std::u16string> exempt,
+                       std::function<void(Computer&)> apply) {
+    corruptions.push_back({.name = std::move(name),
+                           .only_read = true,
+                           .exempt = std::move(exempt),
+                           .apply = std::move(apply)});
+  };
+  const staging::UpdateLayout& layout = update.layout;
+  add("a completed marker beside the pending one", {}, [&layout](Computer& computer) {
+    computer.disk.WriteFile(layout.completed_marker, simulated::kPendingContent);
+  });
+  add("no marker", {},
+      [&layout](Computer& computer) { computer.disk.Remove(layout.pending_marker); });
+  simulated::FileSet files = update.plan.baseline;
+  files.insert(update.plan.release.begin(), update.plan.release.end());
+  for (const auto& [name, content] : files) {
+    const Path path = update.TargetPath(name);
+    add("foreign content of " + Shown(name), {path},
+        [path](Computer& computer) { computer.disk.WriteFile(path, kChangedByHand); });
+  }
+  return corruptions;
+}
+
 // The run is checked for what it adds to the corruption: what it finds broken may stay so.
 void Try(ScenarioRunner& runner, const Disks& disks, const Corruption& corruption) {
   Computer& computer = runner.computer();
   computer.Restart(disks);
+  runner.check().ExemptOnly(corruption.exempt);
   corruption.apply(computer);
   computer.disks.Settle();
-  runner.check().ExemptOnly(corruption.exempt);
   const std::string replay = "--case '" + corruption.Text() + "'";
+  std::size_t first = runner.figures().violations.size();
+  runner.CheckWorkspace(computer.disks.volumes, ImageOf(computer.disks.volumes),
+                        corruption.disturbance);
+  runner.Attribute(first, replay);
+  if (corruption.only_read) return;
   const EndedRun ended =
       runner.CheckedRun(computer.disks.volumes, {.disturbance = corruption.disturbance}, replay);
-  const std::size_t first = runner.figures().violations.size();
+  first = runner.figures().violations.size();
   Check(runner.figures(), Invariant::kEndsByTheTable,
         !corruption.must_fail || ended.end.exit_code == 5, "corruption is not noticed");
   runner.Attribute(first, replay);
@@ -277,10 +315,16 @@ Figures Damage(const Scenario& scenario, const CampaignBounds& bounds) {
   for (std::size_t state = 0; state < states.size(); ++state) {
     const CampaignBounds each = BoundsOfState(bounds, state, states.size());
     runner.computer().Restart(states[state]);
-    std::array both = {CorruptionsOfSlots(runner.update()), CorruptionsOfFiles(runner.update())};
-    for (std::vector<Corruption>& corruptions : both) {
-      for (Corruption& corruption : corruptions) corruption.state = state + 1;
-      TryEach(Chosen(std::move(corruptions), each, runner.figures()), bounds, runner.figures(),
+    // Collected before the first is tried, which changes the disks.
+    std::array groups = {CorruptionsOfSlots(runner.update()), CorruptionsOfFiles(runner.update()),
+                         OnlyReadCorruptions(runner.update())};
+    CampaignBounds only_read{.only = bounds.only};
+    if (state % bounds.slices != bounds.slice) only_read.cases = 0;
+    const std::array bounds_of_groups = {each, each, only_read};
+    for (std::size_t group = 0; group < groups.size(); ++group) {
+      for (Corruption& corruption : groups[group]) corruption.state = state + 1;
+      TryEach(Chosen(std::move(groups[group]), bounds_of_groups[group], runner.figures()), bounds,
+              runner.figures(),
               [&](const Corruption& corruption) { Try(runner, states[state], corruption); });
     }
   }

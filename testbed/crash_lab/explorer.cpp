@@ -134,6 +134,7 @@ void Explorer::CheckAfterCut(Disks disks, const CutPoint& point, const CutSequen
   if (!checked_.insert({fingerprint, point.generation, point.disturbance}).second) return;
   const std::size_t first = figures.violations.size();
   runner_.check().CheckState(image, point.generation, point.disturbance, figures);
+  runner_.CheckWorkspace(disks, image, point.disturbance);
   runner_.Attribute(first, ReplayOf(sequence));
   if (!recovered_.insert(fingerprint).second) return;
   left.push_back({std::move(disks), sequence});
@@ -208,6 +209,7 @@ bool Explorer::ReplayCut(const CutSequence& sequence, std::size_t cut, Disks& di
   disks = AfterCut(met_disks, space.At(wanted.loss));
   const Image left = ImageOf(disks);
   runner_.check().CheckState(left, met.generation, run.disturbance, runner_.figures());
+  runner_.CheckWorkspace(disks, left, run.disturbance);
   return true;
 }
 

@@ -34,6 +34,16 @@ namespace tolvarine::updater::crash_lab {
     "Foreign files, the release and everything outside the target keep every byte.")              \
   X(kMarkersWhole, "markers-whole", kAlways, kHolds,                                              \
     "The manifest and the markers are whole, and new only after `Committed` is durable.")         \
+  X(kStateReadOnly, "state-read-only", kAlways, kHolds,                                           \
+    "Reading where the update stands changes nothing on the disks and leaves no handle open.")    \
+  X(kStateByTheDisk, "state-by-the-disk", kAlways, kHolds,                                        \
+    "The state that is read is the one that the checker's own reading of the markers, the slots " \
+    "and the listed files gives.")                                                                \
+  X(kStateTrue, "state-true", kAlways, kMayBreak,                                                 \
+    "What the state says of the installation is true of it.")                                     \
+  X(kStateHarshWhereCaused, "state-harsh-where-caused", kAlways, kMayBreak,                       \
+    "The state is `damaged` only where somebody has changed the slots, and `foreign` only where " \
+    "somebody has changed the installation.")                                                     \
   X(kEndsWhole, "ends-whole", kAtEnd, kMayBreak,                                                  \
     "The target is exactly the release or exactly the baseline, apart from foreign files.")       \
   X(kEndsByTheTable, "ends-by-the-table", kAtEnd, kMayBreak,                                      \

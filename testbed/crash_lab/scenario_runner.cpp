@@ -62,7 +62,8 @@ ScenarioRunner::ScenarioRunner(const Scenario& scenario, std::string* transcript
     : scenario_(scenario),
       transcript_(transcript),
       update_(scenario.plan),
-      checker_(Hidden(update_, scenario.hidden)) {
+      checker_(Hidden(update_, scenario.hidden)),
+      reader_(update_) {
   update_.computer.calls.keep_trace = transcript != nullptr;
   if (scenario_.prepare) scenario_.prepare(update_);
   update_.computer.disks.Settle();
@@ -145,8 +146,10 @@ void ScenarioRunner::CheckEnd(const EndedRun& ended) {
   if (!checked || !computer().disks.write_through_holds) return;
   const LossSpace space(ended.disks);
   for (std::uint64_t loss = 0; loss < std::min(space.count(), kLossesAfterEnd); ++loss) {
-    const Image left = ImageOf(AfterCut(ended.disks, space.At(loss)));
+    const Disks disks = AfterCut(ended.disks, space.At(loss));
+    const Image left = ImageOf(disks);
     checker_.CheckCutAfterEnd(ended.end, after, left, figures_);
+    CheckWorkspace(disks, left, ended.end.disturbance);
   }
 }
 
@@ -156,8 +159,14 @@ std::optional<std::uint64_t> ScenarioRunner::CheckState(const Disks& disks,
   if (disturbance != Disturbance::kFalseAnswer) checker_.CheckChange(before_, now, figures_);
   const std::optional<std::uint64_t> generation = checker_.JournalOf(now).generation;
   checker_.CheckState(now, generation, disturbance, figures_);
+  CheckWorkspace(disks, now, disturbance);
   before_ = std::move(now);
   return generation;
+}
+
+void ScenarioRunner::CheckWorkspace(const Disks& disks, const Image& image,
+                                    Disturbance disturbance) {
+  checker_.CheckWorkspace(image, reader_.Read(disks, image), disturbance, figures_);
 }
 
 void ScenarioRunner::WriteTranscript(const Disks& before, const EndedRun& ended) {

@@ -13,6 +13,7 @@
 #include "crash_lab/checker.h"
 #include "crash_lab/report.h"
 #include "crash_lab/scenario.h"
+#include "crash_lab/workspace_reader.h"
 
 namespace tolvarine::updater::crash_lab {
 
@@ -63,6 +64,9 @@ class ScenarioRunner {
   // checked before it, or from the start of the run. Returns the generation that a load finds.
   std::optional<std::uint64_t> CheckState(const Disks& disks, Disturbance disturbance);
 
+  // Checks what the application's library says of these disks, whose image is given.
+  void CheckWorkspace(const Disks& disks, const Image& image, Disturbance disturbance);
+
   // Makes undisturbed runs until one installs the update, at most three, and checks their ends.
   void Converge(Disks disks, const std::string& replay);
 
@@ -78,6 +82,7 @@ class ScenarioRunner {
   std::string* const transcript_;
   simulated::SimulatedUpdate update_;
   Checker checker_;
+  WorkspaceReader reader_;
   Figures figures_;
   std::uint64_t calls_ = 0;
   Disks start_;

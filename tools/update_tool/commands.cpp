@@ -211,7 +211,7 @@ Json JsonOf(const app::WorkspaceStatus& workspace) {
   const app::WorkspaceReport& report = workspace.report;
   Json json = {{"id", Utf8FromUtf16(workspace.id)},
                {"state", app::NameOf(report.state)},
-               {"installation", app::SentenceOf(app::ContentOf(report.state))},
+               {"installation", app::SentenceOf(report.content)},
                {"next", app::NextStepOf(report.state)},
                {"started", report.launched}};
   if (!report.path.empty()) json["path"] = app::Utf8Of(report.path);
@@ -228,7 +228,7 @@ void ShowStatus(const Options& options, Answer& answer) {
     workspaces.push_back(JsonOf(workspace));
     answer.text.append("Update ").append(Utf8FromUtf16(workspace.id)).append(": ");
     answer.text.append(app::NameOf(state)).append(". ");
-    answer.text.append(app::SentenceOf(app::ContentOf(state))).append(" What may come next: ");
+    answer.text.append(app::SentenceOf(workspace.report.content)).append(" What may come next: ");
     answer.text.append(app::NextStepOf(state)).append(".\n");
   }
   answer.json["updates"] = std::move(workspaces);
