@@ -20,8 +20,8 @@ void Print(Channel channel, std::string_view text);
 // The directory that this program was started from.
 [[nodiscard]] Path ProgramDirectory();
 
-// A line on the console that shows how far a verb has come. It is written only where the error channel
-// is a console, and at most ten times a second.
+// A line on the console that shows how far a verb has come. It is written only where the error
+// channel is a console, and at most ten times a second.
 class ProgressLine {
  public:
   // Always true: the tool is cancelled by ending it, and the same command goes on with its work.
