@@ -13,12 +13,12 @@ namespace tolvarine::updater {
 
 inline constexpr std::uint32_t kSha256Size = 32;  // Bytes.
 
-// One digest. The provider is opened for each one; nothing is kept between them. Every operation throws
-// std::runtime_error where the library's does not succeed.
+// One digest. The provider is opened for each one; nothing is kept between them. Every operation
+// throws std::runtime_error where the library's does not succeed.
 class Sha256 {
  public:
-  // A constructor that threw would leave no destructor to close what it had opened, so that the first
-  // steps are Begin's.
+  // A constructor that threw would leave no destructor to close what it had opened, so that the
+  // first steps are Begin's.
   Sha256() = default;
   Sha256(const Sha256&) = delete;
   Sha256& operator=(const Sha256&) = delete;
