@@ -84,7 +84,7 @@ build_release() {
 
 # build_windows [TARGET...]: the Windows program with its tests, in build/windows.
 build_windows() {
-  need_packages g++-mingw-w64-x86-64-posix cmake ninja-build googletest || return
+  need_packages g++-mingw-w64-x86-64-posix cmake ninja-build googletest nlohmann-json3-dev || return
   build_preset windows "$@"
 }
 

@@ -83,7 +83,7 @@ DWORD Run(const std::string& line, const Path& output) {
   PROCESS_INFORMATION process{};
   if (startup.hStdOutput == INVALID_HANDLE_VALUE ||
       CreateProcessW(nullptr, Wide(wide), nullptr, nullptr, /*bInheritHandles=*/TRUE,
-                     CREATE_NO_WINDOW, nullptr, nullptr, &startup, &process) == FALSE) {
+                     DETACHED_PROCESS, nullptr, nullptr, &startup, &process) == FALSE) {
     tolvarine::updater::ThrowLastError();
   }
   DWORD code = 0;

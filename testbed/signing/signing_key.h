@@ -1,4 +1,5 @@
-// A key that signs releases in tests, made anew for each run: ECDSA on P-256 with SHA-256, by OpenSSL.
+// A key that signs releases in tests, made anew for each run: ECDSA on P-256 with SHA-256, by
+// OpenSSL.
 
 #pragma once
 

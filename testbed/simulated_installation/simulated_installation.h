@@ -1,5 +1,5 @@
-// An installation on a simulated computer, with releases that are described, signed and unpacked, and
-// an updater that runs when the library starts it. What tests of the application's side have in
+// An installation on a simulated computer, with releases that are described, signed and unpacked,
+// and an updater that runs when the library starts it. What tests of the application's side have in
 // common.
 
 #pragma once

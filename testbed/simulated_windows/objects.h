@@ -51,8 +51,8 @@ class KernelObjects {
   // with the right to terminate it.
   bool TerminateProcess(platform::Handle process, std::uint32_t exit_code);
 
-  // The record of a process, or of this one by its stand-in, for a call that asks about it. Null for
-  // what is no process (6), a handle without the right to ask (5) and one that has ended (31).
+  // The record of a process, or of this one by its stand-in, for a call that asks about it. Null
+  // for what is no process (6), a handle without the right to ask (5) and one that has ended (31).
   const Process* QueryProcess(platform::Handle process);
   // Whether the id names a process that has not ended.
   bool IsRunning(std::uint32_t process_id) const;

@@ -11,6 +11,7 @@ namespace fs = std::filesystem;
 // The program as the loader would lay it out, without running it.
 class Executable : public testing::Test {
  protected:
+  explicit Executable(std::string_view name = "TolvarineUpdater.exe") : path_(ProgramPath(name)) {}
   ~Executable() override { FreeLibrary(module_); }
 
   template <typename Record>
@@ -21,7 +22,7 @@ class Executable : public testing::Test {
     return At<IMAGE_NT_HEADERS64>(static_cast<std::size_t>(At<IMAGE_DOS_HEADER>(0).e_lfanew));
   }
 
-  const fs::path path_ = ProgramPath("TolvarineUpdater.exe");
+  const fs::path path_;
   HMODULE module_ = LoadLibraryExW(path_.c_str(), nullptr, DONT_RESOLVE_DLL_REFERENCES);
 };
 
@@ -59,7 +60,14 @@ TEST_F(Executable, ItsVersionCanBeRead) {
   }
 }
 
-TEST_F(Executable, ImportsOnlyWhatTheSystemLoadsFromItsOwnDirectory) {
+class ShippedProgram : public Executable, public testing::WithParamInterface<const char*> {
+ protected:
+  ShippedProgram() : Executable(GetParam()) {}
+};
+INSTANTIATE_TEST_SUITE_P(Both, ShippedProgram,
+                         testing::Values("TolvarineUpdater.exe", "TolvarineUpdateTool.exe"));
+
+TEST_P(ShippedProgram, ImportsOnlyWhatTheSystemLoadsFromItsOwnDirectory) {
   // The system's known libraries: others of these names beside the program are not looked at.
   const std::set<std::wstring> known = {L"ADVAPI32.DLL", L"KERNEL32.DLL", L"MSVCRT.DLL",
                                         L"SHELL32.DLL", L"USER32.DLL"};

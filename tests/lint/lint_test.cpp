@@ -33,7 +33,8 @@ Source ReadSource(const fs::path& file) {
   return {fs::relative(file, TOLVARINE_ROOT).generic_string(), ReadLines(file)};
 }
 
-const std::vector<std::string> kFolders = {"src", "application", "tools", "testbed", "tests", "bench"};
+const std::vector<std::string> kFolders = {"src",     "application", "tools",
+                                           "testbed", "tests",       "bench"};
 
 bool IsCpp(const fs::path& file) { return file.extension() == ".cpp" || file.extension() == ".h"; }
 

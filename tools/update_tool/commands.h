@@ -1,5 +1,5 @@
-// Carrying out a parsed command line: the verb is called, and what it gives is written as sentences or
-// as JSON.
+// Carrying out a parsed command line: the verb is called, and what it gives is written as sentences
+// or as JSON.
 
 #pragma once
 

@@ -52,10 +52,13 @@ Path ProgramDirectory() {
   return ParentPath(path);
 }
 
+ProgressLine::ProgressLine() : last_shown_ms_(GetTickCount64()) {}
+
 bool ProgressLine::Show(const application::Progress& progress) {
   const std::uint64_t now = GetTickCount64();
-  const bool complete = progress.done == progress.total;
-  if (now - last_shown_ms_ < kShowEveryMs && !complete) return true;
+  // What is done at once is not shown, and what is shown is shown to its end.
+  const bool last = progress.done == progress.total && width_ != 0;
+  if (now - last_shown_ms_ < kShowEveryMs && !last) return true;
   if (!IsConsole(StreamOf(Channel::kError))) return true;
   last_shown_ms_ = now;
   constexpr std::uint64_t kMegabyte = 1000000;

@@ -1,4 +1,4 @@
-// TolvarineUpdateTool: the verbs of the application's side, for a console, a script, or any program.
+// TolvarineUpdateTool: the verbs of the application's side, for a console, a script or any program.
 
 #include <exception>
 #include <string>
