@@ -130,7 +130,7 @@ std::string SealRelease(std::string_view payload, std::string_view der_signature
   const std::string signature = RawSignatureFromDer(der_signature);
   if (!VerifySignature(key, PreAuthenticationEncoding(kPayloadType, payload), signature)) {
     throw std::runtime_error(
-        "The signature is not one of this payload's bytes to be signed by this key");
+        "The signature is not one of this payload's bytes to be signed by this key.");
   }
   return FormatEnvelope(payload, signature, KeyIdOf(key));
 }

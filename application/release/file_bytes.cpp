@@ -41,7 +41,7 @@ void VisitFileBlocks(const Path& path, const std::function<void(std::string_view
 std::string ReadFileBytes(const Path& path, std::size_t limit) {
   const auto require = [&](std::uint64_t size) {
     if (size > limit) {
-      throw std::runtime_error("The file has more than " + std::to_string(limit) + " bytes");
+      throw std::runtime_error("The file has more than " + std::to_string(limit) + " bytes.");
     }
   };
   const FileHandle file = OpenShared(path);

@@ -32,12 +32,12 @@ constexpr std::size_t kShortDerLength = 0x80;
 
 [[noreturn]] void RefuseKey() {
   throw std::runtime_error(
-      "The public key is not a PEM text of one P-256 key, as \"openssl ec -pubout\" writes it");
+      "The public key is not a PEM text of one P-256 key, as \"openssl ec -pubout\" writes it.");
 }
 
 [[noreturn]] void RefuseSignature() {
   throw std::runtime_error(
-      "The signature is not DER of two integers, as \"openssl dgst -sha256 -sign\" writes it");
+      "The signature is not DER of two integers, as \"openssl dgst -sha256 -sign\" writes it.");
 }
 
 // Takes one element of DER off the front of `der` and returns its content.

@@ -64,9 +64,12 @@ TEST(SignedRelease, DerAndPemOfOpenSslAreReadAndNothingElseIs) {
   }
   EXPECT_THROW(static_cast<void>(RawSignatureFromDer(der + '\0')), std::runtime_error);
   // Negative, and with a zero byte that is not needed.
-  for (const char* hex : {"3006020181020101", "300702020001020101",
-                          "30060201000201"
-                          "01"}) {
+  // Also zero, no integer, three of them, a length in its long form, and 33 bytes.
+  for (const std::string& hex :
+       {std::string("3006020181020101"), std::string("300702020001020101"),
+        std::string("3006020100020101"), std::string("30050200020101"),
+        std::string("3009020101020101020101"), std::string("308106020101020101"),
+        std::string("3006040101020101"), "3026022101" + std::string(64, '0') + "020101"}) {
     EXPECT_THROW(static_cast<void>(RawSignatureFromDer(*DecodeHex(hex))), std::runtime_error)
         << hex;
   }
@@ -117,6 +120,8 @@ TEST(SignedRelease, AnEnvelopeIsRefusedUnlessOneKeyHasSignedExactlyThisPayload) 
   EXPECT_TRUE(
       RefusalOf(Replaced(good, EncodeBase64(kPayload), other), fixture.keys).ends_with(untrusted));
 
+  std::string many;
+  for (int i = 0; i < 16; ++i) many += "{\"sig\":\"\"},";
   struct Row {
     const char* name;
     std::string envelope;
@@ -132,14 +137,58 @@ TEST(SignedRelease, AnEnvelopeIsRefusedUnlessOneKeyHasSignedExactlyThisPayload) 
       {"not UTF-8", "{\"a\":\"\xff\"}", "not sound JSON"},
       {"too large", std::string(kEnvelopeByteLimit + 1, ' '), "too large"},
       {"empty", "", "not sound JSON"},
-      {"no object", "[]", "not of the type"}};
+      {"no object", "[]", "not of the type"},
+      {"a name twice, deeper", Replaced(good, "{\"keyid\"", "{\"sig\":\"\",\"keyid\""),
+       "occurs twice"},
+      {"signatures that are no list",
+       Replaced(good, "\"signatures\":[", "\"signatures\":1,\"x\":["), "no signatures"},
+      {"a signature that is none", Replaced(good, "\"signatures\":[", "\"signatures\":[1,"),
+       "sig is missing"},
+      {"many signatures", Replaced(good, "\"signatures\":[", "\"signatures\":[" + many),
+       "too many signatures"},
+      {"unused bits", Replaced(good, "\"payload\":\"", "\"payload\":\"QR==\",\"x\":\""),
+       "payload is not base64"}};
   for (const Row& row : rows) {
     EXPECT_NE(RefusalOf(row.envelope, fixture.keys).find(row.words), std::string::npos)
         << row.name << ": " << RefusalOf(row.envelope, fixture.keys);
   }
-  for (std::size_t size = 0; size + 2 < good.size(); size += 7) {
-    EXPECT_NE(RefusalOf(good.substr(0, size), fixture.keys), "") << size;
+  // Any other byte anywhere, and any end: refused, or the same release.
+  const std::u16string id = VerifyRelease(good, fixture.keys).id;
+  for (std::size_t at = 0; at < good.size(); ++at) {
+    EXPECT_TRUE(at + 2 >= good.size() || !RefusalOf(good.substr(0, at), fixture.keys).empty())
+        << at;
+    std::string changed = good;
+    changed[at] = static_cast<char>(changed[at] ^ 1);
+    if (RefusalOf(changed, fixture.keys).empty()) {
+      EXPECT_EQ(VerifyRelease(changed, fixture.keys).id, id) << changed;
+    }
   }
+}
+
+// Whoever changes the hint, or adds signatures that nobody trusts, changes nothing.
+TEST(SignedRelease, KeysAreTriedInTurnAndTheHintIsNotTrusted) {
+  SimulatedInstallation fixture;
+  const signing::SigningKey next;
+  const std::string message = PreAuthenticationEncoding(kPayloadType, kPayload);
+  const auto entry = [&](const signing::SigningKey& key, const std::string& hint) {
+    return "{" + hint + "\"sig\":\"" + EncodeBase64(RawSignatureFromDer(key.Sign(message))) + "\"}";
+  };
+  const auto envelope = [&](const std::string& signatures) {
+    return "{\"payloadType\":\"" + std::string(kPayloadType) + "\",\"payload\":\"" +
+           EncodeBase64(kPayload) + "\",\"signatures\":[" + signatures + "]}";
+  };
+  const std::vector<PublicKey> both = {next.PublicPart(), fixture.keys[0]};
+  const std::string foreign_hint = "\"keyid\":\"" + KeyIdOf(next.PublicPart()) + "\",";
+  for (const std::string& signatures :
+       {entry(fixture.key, ""), entry(fixture.key, foreign_hint),
+        entry(fixture.key, "\"keyid\":7,"), entry(next, "") + "," + entry(fixture.key, ""),
+        "{\"sig\":\"\"}," + entry(fixture.key, "")}) {
+    EXPECT_EQ(RefusalOf(envelope(signatures), fixture.keys), "") << signatures;
+    EXPECT_EQ(RefusalOf(envelope(signatures), both), "") << signatures;
+  }
+  const std::string own_hint = "\"keyid\":\"" + KeyIdOf(fixture.keys[0]) + "\",";
+  EXPECT_NE(RefusalOf(envelope(entry(next, own_hint)), fixture.keys), "");
+  EXPECT_NE(RefusalOf(envelope(""), fixture.keys), "");
 }
 
 TEST(SignedRelease, ASignedDescriptionIsRefusedForWhateverTheUpdaterCouldNotInstall) {
@@ -180,7 +229,22 @@ TEST(SignedRelease, ASignedDescriptionIsRefusedForWhateverTheUpdaterCouldNotInst
       {with_file(std::string(1025, 'a')), "cannot have the path"},
       {with_removed("tolvarine.exe"), "to be removed and is a file"},
       {with_removed("a\",\"A"), "to be removed twice"},
-      {with_removed("log.txt"), "no file to be removed can have"}};
+      {with_removed("log.txt"), "no file to be removed can have"},
+      {with_removed("lib\",\"x/../lib"), "no file to be removed can have"},
+      {Replaced(with_file("lib/a"), "\"removed\":[]", "\"removed\":[\"LIB\"]"), "is a directory"},
+      {with_file("log.txt/a"), "cannot have the path"},
+      {with_file("a\\u0000b"), "cannot have the path"},
+      {with_file("a\\\\..\\\\b"), "cannot have the path"},
+      {Replaced(with_file("lib/a"), "},",
+                "},{\"path\":\"LIB/b\",\"size\":0,\"sha256\":\"" + digest + "\"},"),
+       "elsewhere"},
+      {Replaced(kPayload, "\"size\":1", "\"size\":1,\"size\":1"), "\"size\" occurs twice"},
+      {Replaced(kPayload, "\"sequence\":2", "\"sequence\":2,\"sequence\":3"),
+       "\"sequence\" occurs twice"},
+      {Replaced(with_file("a"), "\"size\":0", "\"size\":9007199254740992"), "too large"},
+      {Replaced(kPayload, "\"removed\":[]", "\"removed\":[[]]"), "not a text"},
+      {Replaced(kPayload, "\"size\":1", "\"size\":[[1]]"), "nested too deep"},
+      {Replaced(kPayload, "\"version\":\"2.0\"", "\"version\":\"2\\u00e4\""), "printable"}};
   for (const Row& row : rows) {
     const std::string refusal = RefusalOf(fixture.key.Envelope(row.payload), fixture.keys);
     EXPECT_NE(refusal.find(row.words), std::string::npos) << row.payload << "\n" << refusal;
@@ -222,7 +286,18 @@ TEST(SignedRelease, TheMakerIsToldEveryProblemAndTheMarginOfTheLists) {
   EXPECT_EQ(described.margins[0].inventory_bytes,
             SerializeSourceInventory({second.release.description.files.back()}).size());
   EXPECT_EQ(described.margins[0].deletions, 1u);
+  EXPECT_TRUE(described.margins[0].Fits());
   EXPECT_EQ(ParseDescription(described.payload).removed, (std::vector<Path>{u"gone"}));
+
+  // A name that is used otherwise is not to be removed, and no update gets there.
+  const PackagedRelease third = fixture.Package(3, {{u"Tolvarine.exe", "2"}, {u"SAME/a", "a"}});
+  const DescribedRelease turned = DescribeRelease({.release = third.package,
+                                                   .channel = "stable",
+                                                   .version = "3",
+                                                   .sequence = 3,
+                                                   .earlier = {second.release.description}});
+  EXPECT_EQ(ParseDescription(turned.payload).removed, std::vector<Path>());
+  EXPECT_FALSE(turned.margins[0].Fits());
 }
 
 }  // namespace

@@ -48,7 +48,9 @@ std::string ReadSmallFile(const Path& path, std::size_t limit) {
     return app::ReadFileBytes(FullPath(path), limit);
   } catch (const std::exception& failure) {
     throw VerbFailure(ReasonCode::SystemFailure,
-                      Quoted(path) + " cannot be read: " + app::FailureText(failure), path);
+                      Quoted(path) + " cannot be read: " + app::FailureText(failure) +
+                          " Name a file that can be read.",
+                      path);
   }
 }
 
@@ -57,7 +59,7 @@ app::PublicKey ReadKey(const Path& path) {
   try {
     return app::ParsePublicKey(text);
   } catch (const std::runtime_error& failure) {
-    throw VerbFailure(ReasonCode::BadRelease, Quoted(path) + ": " + failure.what() + ".", path);
+    throw VerbFailure(ReasonCode::BadRelease, Quoted(path) + ": " + failure.what() + " Name the file of the public key.", path);
   }
 }
 
@@ -88,7 +90,6 @@ void WriteOutput(const Path& path, std::string_view content) {
 // --- describe ------------------------------------------------------------------------------------
 
 void AddMargins(const std::vector<app::ListMargin>& margins, Answer& answer) {
-  answer.json["margins"] = Json::array();
   for (const app::ListMargin& margin : margins) {
     answer.json["margins"].push_back({{"from", margin.earlier_version},
                                       {"files", margin.files},
@@ -138,13 +139,15 @@ void DescribeSecondStep(const Options& options, Answer& answer) {
   try {
     release = app::SealRelease(payload, signature, key);
   } catch (const std::runtime_error& failure) {
-    throw VerbFailure(ReasonCode::BadRelease, failure.what());
+    throw VerbFailure(ReasonCode::BadRelease,
+                      std::string(failure.what()) + " Describe the release again, and sign it.");
   }
   WriteOutput(options.output, release);
   answer.text = "The signed release is in " + Quoted(options.output) + ".\n";
 }
 
 void Describe(const Options& options, Answer& answer) {
+  answer.json["margins"] = Json::array();
   options.signature.empty() ? DescribeFirstStep(options, answer)
                             : DescribeSecondStep(options, answer);
 }
@@ -209,13 +212,12 @@ void StartUpdate(const Options& options, const Surroundings& surroundings, Answe
 
 Json JsonOf(const app::WorkspaceStatus& workspace) {
   const app::WorkspaceReport& report = workspace.report;
-  Json json = {{"id", Utf8FromUtf16(workspace.id)},
-               {"state", app::NameOf(report.state)},
-               {"installation", app::SentenceOf(report.content)},
-               {"next", app::NextStepOf(report.state)},
-               {"started", report.launched}};
-  if (!report.path.empty()) json["path"] = app::Utf8Of(report.path);
-  return json;
+  return {{"id", Utf8FromUtf16(workspace.id)},
+          {"state", app::NameOf(report.state)},
+          {"installation", app::SentenceOf(report.content)},
+          {"next", app::NextStepOf(report.state)},
+          {"started", report.launched},
+          {"path", app::Utf8Of(report.path)}};
 }
 
 void ShowStatus(const Options& options, Answer& answer) {
@@ -300,10 +302,10 @@ std::string_view NameOf(Outcome outcome) {
 void WriteJson(const ParsedLine& line, Answer& answer, const Surroundings& surroundings) {
   Json reasons = Json::array();
   for (const app::Reason& reason : answer.result.reasons) {
-    Json one = {
-        {"code", app::NameOf(reason.code)}, {"text", reason.text}, {"warning", reason.warning}};
-    if (!reason.path.empty()) one["path"] = app::Utf8Of(reason.path);
-    reasons.push_back(std::move(one));
+    reasons.push_back({{"code", app::NameOf(reason.code)},
+                       {"text", reason.text},
+                       {"warning", reason.warning},
+                       {"path", app::Utf8Of(reason.path)}});
   }
   answer.json["verb"] = Utf8FromUtf16(line.verb->name);
   answer.json["outcome"] = NameOf(answer.result.outcome);

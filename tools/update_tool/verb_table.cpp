@@ -137,8 +137,13 @@ constexpr std::array kStatusOptions = {kTarget, kState, kKey, kJson};
 constexpr std::array kAbandonOptions = {kTarget, kState, VerbOption{u"--id"}, kJson};
 constexpr std::array kAdoptOptions = {kTarget, kState, kKey, kRelease, kJson};
 
+constexpr std::string_view kPreparedMembers =
+    "id, version, sequence, staged_files, staged_bytes, deletions, unchanged_files, abandoned";
+
 constexpr std::array kVerbs = {
-    VerbRow{Verb::Describe, u"describe", "describes a release and makes it a signed one",
+    VerbRow{Verb::Describe,
+            u"describe",
+            "describes a release and makes it a signed one",
             "Step 1 checks and hashes the files of a release and writes its description, and the "
             "bytes\nthat are to be signed. Sign these with ECDSA on P-256 and SHA-256, for example "
             "with\n\"openssl dgst -sha256 -sign private.pem -out signature.der to-sign.bin\". Step "
@@ -146,37 +151,67 @@ constexpr std::array kVerbs = {
             "Step 1 needs --package, --channel, --version, --sequence and --to-sign; step 2 needs\n"
             "--signature, --key and --output.",
             kDescribeOptions,
-            "describe --package release-2 --channel stable --version 2.0 --sequence 2 "
-            "--payload payload.json --to-sign to-sign.bin"},
-    VerbRow{Verb::Check, u"check", "says every reason why an update could not be done",
-            "Changes nothing.", kPrepareOptions,
-            "check --target app --state state --key public.pem --release release.json "
-            "--package release-2"},
-    VerbRow{Verb::Prepare, u"prepare", "makes an update ready to be started",
+            "margins",
+            {"describe --package release-2 --channel stable --version 2.0 --sequence 2 "
+             "--payload payload.json --to-sign to-sign.bin",
+             "describe --payload payload.json --signature signature.der --key public.pem "
+             "--output release.json"}},
+    VerbRow{Verb::Check,
+            u"check",
+            "says every reason why an update could not be done",
+            "Changes nothing.",
+            kPrepareOptions,
+            kPreparedMembers,
+            {"check --target app --state state --key public.pem --release release.json "
+             "--package release-2"}},
+    VerbRow{Verb::Prepare,
+            u"prepare",
+            "makes an update ready to be started",
             "Verifies the signed release, stages what differs, and keeps copies of what will be\n"
             "replaced. The application may run meanwhile. It can be cancelled and repeated.",
             kPrepareOptions,
-            "prepare --target app --state state --key public.pem --release release.json "
-            "--package release-2"},
+            kPreparedMembers,
+            {"prepare --target app --state state --key public.pem --release release.json "
+             "--package release-2"}},
     VerbRow{
-        Verb::Start, u"start", "starts the updater",
+        Verb::Start,
+        u"start",
+        "starts the updater",
         "The updater waits for the process that is named to end, so that the application names\n"
         "itself and quits.",
-        kStartOptions, "start --target app --state state --no-wait"},
-    VerbRow{Verb::Status, u"status", "says where every update of the installation stands", "",
-            kStatusOptions, "status --target app --state state --key public.pem"},
-    VerbRow{Verb::Finish, u"finish", "removes what installed and abandoned updates have left",
-            "Verifies the whole installation against the installed release.", kStatusOptions,
-            "finish --target app --state state --key public.pem"},
-    VerbRow{Verb::Abandon, u"abandon", "gives up an update that has not changed the installation",
+        kStartOptions,
+        "process_id",
+        {"start --target app --state state --no-wait"}},
+    VerbRow{Verb::Status,
+            u"status",
+            "says where every update of the installation stands",
+            "",
+            kStatusOptions,
+            "updates, installed, highest_sequence, last_result",
+            {"status --target app --state state --key public.pem"}},
+    VerbRow{Verb::Finish,
+            u"finish",
+            "removes what installed and abandoned updates have left",
+            "Verifies the whole installation against the installed release.",
+            kStatusOptions,
+            "",
+            {"finish --target app --state state --key public.pem"}},
+    VerbRow{Verb::Abandon,
+            u"abandon",
+            "gives up an update that has not changed the installation",
             "An update that is applying, restoring or committed cannot be given up.",
-            kAbandonOptions, "abandon --target app --state state"},
-    VerbRow{Verb::Adopt, u"adopt", "notes which release is installed, after a setup program",
+            kAbandonOptions,
+            "",
+            {"abandon --target app --state state"}},
+    VerbRow{Verb::Adopt,
+            u"adopt",
+            "notes which release is installed, after a setup program",
             "Proves that the installation holds every file of the release. The way out of an "
             "update\nthat is damaged or foreign, once the full package has been installed.",
             kAdoptOptions,
-            "adopt --target app --state state --key public.pem --release release.json"},
-    VerbRow{Verb::Help, u"help", "explains a verb", "", {}, "help prepare"},
+            "",
+            {"adopt --target app --state state --key public.pem --release release.json"}},
+    VerbRow{Verb::Help, u"help", "explains a verb", "", {}, "", {"help prepare"}},
 };
 
 const VerbRow* VerbNamed(Value name) {
@@ -255,7 +290,16 @@ std::string HelpOf(const VerbRow& verb) {
     text.append(row).append(option.help);
     text += one.need == Need::Required ? " (needed)\n" : "\n";
   }
-  return text.append("\nExample:\n  TolvarineUpdateTool ").append(verb.example).append("\n");
+  if (!verb.options.empty()) {
+    text.append("\nThe JSON object has the members verb, outcome, reasons");
+    if (!verb.members.empty()) text.append(" and, when it is done,\n").append(verb.members);
+    text.append(".\n");
+  }
+  text.append("\nExample:\n");
+  for (const std::string_view example : verb.examples) {
+    if (!example.empty()) text.append("  TolvarineUpdateTool ").append(example).append("\n");
+  }
+  return text;
 }
 
 std::string HelpOfTool() {

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -62,7 +63,9 @@ struct VerbRow {
   std::string_view summary;  // One line.
   std::string_view help;     // Further lines.
   std::span<const VerbOption> options;
-  std::string_view example;  // The arguments behind the program's name.
+  // The members of the JSON object that the verb writes when it is done, besides those that all have.
+  std::string_view members;
+  std::array<std::string_view, 2> examples;  // The arguments behind the program's name, or empty.
 };
 
 [[nodiscard]] std::span<const VerbRow> AllVerbs();
