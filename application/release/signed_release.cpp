@@ -10,6 +10,7 @@
 #include "release/file_bytes.h"
 #include "release/strict_json.h"
 #include "text/decimal.h"
+#include "text/system_error.h"
 #include "text/utf8.h"
 
 namespace tolvarine::updater::application {
@@ -20,7 +21,7 @@ using Json = nlohmann::json;
 constexpr std::size_t kDepthLimit = 3;  // The object, its array, and the objects in it.
 
 [[noreturn]] void Refuse(const std::string& what) {
-  throw std::runtime_error("The signed release is not sound: " + what + ".");
+  throw BadRelease("The signed release is not sound: " + what + ".");
 }
 
 struct Envelope {
@@ -59,6 +60,16 @@ Envelope ReadEnvelope(std::string_view text) {
   return envelope;
 }
 
+ReleaseDescription Described(std::string_view payload) {
+  try {
+    return ParseDescription(payload);
+  } catch (const SystemError&) {
+    throw;
+  } catch (const std::runtime_error& failure) {
+    throw BadRelease(failure.what());
+  }
+}
+
 void AppendField(std::string& text, std::string_view field) {
   text.push_back(' ');
   AppendDecimal(text, field.size());
@@ -83,7 +94,7 @@ VerifiedRelease VerifyRelease(std::string envelope, std::span<const PublicKey> k
         keys, [&](const PublicKey& key) { return VerifySignature(key, message, signature); });
   });
   if (!verified) Refuse("no signature is valid for the keys that are trusted");
-  ReleaseDescription description = ParseDescription(parsed.payload);
+  ReleaseDescription description = Described(parsed.payload);
   return {std::move(envelope), std::move(description),
           Utf16FromUtf8(Sha256OfBytes(parsed.payload))};
 }

@@ -13,6 +13,7 @@
 #pragma once
 
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -29,15 +30,23 @@ inline constexpr std::size_t kEnvelopeByteLimit = std::size_t{24} << 20;
 [[nodiscard]] std::string PreAuthenticationEncoding(std::string_view type,
                                                     std::string_view payload);
 
+// An envelope that is not sound, not signed by a key that is trusted, or of no use. Other failures of
+// the functions below are of the system, and say nothing of the release.
+class BadRelease : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
 struct VerifiedRelease {
   std::string envelope;            // The whole file, byte for byte.
   ReleaseDescription description;  // Parsed from the verified payload.
   std::u16string id;  // The update's id: the SHA-256 of the payload, 64 lower-case digits.
 };
 
-// Verifies an envelope. One valid signature by any of the keys counts. Throws std::runtime_error,
-// with a sentence that says what is wrong, for an envelope of another form or type, for one without
-// a valid signature, and for a payload that ParseDescription refuses.
+// Verifies an envelope. One valid signature by any of the keys counts. Throws BadRelease, with a
+// sentence that says what is wrong, for an envelope of another form or type, for one without a
+// valid signature, and for a payload that ParseDescription refuses; and std::runtime_error where
+// the system's library cannot be used.
 [[nodiscard]] VerifiedRelease VerifyRelease(std::string envelope, std::span<const PublicKey> keys);
 
 // Reads a file of at most kEnvelopeByteLimit bytes once and verifies it. Also throws SystemError where

@@ -42,15 +42,21 @@ ReadRecord ReadOne(const Path& path) {
   if (status.kind == FileKind::not_found) return {};
   if (status.kind == FileKind::none) return {.state = RecordState::Unreadable};
   if (status.kind != FileKind::regular) return {.state = RecordState::Damaged};
+  std::string text;
   try {
-    std::optional<nlohmann::json> record = ParseRecord(ReadFileBytes(path, kByteLimit));
-    if (!record) return {.state = RecordState::Damaged};
-    return {RecordState::Sound, *std::move(record)};
+    text = ReadFileBytes(path, kByteLimit);
   } catch (const SystemError& failure) {
     if (IsNotFoundError(failure.code())) return {};
     return {.state = RecordState::Unreadable};
   } catch (const std::runtime_error&) {
     return {.state = RecordState::Damaged};  // Larger than any record.
+  }
+  try {
+    std::optional<nlohmann::json> record = ParseRecord(text);
+    if (!record) return {.state = RecordState::Damaged};
+    return {RecordState::Sound, *std::move(record)};
+  } catch (const std::runtime_error&) {
+    return {.state = RecordState::Unreadable};  // The system cannot hash.
   }
 }
 
@@ -85,7 +91,11 @@ LoadedRecord LoadRecord(const Path& file, const Path& second) {
   RecordState worst = RecordState::Missing;
   for (const Path& path : {file, second}) {
     ReadRecord read = ReadOne(path);
-    if (read.state == RecordState::Sound) return {read.state, std::move(read.record)};
+    const bool first_unreadable =
+        worst == RecordState::Missing && read.state == RecordState::Unreadable;
+    if (first_unreadable || read.state == RecordState::Sound) {
+      return {read.state, std::move(read.record)};
+    }
     // The states stand in the order in which they matter here.
     if (read.state > worst) worst = read.state;
   }

@@ -33,8 +33,8 @@ struct LoadedRecord {
 };
 
 // The record of `file`, or of `second` where the first is missing or damaged. Damaged: one of them is
-// there and neither is sound. Unreadable: neither is sound and one that exists cannot be opened or
-// read just now. Throws nothing but exhausted memory.
+// there and neither is sound. Unreadable: one that counts exists and cannot be opened or read just
+// now; `second`, which may be older, does not stand in for such a `file`. Throws nothing but exhausted memory.
 [[nodiscard]] LoadedRecord LoadRecord(const Path& file, const Path& second);
 
 }  // namespace tolvarine::updater::application

@@ -20,13 +20,9 @@ VerbResult Abandon(const Installation& installation, const std::u16string& id) {
   return UnderLocks<VerbResult>(
       installation,
       [&](InstallationLocks&, const std::vector<WorkspaceStatus>& workspaces, VerbResult& result) {
-        const WorkspaceStatus* const chosen = ChooseWorkspace(workspaces, id, result);
+        const WorkspaceStatus* const chosen =
+            ChooseWorkspace(workspaces, id, CanBeAbandoned, "cannot be abandoned", result);
         if (chosen == nullptr) return;
-        const WorkspaceState state = chosen->report.state;
-        if (!CanBeAbandoned(state)) {
-          RefuseState(*chosen, "cannot be abandoned", result);
-          return;
-        }
         SweepRestored(installation, *chosen);
         // Noted before, so that a Finish after a power cut keeps what is moved now.
         NoteResult(installation, chosen->id, "abandoned");

@@ -26,6 +26,12 @@ void RequireRelease(const Installation& installation, const AdoptRequest& reques
   }
 }
 
+// To adopt is the way out of a damaged ledger.
+Ledger LedgerBefore(const Installation& installation) {
+  if (LoadLedger(installation).state == RecordState::Damaged) return {};
+  return ReadLedger(installation);
+}
+
 }  // namespace
 
 VerbResult Adopt(const Installation& installation, const AdoptRequest& request) {
@@ -39,8 +45,9 @@ VerbResult Adopt(const Installation& installation, const AdoptRequest& request) 
         }
         RequireRelease(installation, request);
         WriteFileDurably(InstalledManifestOf(installation), request.release.envelope);
-        NoteInstalled(installation, request.release, "adopted");
+        NoteInstalled(installation, LedgerBefore(installation), request.release, "adopted");
         for (const WorkspaceStatus& workspace : workspaces) {
+          SweepTemporaries(installation, workspace);
           AbandonUpdate(installation, workspace.id);
         }
       });

@@ -46,7 +46,7 @@ bool IsInstalled(const WorkspaceStatus& workspace) {
 void Finishing::NoteAndVerify(const WorkspaceStatus& workspace) {
   const UpdatePaths paths = PathsOf(installation_, workspace.id);
   const VerifiedRelease release = ReadRelease(paths.completed, keys_);
-  NoteInstalled(installation_, release, "installed");
+  NoteInstalled(installation_, ReadLedger(installation_), release, "installed");
   Path different;
   if (HoldsRelease(installation_.target, release.description, progress_, different)) return;
   result_.reasons.push_back({ReasonCode::ChangedFile,
@@ -94,18 +94,13 @@ void Finishing::RemoveUnneeded() const {
 }
 
 void Finishing::Run() {
-  const bool unfinished = std::ranges::any_of(
-      workspaces_, [](const WorkspaceStatus& one) { return IsUnfinished(one.report.state); });
+  if (!RequireNoUnfinished(workspaces_, result_)) return;
   for (const WorkspaceStatus& workspace : workspaces_) {
     if (IsInstalled(workspace)) NoteAndVerify(workspace);
   }
   for (const WorkspaceStatus& workspace : workspaces_) {
     const bool remainder = workspace.report.state == WorkspaceState::Remainder;
     if (IsInstalled(workspace) || remainder) Remove(workspace);
-  }
-  if (unfinished) {
-    RequireNoUnfinished(workspaces_, result_);
-    return;
   }
   RemoveUnneeded();
   // Updates that were given up keep their baseline copies until another one is installed.

@@ -6,7 +6,7 @@
 #include "files/unique_handle.h"
 #include "platform/files.h"
 #include "system/volumes.h"
-#include "text/system_error.h"
+#include "update/verb_failure.h"
 
 namespace tolvarine::updater::application {
 namespace {
@@ -29,20 +29,34 @@ std::optional<VerifiedRelease> ReadInstalledRelease(const Installation& installa
   if (QueryLinkStatus(manifest).kind == FileKind::not_found) return std::nullopt;
   try {
     return ReadRelease(manifest, keys);
-  } catch (const SystemError&) {
-    throw;
-  } catch (const std::runtime_error&) {
+  } catch (const BadRelease&) {
     return std::nullopt;
   }
 }
 
-void NoteInstalled(const Installation& installation, const VerifiedRelease& release,
-                   std::string outcome) {
-  Ledger ledger = LoadLedger(installation).ledger;
-  if (release.description.sequence >= ledger.highest_sequence) {
-    ledger.highest_sequence = release.description.sequence;
-    ledger.highest_id = release.id;
+Ledger ReadLedger(const Installation& installation) {
+  LoadedLedger loaded = LoadLedger(installation);
+  if (loaded.state == RecordState::Unreadable) {
+    throw VerbFailure(ReasonCode::SystemFailure,
+                      "The ledger of the installation cannot be read just now. Try again.");
   }
+  if (loaded.state == RecordState::Damaged) {
+    throw VerbFailure(ReasonCode::LedgerDamaged,
+                      "The ledger of the installation is damaged, so that it is not known which "
+                      "releases were installed. Install the full package, then adopt.");
+  }
+  return std::move(loaded.ledger);
+}
+
+void Include(Ledger& ledger, const VerifiedRelease& release) {
+  if (release.description.sequence < ledger.highest_sequence) return;
+  ledger.highest_sequence = release.description.sequence;
+  ledger.highest_id = release.id;
+}
+
+void NoteInstalled(const Installation& installation, Ledger ledger, const VerifiedRelease& release,
+                   std::string outcome) {
+  Include(ledger, release);
   // A release that a person accepts by name is one that nobody has gone back from any more.
   std::erase(ledger.gone_back_from, release.id);
   ledger.target = installation.target;
@@ -54,10 +68,9 @@ void NoteInstalled(const Installation& installation, const VerifiedRelease& rele
 }
 
 void NoteResult(const Installation& installation, const std::u16string& id, std::string outcome) {
-  LoadedLedger loaded = LoadLedger(installation);
-  if (loaded.state == RecordState::Damaged || loaded.state == RecordState::Unreadable) return;
-  loaded.ledger.last = {id, std::move(outcome)};
-  SaveLedger(installation, loaded.ledger);
+  Ledger ledger = ReadLedger(installation);
+  ledger.last = {id, std::move(outcome)};
+  SaveLedger(installation, ledger);
 }
 
 }  // namespace tolvarine::updater::application

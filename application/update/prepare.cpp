@@ -34,7 +34,7 @@ class Preparation {
   void Carry();
 
  private:
-  [[nodiscard]] bool RulesAllow();
+  [[nodiscard]] bool SequenceAllows();
   [[nodiscard]] bool HasBegun() const;
   void UseFixedSubset();
   void AbandonOthers();
@@ -55,18 +55,11 @@ class Preparation {
 
 // --- Examining -----------------------------------------------------------------------------------
 
-bool Preparation::RulesAllow() {
-  if (!RequireNoUnfinished(workspaces_, result())) return false;
-  const LoadedLedger ledger = LoadLedger(installation_);
-  if (ledger.state == RecordState::Damaged || ledger.state == RecordState::Unreadable) {
-    const bool damaged = ledger.state == RecordState::Damaged;
-    Refuse(result(), damaged ? ReasonCode::LedgerDamaged : ReasonCode::SystemFailure,
-           damaged ? "The ledger of the installation is damaged, so that it is not known which "
-                     "releases were installed. Install the full package, then adopt."
-                   : "The ledger of the installation cannot be read just now. Try again.");
-    return false;
-  }
-  const std::string refusal = RefusalOf(ledger.ledger, request_.release.description.sequence,
+bool Preparation::SequenceAllows() {
+  Ledger ledger = ReadLedger(installation_);
+  // An update that has been installed is noted only when it is finished.
+  if (installed_) Include(ledger, *installed_);
+  const std::string refusal = RefusalOf(ledger, request_.release.description.sequence,
                                         request_.release.id, request_.accepted_sequence);
   if (!refusal.empty()) Refuse(result(), ReasonCode::OldSequence, refusal);
   return refusal.empty();
@@ -109,14 +102,20 @@ void Preparation::UseFixedSubset() {
     return;
   }
   LoadedRequest loaded = LoadRequest(paths_);
+  if (loaded.state == RecordState::Unreadable) {
+    throw VerbFailure(ReasonCode::SystemFailure,
+                      "The request of the update cannot be read just now. Try again.",
+                      paths_.request);
+  }
   if (loaded.state != RecordState::Sound) return;
   difference_.changed = std::move(loaded.request.inventory);
   difference_.deletions = std::move(loaded.request.deletions);
 }
 
 bool Preparation::Examine() {
-  if (!RulesAllow()) return false;
+  if (!RequireNoUnfinished(workspaces_, result())) return false;
   installed_ = ReadInstalledRelease(installation_, keys_);
+  if (!SequenceAllows()) return false;
   difference_ = FindDifference(installation_.target, request_.release.description,
                                installed_ ? &installed_->description : nullptr, request_.progress);
   prepared_.unchanged = difference_.unchanged;
@@ -155,12 +154,20 @@ void Preparation::AbandonOthers() {
   }
 }
 
-// The same release again: what its first installation left must not be taken for this one's.
+// What is said of an installed update is no longer true once another one is under way, nor may it be
+// taken for the same release's next one. The stage of the latter has been renewed and stays.
 void Preparation::RetireInstalled() {
-  const WorkspaceStatus* const own = FindWorkspace(workspaces_, request_.release.id);
-  if (own == nullptr || own->report.state != WorkspaceState::Installed) return;
-  NoteInstalled(installation_, request_.release, "installed");
-  AbandonUpdate(installation_, own->id);
+  for (const WorkspaceStatus& workspace : workspaces_) {
+    if (workspace.report.state != WorkspaceState::Installed) continue;
+    const UpdatePaths paths = PathsOf(installation_, workspace.id);
+    NoteInstalled(installation_, ReadLedger(installation_), ReadRelease(paths.completed, keys_),
+                  "installed");
+    if (workspace.id == request_.release.id) {
+      MoveToAbandoned(installation_, paths.workspace);
+    } else {
+      AbandonUpdate(installation_, workspace.id);
+    }
+  }
 }
 
 void Preparation::ClearReadOnly() const {
@@ -183,11 +190,9 @@ void Preparation::ClearReadOnly() const {
   for (const Path& path : difference_.deletions) clear(path);
 }
 
+// What can be cancelled, and what the package can fail at, comes before other updates are given up.
 // The pending marker comes last: with it the update is prepared.
 void Preparation::Carry() {
-  AbandonOthers();
-  RetireInstalled();
-  ClearReadOnly();
   if (installed_ && installed_->id != request_.release.id) {
     KeepFormerFiles(installation_, *installed_, difference_, request_.progress);
   }
@@ -198,6 +203,9 @@ void Preparation::Carry() {
                         .updater = CopyUpdater(installation_, request_.updater,
                                                installed_ ? &installed_->description : nullptr)};
   request.source = StageRelease(paths_, request_.package, request.inventory, request_.progress);
+  RetireInstalled();
+  AbandonOthers();
+  ClearReadOnly();
   SaveRequest(paths_, request);
   WriteFileDurably(paths_.release, request_.release.envelope);
   WriteFileDurably(paths_.pending, request_.release.envelope);

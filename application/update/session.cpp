@@ -38,20 +38,26 @@ bool RequireNoUnfinished(const std::vector<WorkspaceStatus>& workspaces, VerbRes
 }
 
 const WorkspaceStatus* ChooseWorkspace(const std::vector<WorkspaceStatus>& workspaces,
-                                       const std::u16string& id, VerbResult& result) {
-  const auto found =
-      id.empty() ? workspaces.begin() : std::ranges::find(workspaces, id, &WorkspaceStatus::id);
-  if (found == workspaces.end()) {
+                                       const std::u16string& id, bool (*allows)(WorkspaceState),
+                                       std::string_view what, VerbResult& result) {
+  std::vector<const WorkspaceStatus*> meant;
+  std::vector<const WorkspaceStatus*> allowed;
+  for (const WorkspaceStatus& workspace : workspaces) {
+    if (!id.empty() && workspace.id != id) continue;
+    meant.push_back(&workspace);
+    if (allows(workspace.report.state)) allowed.push_back(&workspace);
+  }
+  if (allowed.size() == 1) return allowed.front();
+  if (meant.empty()) {
     Refuse(result, ReasonCode::NoSuchUpdate,
            "There is no such update. Prepare it first, or look at the status.");
-    return nullptr;
-  }
-  if (id.empty() && workspaces.size() > 1) {
+  } else if (meant.size() > 1) {
     Refuse(result, ReasonCode::NoSuchUpdate,
            "There is more than one update. Name the one that is meant; the status lists them.");
-    return nullptr;
+  } else {
+    RefuseState(*meant.front(), what, result);
   }
-  return &*found;
+  return nullptr;
 }
 
 }  // namespace tolvarine::updater::application

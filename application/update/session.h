@@ -28,14 +28,17 @@ void Refuse(VerbResult& result, ReasonCode code, std::string text, Path path = {
 // Returns whether there is none.
 bool RequireNoUnfinished(const std::vector<WorkspaceStatus>& workspaces, VerbResult& result);
 
-// The workspace of this id, or, for an empty id, the only one. Refuses, with NoSuchUpdate, and returns
-// null where there is none, or more than one for an empty id.
-[[nodiscard]] const WorkspaceStatus* ChooseWorkspace(const std::vector<WorkspaceStatus>& workspaces,
-                                                     const std::u16string& id, VerbResult& result);
-
 // Refuses because of the state of a workspace: `what` completes "The update … ". An unfinished update
 // makes the outcome UnfinishedUpdate.
 void RefuseState(const WorkspaceStatus& workspace, std::string_view what, VerbResult& result);
+
+// The workspace of this id, or, for an empty id, the only one whose state `allows` the verb, or else
+// the only one. Refuses and returns null where there is none, or more than one (NoSuchUpdate), and
+// where its state does not allow the verb; `what` is as above.
+[[nodiscard]] const WorkspaceStatus* ChooseWorkspace(const std::vector<WorkspaceStatus>& workspaces,
+                                                     const std::u16string& id,
+                                                     bool (*allows)(WorkspaceState),
+                                                     std::string_view what, VerbResult& result);
 
 // Carries out a verb under both locks: `work` is given the locks and the states. Where a lock is taken,
 // or work throws, the result says so. `Result` has a member `result`, or is a VerbResult.

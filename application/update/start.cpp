@@ -221,12 +221,9 @@ StartedUpdate Start(const Installation& installation, const StartRequest& reques
   return UnderLocks<StartedUpdate>(installation, [&](InstallationLocks& locks,
                                                      const std::vector<WorkspaceStatus>& workspaces,
                                                      StartedUpdate& started) {
-    const WorkspaceStatus* const chosen = ChooseWorkspace(workspaces, request.id, started.result);
+    const WorkspaceStatus* const chosen =
+        ChooseWorkspace(workspaces, request.id, CanBeStarted, "cannot be started", started.result);
     if (chosen == nullptr) return;
-    if (!CanBeStarted(chosen->report.state)) {
-      RefuseState(*chosen, "cannot be started", started.result);
-      return;
-    }
     for (const WorkspaceStatus& other : workspaces) {
       const bool unfinished = &other != chosen && IsUnfinished(other.report.state);
       if (unfinished) RefuseState(other, "is unfinished", started.result);

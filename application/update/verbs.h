@@ -78,10 +78,11 @@ struct PreparedUpdate {
                                    std::span<const PublicKey> keys);
 
 // Makes everything durable that the update needs; its last step is the pending marker, so that the
-// state is `prepared` exactly when all of it is there. Updates that are prepared, backing-up or
-// restored under another id are abandoned first. A workspace of the same id that is prepared,
-// backing-up or restored keeps the subset that was fixed for it, and is completed or left as it is; one
-// that is installed is retired first.
+// state is `prepared` exactly when all of it is there. Before it, once the release is staged, updates
+// that are prepared, backing-up or restored under another id are abandoned, and installed ones are
+// noted in the ledger and retired: until then, a preparation that is cancelled or fails changes the
+// state of none. A workspace of the same id that is prepared, backing-up or restored keeps the subset
+// that was fixed for it.
 [[nodiscard]] PreparedUpdate Prepare(const Installation& installation,
                                      const PrepareRequest& request,
                                      std::span<const PublicKey> keys);
@@ -106,12 +107,12 @@ struct StartedUpdate {
 // --- The rest ------------------------------------------------------------------------------------
 
 // Gives up an update that is prepared, backing-up or restored, or a remainder; an empty id stands for
-// the only one. Temporaries and empty directories that a restored one left in the target are removed.
+// the only such one. Temporaries and empty directories that a restored one left in the target are removed.
 [[nodiscard]] VerbResult Abandon(const Installation& installation, const std::u16string& id);
 
 // Notes what is installed in the ledger and removes what finished, abandoned and unneeded updates left,
-// each transaction renamed away before it is removed. Baseline copies and abandoned updates stay until
-// an update is installed, and nothing of an unfinished update is touched.
+// each transaction renamed away before it is removed. Refused while an update is unfinished. Baseline
+// copies and abandoned updates stay until an update is installed.
 [[nodiscard]] VerbResult Finish(const Installation& installation, std::span<const PublicKey> keys,
                                 const ProgressCallback& progress = {});
 

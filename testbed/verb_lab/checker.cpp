@@ -444,8 +444,8 @@ void Checker::CheckStates(const Step& step, const DiskView& before, const DiskVi
 
 void Checker::CheckUnchanged(const Step& step, const DiskView& before, const DiskView& after) {
   const bool reads = step.verb == Verb::Status || step.verb == Verb::Check;
-  if (step.cut && !reads) return;
-  if (!step.cut && step.result.outcome == Outcome::Done && !reads) return;
+  // A cut can take back what earlier verbs have done.
+  if (step.cut || (step.result.outcome == Outcome::Done && !reads)) return;
   // A verb that failed midway goes on with the next call.
   if (!reads && HasReason(step, ReasonCode::SystemFailure)) return;
   const bool midway =

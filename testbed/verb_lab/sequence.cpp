@@ -459,6 +459,7 @@ void Sequence::Carry(Step step, Disturbance disturbance) {
 // --- The end -------------------------------------------------------------------------------------
 
 void Sequence::RequireDone(const Step& step) {
+  if (!result_.violations.empty()) return;
   Carry(step, Disturbance::None);
   if (last_.result.outcome == Outcome::Done) return;
   Violate(Invariant::kConverges, std::string(NameOf(step.verb)) + " is refused");
@@ -483,6 +484,7 @@ void Sequence::Converge() {
   RequireDone({.verb = Verb::Prepare, .release = &laboratory_.newest});
   RequireDone({.verb = Verb::Start});
   RequireDone({.verb = Verb::Finish});
+  if (!result_.violations.empty()) return;
   if (!last_.result.reasons.empty()) Violate(Invariant::kConverges, "finish has a warning");
   checker_.Converged(Look(laboratory_), laboratory_.fixture.Status());
 }
