@@ -34,7 +34,8 @@ Ledger LedgerBefore(const Installation& installation) {
 
 }  // namespace
 
-VerbResult Adopt(const Installation& installation, const AdoptRequest& request) {
+VerbResult Adopt(const Installation& installation, const AdoptRequest& request,
+                 std::span<const PublicKey> keys) {
   return UnderLocks<VerbResult>(
       installation,
       [&](InstallationLocks&, const std::vector<WorkspaceStatus>& workspaces, VerbResult& result) {
@@ -44,8 +45,13 @@ VerbResult Adopt(const Installation& installation, const AdoptRequest& request) 
           return;
         }
         RequireRelease(installation, request);
+        // An update that has been installed may not have been noted yet, and the manifest that says
+        // so is replaced.
+        Ledger ledger = LedgerBefore(installation);
+        const std::optional<VerifiedRelease> former = ReadInstalledRelease(installation, keys);
+        if (former) Include(ledger, *former);
+        NoteInstalled(installation, std::move(ledger), request.release, "adopted");
         WriteFileDurably(InstalledManifestOf(installation), request.release.envelope);
-        NoteInstalled(installation, LedgerBefore(installation), request.release, "adopted");
         for (const WorkspaceStatus& workspace : workspaces) {
           SweepTemporaries(installation, workspace);
           AbandonUpdate(installation, workspace.id);

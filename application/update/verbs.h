@@ -21,6 +21,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -122,7 +123,8 @@ struct AdoptRequest {
 };
 
 // For setup programs, and the way out of damaged and foreign: proves that the target holds every file
-// of the release, writes the installed manifest and the ledger, then retires every workspace.
-[[nodiscard]] VerbResult Adopt(const Installation& installation, const AdoptRequest& request);
+// of the release, writes the ledger and the installed manifest, then retires every workspace.
+[[nodiscard]] VerbResult Adopt(const Installation& installation, const AdoptRequest& request,
+                               std::span<const PublicKey> keys);
 
 }  // namespace tolvarine::updater::application

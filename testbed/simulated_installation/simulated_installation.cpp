@@ -112,7 +112,7 @@ application::VerbResult SimulatedInstallation::Abandon(const std::u16string& id)
 }
 
 application::VerbResult SimulatedInstallation::Adopt(const PackagedRelease& release) {
-  return application::Adopt(installation, {.release = release.release});
+  return application::Adopt(installation, {.release = release.release}, keys);
 }
 
 application::InstallationStatus SimulatedInstallation::Status() {

@@ -210,9 +210,9 @@ void Checker::Learn(const Step& step, const DiskView& before, const DiskView& af
   const bool done = !step.cut && step.result.outcome == Outcome::Done;
   if (step.verb == Verb::Prepare) {
     const std::u16string& id = step.release->release.id;
-    const bool begun = before.workspaces.contains(id) && MayLoseStage(StateOf(id, before));
+    const bool stood = before.workspaces.contains(id) && before.workspaces.at(id).pending;
     const auto own = after.workspaces.find(id);
-    if (!begun && own != after.workspaces.end() && own->second.pending) {
+    if (!stood && own != after.workspaces.end() && own->second.pending) {
       Plan(updates_[id], *step.release, before);
     }
   }

@@ -270,7 +270,8 @@ void Sequence::Call(Step& step, const application::ProgressCallback& progress) {
         break;
       case Verb::Adopt:
         step.result = application::Adopt(fixture.installation,
-                                         {.release = step.release->release, .progress = progress});
+                                         {.release = step.release->release, .progress = progress},
+                                         fixture.keys);
         break;
     }
   } catch (const simulated::PowerCut&) {

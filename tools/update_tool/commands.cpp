@@ -257,12 +257,14 @@ void CarryOut(const ParsedLine& line, const Surroundings& surroundings, Answer& 
       answer.result = app::Abandon(Locate(options), options.id);
       answer.text = "The update is given up.\n";
       return;
-    case Verb::Adopt:
-      answer.result =
-          app::Adopt(Locate(options), {.release = ReadSigned(options.release, ReadKeys(options)),
-                                       .progress = surroundings.progress});
+    case Verb::Adopt: {
+      const auto keys = ReadKeys(options);
+      answer.result = app::Adopt(
+          Locate(options),
+          {.release = ReadSigned(options.release, keys), .progress = surroundings.progress}, keys);
       answer.text = "The installation is adopted.\n";
       return;
+    }
     case Verb::Help:
       answer.text = line.about != nullptr ? HelpOf(*line.about) : HelpOfTool();
       return;
