@@ -191,6 +191,7 @@ void Checker::LearnFromStart(const Step& step, const DiskView& before, const Dis
     if (!ended || update.release == nullptr) continue;
     Note(*update.release);
     kept_.clear();
+    if (update.written_over) continue;
     for (const auto& [key, content] : update.lists) others_.erase(key);
   }
 }
@@ -394,7 +395,9 @@ void Checker::CheckStages(const Step& step, const DiskView& before, const DiskVi
               "the stage was removed");
     } else {
       const bool renewed = step.verb == Verb::Prepare && step.release->release.id == id;
-      Require(Invariant::kStageKept, !stands || renewed, "the workspace went before its stage");
+      // Of a remainder nothing was durable.
+      Require(Invariant::kStageKept, !stands || renewed || state == State::Remainder,
+              "the workspace went before its stage");
     }
   }
 }

@@ -309,6 +309,13 @@ void Sequence::LosePower() {
     volume.CutPower(changes, survival);
   }
   computer_.Restart();
+  // The packages are downloaded anew.
+  for (const PackagedRelease& release : laboratory_.releases) {
+    for (const auto& [path, content] : release.files) {
+      computer_.disk.WriteFile(JoinPath(release.package, path), content);
+    }
+  }
+  computer_.disks.Settle();
   if (!laboratory_.two_volumes) return;
   Files back = Look(laboratory_).target;
   std::erase_if(back, [&](const auto& file) { return before.contains(file.first); });
