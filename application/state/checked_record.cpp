@@ -42,15 +42,21 @@ ReadRecord ReadOne(const Path& path) {
   if (status.kind == FileKind::not_found) return {};
   if (status.kind == FileKind::none) return {.state = RecordState::Unreadable};
   if (status.kind != FileKind::regular) return {.state = RecordState::Damaged};
+  std::string text;
   try {
-    std::optional<nlohmann::json> record = ParseRecord(ReadFileBytes(path, kByteLimit));
-    if (!record) return {.state = RecordState::Damaged};
-    return {RecordState::Sound, *std::move(record)};
+    text = ReadFileBytes(path, kByteLimit);
   } catch (const SystemError& failure) {
     if (IsNotFoundError(failure.code())) return {};
     return {.state = RecordState::Unreadable};
   } catch (const std::runtime_error&) {
     return {.state = RecordState::Damaged};  // Larger than any record.
+  }
+  try {
+    std::optional<nlohmann::json> record = ParseRecord(text);
+    if (!record) return {.state = RecordState::Damaged};
+    return {RecordState::Sound, *std::move(record)};
+  } catch (const std::runtime_error&) {
+    return {.state = RecordState::Unreadable};  // The system cannot hash.
   }
 }
 

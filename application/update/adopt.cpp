@@ -1,7 +1,5 @@
 #include <map>
 
-#include "engine/entry_temporary.h"
-#include "files/failure.h"
 #include "files/file_operations.h"
 #include "lists/release_path.h"
 #include "text/utf8.h"
@@ -74,17 +72,6 @@ void RequireRelease(const Installation& installation, const AdoptRequest& reques
   }
 }
 
-// Temporaries of an updater that was cut off.
-void RemoveTemporaries(const Installation& installation, const WorkspaceStatus& workspace) {
-  if (!workspace.report.journal) return;
-  for (const JournalEntry& entry : workspace.report.journal->entries) {
-    const Path path = JoinPath(installation.target, TemporaryOf(entry));
-    if (QueryLinkStatus(path).kind != FileKind::regular) continue;
-    const std::uint32_t code = RemoveEntry(path).error;
-    if (code != 0) throw FilesystemError("remove", code, path);
-  }
-}
-
 }  // namespace
 
 // The workspaces go first: one that a power cut left behind would be resumed over what is adopted.
@@ -100,11 +87,15 @@ VerbResult Adopt(const Installation& installation, const AdoptRequest& request,
         }
         const Paths of_others = FilesOfOthers(installation, request, keys, workspaces);
         RequireRelease(installation, request, of_others);
+        // What was installed before counts, noted or not.
+        if (const auto installed = ReadInstalledRelease(installation, keys)) {
+          NoteInstalled(installation, *installed, "adopted");
+        }
         for (const VerifiedRelease& release : InstalledUpdates(installation, workspaces)) {
           NoteInstalled(installation, release, "adopted");
         }
         for (const WorkspaceStatus& workspace : workspaces) {
-          RemoveTemporaries(installation, workspace);
+          SweepTemporaries(installation, workspace);
           AbandonUpdate(installation, workspace.id);
         }
         WriteFileDurably(InstalledManifestOf(installation), request.release.envelope);

@@ -112,22 +112,30 @@ void StageFile(const Path& package, const SourceInventoryEntry& row, const Path&
   }
 }
 
+void RenameDirectory(const Path& from, const Path& to) {
+  if (platform::MoveFileExW(from.c_str(), to.c_str(), platform::kMovefileWriteThrough)) return;
+  throw FilesystemError("rename", platform::GetLastError(), from);
+}
+
 void CopyPackage(const UpdatePaths& paths, const Path& package, const SourceInventory& inventory,
                  const ProgressCallback& progress) {
   // Shorter than the stage's name, so that no path is too long only here.
   const Path unfinished = JoinPath(paths.stages, u"new");
+  const Path former = JoinPath(paths.stages, u"old");
   RemoveDirectory(unfinished);
-  RemoveDirectory(paths.stage);
+  RemoveDirectory(former);
   std::uint64_t total = 0;
   for (const SourceInventoryEntry& row : inventory) total += row.size;
   Meter meter(ProgressStep::Staging, total, progress);
   for (const SourceInventoryEntry& row : inventory) {
     StageFile(package, row, JoinPath(unfinished, row.path), meter);
   }
-  if (!platform::MoveFileExW(unfinished.c_str(), paths.stage.c_str(),
-                             platform::kMovefileWriteThrough)) {
-    throw FilesystemError("rename", platform::GetLastError(), paths.stage);
+  // A stage that cannot be replaced stays whole.
+  if (QueryLinkStatus(paths.stage).kind != FileKind::not_found) {
+    RenameDirectory(paths.stage, former);
   }
+  RenameDirectory(unfinished, paths.stage);
+  RemoveDirectory(former);
 }
 
 bool HoldsInventory(const Path& stage, const SourceInventory& inventory) {

@@ -23,7 +23,8 @@ namespace tolvarine::updater::application {
 // flushed, in a directory that is renamed once it is complete.
 //
 // Throws VerbFailure (PackageMismatch) where a file of the package is missing or not the one
-// described, Cancelled, and what the file operations throw. The stage is then missing or unfinished.
+// described, Cancelled, and what the file operations throw. A stage that stood then stays as it was,
+// or is missing.
 [[nodiscard]] Path StageRelease(const UpdatePaths& paths, const Path& package,
                                 const SourceInventory& inventory, const ProgressCallback& progress);
 

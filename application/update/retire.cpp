@@ -1,12 +1,17 @@
 #include "update/retire.h"
 
 #include <algorithm>
+#include <stdexcept>
+#include <vector>
 
 #include "engine/cleanup.h"
+#include "engine/entry_temporary.h"
+#include "files/canonical_path.h"
 #include "files/failure.h"
 #include "files/file_operations.h"
 #include "platform/error_codes.h"
 #include "platform/files.h"
+#include "state/request.h"
 #include "text/decimal.h"
 #include "text/utf8.h"
 
@@ -50,6 +55,23 @@ void AbandonUpdate(const Installation& installation, const std::u16string& id) {
   const UpdatePaths paths = PathsOf(installation, id);
   MoveToAbandoned(installation, paths.stages);
   MoveToAbandoned(installation, paths.workspace);
+}
+
+void SweepTemporaries(const Installation& installation, const WorkspaceStatus& workspace) {
+  std::vector<Path> paths;
+  if (workspace.report.journal) {
+    for (const JournalEntry& entry : workspace.report.journal->entries) paths.push_back(entry.path);
+  } else {
+    const LoadedRequest request = LoadRequest(PathsOf(installation, workspace.id));
+    for (const SourceInventoryEntry& row : request.request.inventory) paths.push_back(row.path);
+  }
+  for (const Path& path : paths) {
+    try {
+      RemoveEntry(SafeJoin(installation.target, path + Path(kTemporarySuffix), "temporary"));
+    } catch (const std::runtime_error&) {
+      continue;  // It does not lie in the target.
+    }
+  }
 }
 
 void SweepRestored(const Installation& installation, const WorkspaceStatus& workspace) {

@@ -17,6 +17,10 @@ Path MoveToAbandoned(const Installation& installation, const Path& directory);
 // Moves the stages of an update and then its workspace, each as above.
 void AbandonUpdate(const Installation& installation, const std::u16string& id);
 
+// Removes the temporaries that an updater has left in the target, as far as its journal or else its
+// request names them and as they can be removed.
+void SweepTemporaries(const Installation& installation, const WorkspaceStatus& workspace);
+
 // Removes the temporaries and empty directories that an update in `restored` has left in the target, as
 // far as they can be removed. Does nothing for any other state.
 void SweepRestored(const Installation& installation, const WorkspaceStatus& workspace);

@@ -43,11 +43,16 @@ SimulatedInstallation::SimulatedInstallation(char16_t state_drive)
 // As a process of its own does: with its own command line and id, and an empty log path.
 void SimulatedInstallation::RunUpdater(const CreatedProcess& process) {
   exit_code.reset();
-  const std::uint32_t caller = std::exchange(computer.processes.own_id, process.id);
+  // Also where a power cut ends the updater.
+  struct OwnId {
+    std::uint32_t& current;
+    std::uint32_t caller;
+    ~OwnId() { current = caller; }
+  };
+  const OwnId own{computer.processes.own_id, std::exchange(computer.processes.own_id, process.id)};
   computer.desktop.command_line = process.command_line;
   UpdateLogPath().clear();
   exit_code = updater::RunUpdater();
-  computer.processes.own_id = caller;
   computer.processes.by_id[process.id].exits_after_ms = computer.clock.elapsed_ms;
 }
 

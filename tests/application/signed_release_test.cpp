@@ -116,6 +116,8 @@ TEST(SignedRelease, AnEnvelopeIsRefusedUnlessOneKeyHasSignedExactlyThisPayload) 
   EXPECT_TRUE(RefusalOf(good, {}).ends_with(untrusted));
   EXPECT_TRUE(RefusalOf(good, {foreign.PublicPart()}).ends_with(untrusted));
   EXPECT_TRUE(RefusalOf(foreign.Envelope(kPayload), fixture.keys).ends_with(untrusted));
+  // What nobody has signed is not looked into.
+  EXPECT_TRUE(RefusalOf(foreign.Envelope("no payload"), fixture.keys).ends_with(untrusted));
   const std::string other = EncodeBase64(Replaced(kPayload, "\"sequence\":2", "\"sequence\":3"));
   EXPECT_TRUE(
       RefusalOf(Replaced(good, EncodeBase64(kPayload), other), fixture.keys).ends_with(untrusted));

@@ -249,6 +249,8 @@ TEST_F(Verbs, AFullPackageInstalledOverAStuckUpdateIsAdopted) {
   ASSERT_EQ(fixture.Prepare(second).result.outcome, Outcome::Done);
   LeaveRestoring();
   fixture.InstallFully(third, &kSecond);
+  EXPECT_EQ(ReasonsOf(fixture.Adopt(third)), "not-the-release") << "a file of the first is left";
+  fixture.computer.disk.Remove(JoinPath(fixture.target, u"gone.txt"));
   EXPECT_EQ(fixture.StateOf(second), WorkspaceState::Foreign);
   EXPECT_EQ(fixture.Start().result.outcome, Outcome::UnfinishedUpdate);
   EXPECT_EQ(ReasonsOf(fixture.Adopt(second)), "not-the-release");

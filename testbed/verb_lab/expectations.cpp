@@ -1,0 +1,152 @@
+// How an undisturbed verb has to end, by what the laboratory knows.
+
+#include <algorithm>
+
+#include "verb_lab/checker.h"
+
+namespace tolvarine::updater::verb_lab {
+
+using application::IsUnfinished;
+using application::Outcome;
+using application::ReasonCode;
+
+namespace {
+
+bool MayStart(application::WorkspaceState state) {
+  using State = application::WorkspaceState;
+  return state == State::Prepared || state == State::BackingUp || state == State::Restored ||
+         state == State::Applying || state == State::Restoring || state == State::Committed;
+}
+
+bool MayBeAbandoned(application::WorkspaceState state) {
+  using State = application::WorkspaceState;
+  return state == State::Prepared || state == State::BackingUp || state == State::Restored ||
+         state == State::Remainder;
+}
+
+bool HasReason(const application::VerbResult& result, ReasonCode code) {
+  return std::ranges::any_of(result.reasons, [&](const application::Reason& reason) {
+    return reason.code == code && !reason.warning;
+  });
+}
+
+}  // namespace
+
+bool Checker::AnyUnfinished(const DiskView& view) const {
+  return std::ranges::any_of(view.workspaces, [&](const auto& workspace) {
+    return IsUnfinished(StateOf(workspace.first, view));
+  });
+}
+
+// The workspace that a verb acts on is the one named, or else the only one that it can act on.
+Checker::Expected Checker::ExpectOf(const std::u16string& id, bool (*allows)(State),
+                                    const DiskView& before, std::u16string* chosen) const {
+  std::vector<std::u16string> all;
+  std::vector<std::u16string> allowed;
+  for (const auto& [one, workspace] : before.workspaces) {
+    if (!id.empty() && one != id) continue;
+    all.push_back(one);
+    if (allows(StateOf(one, before))) allowed.push_back(one);
+  }
+  const std::vector<std::u16string>& choice = allowed.empty() ? all : allowed;
+  if (choice.size() != 1) return {Outcome::Refused, ReasonCode::NoSuchUpdate};
+  if (chosen != nullptr) *chosen = choice.front();
+  if (!allowed.empty()) return {};
+  if (IsUnfinished(StateOf(choice.front(), before))) {
+    return {Outcome::UnfinishedUpdate, ReasonCode::UnfinishedUpdate};
+  }
+  return {Outcome::Refused, ReasonCode::WrongState};
+}
+
+Checker::Expected Checker::ExpectPrepare(const Step& step, const DiskView& before) const {
+  if (AnyUnfinished(before)) return {Outcome::UnfinishedUpdate, ReasonCode::UnfinishedUpdate};
+  const application::VerifiedRelease& release = step.release->release;
+  const std::uint64_t sequence = release.description.sequence;
+  if (sequence != step.accepted_sequence) {
+    const bool other = sequence == highest_ && release.id != highest_id_;
+    if (sequence < highest_ || other) return {Outcome::Refused, ReasonCode::OldSequence};
+    if (sequence <= perhaps_) return {.known = false};
+  }
+  Update planned;
+  Plan(planned, *step.release, before);
+  const auto own = before.workspaces.find(release.id);
+  if (own != before.workspaces.end()) {
+    const State state = StateOf(release.id, before);
+    if (MayStart(state)) return {};
+  }
+  const bool changes = std::ranges::any_of(planned.lists, [&](const auto& row) {
+    const auto standing = before.target.find(row.first);
+    if (standing == before.target.end()) return row.second.has_value();
+    return standing->second != row.second;
+  });
+  if (!changes) return {Outcome::Refused, ReasonCode::NothingToDo};
+  return {};
+}
+
+Checker::Expected Checker::Expect(const Step& step, const DiskView& before) const {
+  switch (step.verb) {
+    case Verb::Status:
+      return {};
+    case Verb::Check:
+    case Verb::Prepare:
+      return ExpectPrepare(step, before);
+    case Verb::Start:
+      return ExpectOf(step.id, MayStart, before);
+    case Verb::Abandon:
+      return ExpectOf(step.id, MayBeAbandoned, before);
+    case Verb::Finish:
+      if (!AnyUnfinished(before)) return {};
+      return {Outcome::UnfinishedUpdate, ReasonCode::UnfinishedUpdate};
+    case Verb::Adopt:
+      if (Holds(*step.release, before.target)) return {};
+      return {Outcome::Refused, ReasonCode::NotTheRelease};
+  }
+  return {.known = false};
+}
+
+void Checker::CheckResult(const Step& step, const DiskView& before) {
+  Require(Invariant::kResultsTrue, step.exception.empty(), "left by " + step.exception);
+  if (step.cut || !step.exception.empty()) return;
+  const application::VerbResult& result = step.result;
+  const int code = static_cast<int>(result.outcome);
+  Require(Invariant::kResultsTrue, code == 0 || code == 1 || code == 3 || code == 4,
+          "exit code " + std::to_string(code));
+  Require(Invariant::kResultsTrue,
+          application::Refuses(result.reasons) == (result.outcome != Outcome::Done),
+          "outcome and reasons do not agree");
+  Require(Invariant::kResultsTrue,
+          HasReason(result, ReasonCode::UnfinishedUpdate) ==
+              (result.outcome == Outcome::UnfinishedUpdate),
+          "an unfinished update and the outcome do not agree");
+  Require(Invariant::kResultsTrue, !step.locked || result.outcome == Outcome::Locked,
+          "it did not heed a lock");
+  if (step.disturbed || step.locked) return;
+  const Expected expected = Expect(step, before);
+  if (!expected.known) return;
+  const bool done = expected.outcome == Outcome::Done;
+  const bool agrees =
+      result.outcome == expected.outcome && (done || HasReason(result, expected.reason));
+  const bool old = !done && expected.reason == ReasonCode::OldSequence;
+  Require(old ? Invariant::kLedgerRemembers : Invariant::kResultsTrue, agrees,
+          "expected " + std::string(done ? "to be done" : application::NameOf(expected.reason)));
+}
+
+void Checker::CheckStart(const Step& step, const DiskView& before, const DiskView& after) {
+  if (step.verb != Verb::Start) {
+    Require(Invariant::kStatesTrue, !step.started, "a process was started");
+    return;
+  }
+  std::u16string id;
+  const bool may_start = ExpectOf(step.id, MayStart, before, &id).outcome == Outcome::Done;
+  Require(Invariant::kStatesTrue, may_start || !step.started, "an updater was started");
+  if (!may_start || step.disturbed || step.locked || step.cut) return;
+  const Update& update = updates_[id];
+  if (update.written_over || update.stage_missing) return;
+  const State ending = StateOf(id, before) == State::Restoring ? State::Restored : State::Installed;
+  Require(Invariant::kResultsTrue, StateOf(id, after) == ending,
+          "an undisturbed update does not end");
+  Require(Invariant::kResultsTrue, (step.exit_code == 0) == (ending == State::Installed),
+          "the updater's exit code");
+}
+
+}  // namespace tolvarine::updater::verb_lab
