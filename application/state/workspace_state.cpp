@@ -245,6 +245,18 @@ const std::vector<WorkspaceState>& AllWorkspaceStates() {
   return kStates;
 }
 
+std::string StatesAsMarkdown() {
+  std::string text =
+      "| State | What stands on the disk | What it says of the installation | What may come next | "
+      "Another update |\n|---|---|---|---|---|\n";
+  for (const WorkspaceState state : AllWorkspaceStates()) {
+    text.append("| `").append(NameOf(state)).append("` | ").append(RuleOf(state)).append(" | ");
+    text.append(SentenceOf(ContentOf(state))).append(" | ").append(NextStepOf(state));
+    text.append(IsUnfinished(state) ? " | refused |\n" : " | allowed |\n");
+  }
+  return text;
+}
+
 bool IsUnfinished(WorkspaceState state) {
   switch (state) {
     case WorkspaceState::Applying:

@@ -91,6 +91,9 @@ enum class InstallationContent {
 [[nodiscard]] std::string_view RuleOf(WorkspaceState state);
 [[nodiscard]] const std::vector<WorkspaceState>& AllWorkspaceStates();
 
+// The tables of docs/states.md.
+[[nodiscard]] std::string StatesAsMarkdown();
+
 // True for the states that forbid another update: applying, restoring, committed, unreadable,
 // damaged and foreign.
 [[nodiscard]] bool IsUnfinished(WorkspaceState state);

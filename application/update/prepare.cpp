@@ -187,6 +187,8 @@ void Preparation::SettleOthers() {
     }
     AbandonUpdate(installation_, workspace.id);
   }
+  // Preparations that were refused or cut off have left stages without a workspace.
+  RemoveAllBut(JoinPath(installation_.state, u"s"), {std::u16string(LastComponent(paths_.stages))});
 }
 
 // What an earlier life of the same update has left must not be taken for this one's. The stage stays:

@@ -89,4 +89,17 @@ void RemoveDirectory(const Path& directory) {
   if (code != 0) throw FilesystemError("remove", code, directory);
 }
 
+void RemoveAllBut(const Path& directory, const std::set<std::u16string>& kept) {
+  std::vector<Path> removed;
+  const std::uint32_t code =
+      EnumerateDirectory(directory, [&](const TreeEntry& entry) -> std::uint32_t {
+        if (!kept.contains(std::u16string(LastComponent(entry.path)))) {
+          removed.push_back(entry.path);
+        }
+        return 0;
+      });
+  if (code != 0 && !IsNotFoundError(code)) throw FilesystemError("enumerate", code, directory);
+  for (const Path& path : removed) RemoveDirectory(path);
+}
+
 }  // namespace tolvarine::updater::application

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <set>
 #include <string>
 
 #include "state/state_directory.h"
@@ -28,5 +29,9 @@ void SweepRestored(const Installation& installation, const WorkspaceStatus& work
 // Removes a directory with all that it holds, or a link without what it leads to. Throws
 // FilesystemError; what is gone is gone. One that is missing is success.
 void RemoveDirectory(const Path& directory);
+
+// Removes everything in a directory but the names that are kept, as above. A directory that is missing
+// is success.
+void RemoveAllBut(const Path& directory, const std::set<std::u16string>& kept);
 
 }  // namespace tolvarine::updater::application

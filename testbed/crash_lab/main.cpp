@@ -11,6 +11,7 @@
 //   crash_lab --job-limit S              a job is killed after S seconds and counts as failed
 //   crash_lab --list                     the names of the scenarios
 //   crash_lab --list-invariants          the invariants, as tables of docs/crash-model.md
+//   crash_lab --list-states              the states of a workspace, as tables of docs/states.md
 //
 // Exits with 0 if no invariant was broken and no job failed, with 2 if the command line is refused,
 // and otherwise with 1. The last line is the sum, and says how many of the planned jobs were run.
@@ -27,6 +28,7 @@
 #include <vector>
 
 #include "crash_lab/plan.h"
+#include "state/workspace_state.h"
 #include "text/decimal.h"
 
 namespace tolvarine::updater::crash_lab {
@@ -45,6 +47,7 @@ struct CommandLine {
   bool weak = false;
   bool list = false;
   bool list_invariants = false;
+  bool list_states = false;
   std::string refusal;  // Why it is refused; empty if it is not.
 };
 
@@ -66,6 +69,7 @@ bool TakeSwitch(std::string_view name, CommandLine& line) {
   if (name == "--weak") return line.weak = true;
   if (name == "--list") return line.list = true;
   if (name == "--list-invariants") return line.list_invariants = true;
+  if (name == "--list-states") return line.list_states = true;
   return false;
 }
 
@@ -111,7 +115,7 @@ int Refuse(const std::string& why) {
                "usage: crash_lab [--seed N] [--seconds S | --first] [--weak] [--scenario NAME]"
                " [--job-limit S]\n"
                "       crash_lab --scenario NAME [--weak] --case T [--out FILE]\n"
-               "       crash_lab --list | --list-invariants\n",
+               "       crash_lab --list | --list-invariants | --list-states\n",
                why.c_str());
   return kExitUsage;
 }
@@ -207,6 +211,10 @@ int Main(int count, char** arguments) {
   if (!line.refusal.empty()) return Refuse(line.refusal);
   if (line.list_invariants) {
     std::fputs(InvariantsAsMarkdown().c_str(), stdout);
+    return EXIT_SUCCESS;
+  }
+  if (line.list_states) {
+    std::fputs(application::StatesAsMarkdown().c_str(), stdout);
     return EXIT_SUCCESS;
   }
   const std::vector<Scenario> scenarios = ScenariosOf(line);
