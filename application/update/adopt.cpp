@@ -51,11 +51,12 @@ VerbResult Adopt(const Installation& installation, const AdoptRequest& request,
         const std::optional<VerifiedRelease> former = ReadInstalledRelease(installation, keys);
         if (former) Include(ledger, *former);
         NoteInstalled(installation, std::move(ledger), request.release, "adopted");
-        WriteFileDurably(InstalledManifestOf(installation), request.release.envelope);
         for (const WorkspaceStatus& workspace : workspaces) {
           SweepTemporaries(installation, workspace);
           AbandonUpdate(installation, workspace.id);
         }
+        // Last: an update that could still be started would make the manifest untrue.
+        WriteFileDurably(InstalledManifestOf(installation), request.release.envelope);
       });
 }
 

@@ -123,7 +123,7 @@ struct AdoptRequest {
 };
 
 // For setup programs, and the way out of damaged and foreign: proves that the target holds every file
-// of the release, writes the ledger and the installed manifest, then retires every workspace.
+// of the release, notes it in the ledger, retires every workspace, and writes the installed manifest.
 [[nodiscard]] VerbResult Adopt(const Installation& installation, const AdoptRequest& request,
                                std::span<const PublicKey> keys);
 
