@@ -94,12 +94,13 @@ VerbResult Adopt(const Installation& installation, const AdoptRequest& request,
         for (const VerifiedRelease& release : InstalledUpdates(installation, workspaces)) {
           NoteInstalled(installation, release, "adopted");
         }
+        NoteInstalled(installation, request.release, "adopted");
         for (const WorkspaceStatus& workspace : workspaces) {
           SweepTemporaries(installation, workspace);
           AbandonUpdate(installation, workspace.id);
         }
+        // Last: an update that could still be started would make the manifest untrue.
         WriteFileDurably(InstalledManifestOf(installation), request.release.envelope);
-        NoteInstalled(installation, request.release, "adopted");
       });
 }
 

@@ -128,8 +128,8 @@ struct AdoptRequest {
 };
 
 // For setup programs, and the way out of damaged and foreign: proves that the target holds every file
-// of the release, and none that only the installed release, an update or its journal has; then retires
-// every workspace and writes the installed manifest and the ledger.
+// of the release, and none that only the installed release, an update or its journal has; then notes
+// it in the ledger, retires every workspace, and writes the installed manifest.
 [[nodiscard]] VerbResult Adopt(const Installation& installation, const AdoptRequest& request,
                                std::span<const PublicKey> keys);
 

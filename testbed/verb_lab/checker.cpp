@@ -87,7 +87,7 @@ void Checker::FullPackage(const PackagedRelease& release) {
 }
 
 void Checker::CameBack(const Files& files) {
-  for (const auto& [key, content] : files) others_[key].insert(content);
+  for (const auto& [key, content] : files) came_back_[key].insert(content);
 }
 
 // --- What is known -------------------------------------------------------------------------------
@@ -136,8 +136,11 @@ void Checker::Note(const PackagedRelease& release) {
 }
 
 bool Checker::IsOthers(const std::u16string& key, const Files& target) const {
-  const auto written = others_.find(key);
-  return written != others_.end() && written->second.contains(ContentIn(target, key));
+  const std::optional<std::string> content = ContentIn(target, key);
+  return std::ranges::any_of(std::array{&others_, &came_back_}, [&](const Writings* writings) {
+    const auto written = writings->find(key);
+    return written != writings->end() && written->second.contains(content);
+  });
 }
 
 bool Checker::Holds(const PackagedRelease& release, const Files& target) const {
@@ -217,6 +220,11 @@ void Checker::Learn(const Step& step, const DiskView& before, const DiskView& af
       Plan(updates_[id], *step.release, before);
     }
   }
+  for (const auto& [id, workspace] : after.workspaces) {
+    const PackagedRelease* const release = updates_[id].release;
+    if (release == nullptr || StateOf(id, after) != State::Committed) continue;
+    perhaps_ = std::max(perhaps_, release->release.description.sequence);
+  }
   LearnAboutStages(step, before, after);
   LearnFromStart(step, before, after);
   if (step.verb == Verb::Adopt && done) {
@@ -260,7 +268,8 @@ void Checker::CheckContent(const Update& update, State state, const DiskView& be
 }
 
 void Checker::CheckTarget(const Step& step, const DiskView& before, const DiskView& after) {
-  if (step.verb != Verb::Start) {
+  // A cut can bring back what an unfinished update had removed.
+  if (step.verb != Verb::Start && !(step.cut && AnyUnfinished(before))) {
     RequireSame(Invariant::kOnlySigned, before.target, after.target, "changed without an updater");
   }
   bool whole = true;

@@ -127,11 +127,13 @@ class Checker {
   std::vector<const PackagedRelease*> releases_;
   std::map<std::u16string, Update> updates_;
   // What others have written, or nothing where they have deleted.
-  std::map<std::u16string, std::set<std::optional<std::string>>> others_;
+  using Writings = std::map<std::u16string, std::set<std::optional<std::string>>>;
+  Writings others_;
+  Writings came_back_;             // Likewise, by cuts on two volumes.
   std::set<std::u16string> kept_;  // Names in S\abandoned with baseline copies that are needed.
   std::uint64_t highest_ = 0;
   std::u16string highest_id_;
-  // Of an adoption that was interrupted, which may have been noted.
+  // Of an adoption that was interrupted, or an update that is committed: it may have been noted.
   std::uint64_t perhaps_ = 0;
   std::uint64_t ledger_highest_ = 0;  // As last read.
 };

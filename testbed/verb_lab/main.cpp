@@ -25,7 +25,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr int kExitUsage = 2;
-constexpr std::uint64_t kBoundedRun = 2000;
+constexpr std::uint64_t kBoundedRun = 1000;
 constexpr std::uint64_t kMostReported = 10;
 
 struct CommandLine {
