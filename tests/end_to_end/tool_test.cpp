@@ -178,7 +178,9 @@ TEST(Tool, WhatTheUpdaterWouldFailAtIsRefusedBefore) {
   EXPECT_EQ(at.Prepare(second, {u"--clear-read-only"}, u"check").Reasons(), "file-held");
   held.Reset();
   EXPECT_EQ(at.Prepare(second, {u"--clear-read-only"}).code, 0u);
-  EXPECT_EQ(at.Run(u"start", {u"--no-wait"}, Rights::Administrator).Reasons(), "elevated-caller");
+  const ToolAnswer elevated = at.Run(u"start", {u"--no-wait"}, Rights::Administrator);
+  EXPECT_EQ(elevated.Reasons(), "elevated-caller");
+  EXPECT_NE(elevated.output.find("start the application without these rights."), std::string::npos);
   EXPECT_EQ(at.Run(u"start", {u"--wait", u"4294967292"}).Reasons(), "process-gone");
   EXPECT_EQ(at.RunUpdater(), Exit(0));
   at.ExpectInstalled(second);
