@@ -244,20 +244,16 @@ std::string ToolInstallation::RunUpdater() const {
   return updater->Finish();
 }
 
-FileTree ToolInstallation::Files() const {
-  FileTree files = inspection::ReadTree(target);
-  std::erase_if(
-      files, [](const auto& file) { return file.first.ends_with('/') || file.first == "log.txt"; });
-  return files;
-}
-
 void ToolInstallation::ExpectInstalled(const Package& package) const {
   const fs::path report = target / "restarted.txt";
   EXPECT_TRUE(Eventually([&] { return fs::exists(report); })) << "nothing was restarted";
   fs::remove(report);
+  FileTree files = inspection::ReadTree(target);
+  std::erase_if(
+      files, [](const auto& file) { return file.first.ends_with('/') || file.first == "log.txt"; });
   FileTree expected = package.files;
   expected[kUserFile] = "made by the user";
-  EXPECT_EQ(Files(), expected);
+  EXPECT_EQ(inspection::Deviations(files, expected, expected, {}), "");
 }
 
 }  // namespace tolvarine::updater::end_to_end

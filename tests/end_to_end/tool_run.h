@@ -80,8 +80,6 @@ class ToolInstallation {
   // Expects that the application was restarted, and that the installation holds exactly this
   // release and the file that the user has made.
   void ExpectInstalled(const Package& package) const;
-  // The files of the installation, but for the log.
-  [[nodiscard]] inspection::FileTree Files() const;
 
  private:
   [[nodiscard]] std::filesystem::path Beside(std::uint64_t sequence, std::string_view name) const;

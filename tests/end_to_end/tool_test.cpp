@@ -77,7 +77,7 @@ TEST(Tool, NoOtherUpdateBeginsWhileOneIsUnfinished) {
     EXPECT_EQ(refused.code, 3u) << refused.output;
     EXPECT_EQ(refused.Reasons(), "unfinished-update");
   }
-  EXPECT_EQ(ReadTree(at.root), before);
+  EXPECT_EQ(inspection::Deviations(ReadTree(at.root), before, before, {}), "");
 
   const std::string restored = at.RunUpdater();
   EXPECT_NE(restored.find("The original installation was restored."), std::string::npos);
@@ -132,6 +132,7 @@ TEST(Tool, AReleaseIsInstalledAgain) {
   EXPECT_EQ(at.State(), "prepared");
   EXPECT_EQ(at.RunUpdater(), Exit(0));
   at.ExpectInstalled(second);
+  EXPECT_EQ(at.State(), "installed");  // And not both markers.
 }
 
 TEST(Tool, WhatTheUpdaterWouldFailAtIsRefusedBefore) {
@@ -177,7 +178,9 @@ TEST(Tool, WhatTheUpdaterWouldFailAtIsRefusedBefore) {
   EXPECT_EQ(at.Prepare(second, {u"--clear-read-only"}, u"check").Reasons(), "file-held");
   held.Reset();
   EXPECT_EQ(at.Prepare(second, {u"--clear-read-only"}).code, 0u);
-  EXPECT_EQ(at.Run(u"start", {u"--no-wait"}, Rights::Administrator).Reasons(), "elevated-caller");
+  const ToolAnswer elevated = at.Run(u"start", {u"--no-wait"}, Rights::Administrator);
+  EXPECT_EQ(elevated.Reasons(), "elevated-caller");
+  EXPECT_NE(elevated.output.find("start the application without these rights."), std::string::npos);
   EXPECT_EQ(at.Run(u"start", {u"--wait", u"4294967292"}).Reasons(), "process-gone");
   EXPECT_EQ(at.RunUpdater(), Exit(0));
   at.ExpectInstalled(second);

@@ -1,5 +1,5 @@
-// The verbs of the tool and their options: one table from which the command line is parsed, the help
-// is written and the examples are tried.
+// The verbs of the tool and their options: one table from which the command line is parsed, the
+// help is written and the examples are tried.
 
 #pragma once
 
