@@ -47,10 +47,17 @@ bool IsVersion(const std::string& text) {
 
 // --- Rules of the paths --------------------------------------------------------------------------
 
+// IsReservedPath, for the key of a path.
+bool IsReservedKey(std::u16string_view key) {
+  const std::vector<PathView> names = Components(key);
+  if (!names.empty() && names.front() == u"log.txt") return true;
+  return std::ranges::any_of(names, [](PathView name) { return name.ends_with(kTemporarySuffix); });
+}
+
 // A path that begins with a separator is safe by its components, but cannot be joined to a root.
-bool IsDescribable(PathView path) {
+bool IsDescribable(PathView path, std::u16string_view key) {
   try {
-    return IsListablePath(path) && DividePath(path).root_directory.empty() && !IsReservedPath(path);
+    return IsListablePath(path) && DividePath(path).root_directory.empty() && !IsReservedKey(key);
   } catch (const std::runtime_error&) {
     return false;  // A lone surrogate.
   }
@@ -60,8 +67,9 @@ bool IsDescribable(PathView path) {
 class PathRules {
  public:
   void AddFile(const Path& path) {
-    if (!IsDescribable(path)) Refuse("a file cannot have the path " + Shown(path));
-    if (!files_.insert(PathCompareKey(path)).second) {
+    std::u16string key = PathCompareKey(path);
+    if (!IsDescribable(path, key)) Refuse("a file cannot have the path " + Shown(path));
+    if (!files_.insert(std::move(key)).second) {
       Refuse(InQuotes(path) + " occurs twice, but for case");
     }
     // From the inside out: where a directory is known, those above it are.
@@ -84,8 +92,10 @@ class PathRules {
   }
 
   void AddRemoved(const Path& path) {
-    if (!IsDescribable(path)) Refuse("no file to be removed can have the path " + Shown(path));
     const std::u16string key = PathCompareKey(path);
+    if (!IsDescribable(path, key)) {
+      Refuse("no file to be removed can have the path " + Shown(path));
+    }
     if (files_.contains(key)) Refuse(InQuotes(path) + " is to be removed and is a file");
     if (directories_.contains(key)) {
       Refuse(InQuotes(path) + " is to be removed and is a directory");
@@ -189,12 +199,7 @@ ReleaseDescription Read(const Json& payload) {
 
 }  // namespace
 
-bool IsReservedPath(PathView path) {
-  const std::u16string key = PathCompareKey(path);
-  const std::vector<PathView> names = Components(key);
-  if (!names.empty() && names.front() == u"log.txt") return true;
-  return std::ranges::any_of(names, [](PathView name) { return name.ends_with(kTemporarySuffix); });
-}
+bool IsReservedPath(PathView path) { return IsReservedKey(PathCompareKey(path)); }
 
 std::string SerializeDescription(const ReleaseDescription& description) {
   ReleaseDescription sorted = description;

@@ -19,51 +19,63 @@ std::string Shown(const Json& text) {
   return shown.size() <= kLimit ? shown : "of " + std::to_string(shown.size()) + " bytes";
 }
 
-// Follows the parser and refuses what it would accept: it keeps the last of two equal names.
-class StrictRules {
+// Refuses, event by event, what the library's own parser would accept: it keeps the last of two equal
+// names, and any number. Its filter for such checks takes quadratic time.
+class StrictRules : public Json::json_sax_t {
  public:
   explicit StrictRules(JsonLimits limits) : limits_(limits) {}
 
-  void Check(int depth, Json::parse_event_t event, const Json& value) {
-    switch (event) {
-      case Json::parse_event_t::object_start:
-      case Json::parse_event_t::array_start:
-        if (static_cast<std::size_t>(depth) >= limits_.depth) {
-          throw std::runtime_error("arrays and objects are nested too deep");
-        }
-        CountValue();
-        names_.emplace_back();
-        break;
-      case Json::parse_event_t::object_end:
-      case Json::parse_event_t::array_end:
-        names_.pop_back();
-        break;
-      case Json::parse_event_t::key:
-        if (!names_.back().insert(value.get<std::string>()).second) {
-          throw std::runtime_error("the name " + Shown(value) + " occurs twice");
-        }
-        break;
-      case Json::parse_event_t::value:
-        CountValue();
-        CheckNumber(value);
-        break;
+  bool null() override { return CountValue(); }
+  bool boolean(bool) override { return CountValue(); }
+  bool string(string_t&) override { return CountValue(); }
+  bool binary(binary_t&) override { return CountValue(); }
+  bool number_integer(number_integer_t) override { RefuseNumber(); }
+  bool number_float(number_float_t, const string_t&) override { RefuseNumber(); }
+  bool number_unsigned(number_unsigned_t number) override {
+    if (number > kLargestNumber) RefuseNumber();
+    return CountValue();
+  }
+
+  bool start_object(std::size_t) override { return Open(); }
+  bool start_array(std::size_t) override { return Open(); }
+  bool end_object() override { return Close(); }
+  bool end_array() override { return Close(); }
+  bool key(string_t& name) override {
+    if (!names_.back().insert(name).second) {
+      throw std::runtime_error("the name " + Shown(name) + " occurs twice");
     }
+    return true;
+  }
+
+  // The parser's own text repeats what it has read, at any length and as it is.
+  bool parse_error(std::size_t position, const std::string&, const Json::exception&) override {
+    throw std::runtime_error("it is not sound JSON near its byte " + std::to_string(position));
   }
 
  private:
+  [[noreturn]] static void RefuseNumber() {
+    throw std::runtime_error("a number is not a whole number from 0 to 2^53");
+  }
+
   // A value takes some hundred bytes of memory, and some of them two bytes of text.
-  void CountValue() {
+  bool CountValue() {
     if (++values_ > limits_.values) {
       throw std::runtime_error("it has more than " + std::to_string(limits_.values) + " values");
     }
+    return true;
   }
 
-  static void CheckNumber(const Json& value) {
-    if (!value.is_number()) return;
-    if (!value.is_number_unsigned() || value.get<std::uint64_t>() > kLargestNumber) {
-      throw std::runtime_error("the number " + value.dump() +
-                               " is not a whole number from 0 to 2^53");
+  bool Open() {
+    if (names_.size() >= limits_.depth) {
+      throw std::runtime_error("arrays and objects are nested too deep");
     }
+    names_.emplace_back();
+    return CountValue();
+  }
+
+  bool Close() {
+    names_.pop_back();
+    return true;
   }
 
   JsonLimits limits_;
@@ -75,17 +87,8 @@ class StrictRules {
 
 Json ParseStrictJson(std::string_view text, JsonLimits limits) {
   StrictRules rules(limits);
-  try {
-    return Json::parse(text, [&](int depth, Json::parse_event_t event, const Json& value) {
-      rules.Check(depth, event, value);
-      return true;
-    });
-  } catch (const Json::parse_error& failure) {
-    // The parser's own text repeats what it has read, at any length and as it is.
-    throw std::runtime_error("it is not sound JSON near its byte " + std::to_string(failure.byte));
-  } catch (const Json::exception&) {
-    throw std::runtime_error("it is not sound JSON: a number is too large");
-  }
+  Json::sax_parse(text, &rules);
+  return Json::parse(text);
 }
 
 }  // namespace tolvarine::updater::application

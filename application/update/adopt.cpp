@@ -74,7 +74,7 @@ void RequireRelease(const Installation& installation, const AdoptRequest& reques
 
 }  // namespace
 
-// The workspaces go first: one that a power cut left behind would be resumed over what is adopted.
+// The workspaces go before the manifest: one that a power cut left behind could be resumed.
 VerbResult Adopt(const Installation& installation, const AdoptRequest& request,
                  std::span<const PublicKey> keys) {
   return UnderLocks<VerbResult>(
@@ -99,7 +99,6 @@ VerbResult Adopt(const Installation& installation, const AdoptRequest& request,
           SweepTemporaries(installation, workspace);
           AbandonUpdate(installation, workspace.id);
         }
-        // Last: an update that could still be started would make the manifest untrue.
         WriteFileDurably(InstalledManifestOf(installation), request.release.envelope);
       });
 }

@@ -1,12 +1,13 @@
 #include "update/difference.h"
 
-#include <map>
 #include <string_view>
+#include <unordered_map>
 
 #include "files/failure.h"
 #include "files/file_operations.h"
 #include "files/sha256.h"
 #include "lists/release_path.h"
+#include "platform/files.h"
 #include "release/digest.h"
 #include "release/file_bytes.h"
 #include "text/system_error.h"
@@ -14,25 +15,38 @@
 namespace tolvarine::updater::application {
 namespace {
 
-using Rows = std::map<std::u16string, const SourceInventoryEntry*>;  // By key.
+// A row of a description with the key of its path, which takes time to compute.
+struct KeyedFile {
+  std::u16string key;
+  const SourceInventoryEntry* row = nullptr;
+};
 
-Rows RowsOf(const ReleaseDescription* description) {
-  Rows rows;
-  if (description == nullptr) return rows;
-  for (const SourceInventoryEntry& file : description->files) {
-    rows.emplace(PathCompareKey(file.path), &file);
+// In the order of the description.
+std::vector<KeyedFile> FilesOf(const ReleaseDescription& description) {
+  std::vector<KeyedFile> files;
+  files.reserve(description.files.size());
+  for (const SourceInventoryEntry& file : description.files) {
+    files.push_back({PathCompareKey(file.path), &file});
   }
+  return files;
+}
+
+using Rows = std::unordered_map<std::u16string_view, const SourceInventoryEntry*>;  // By key.
+
+Rows RowsOf(const std::vector<KeyedFile>& files) {
+  Rows rows;
+  for (const KeyedFile& file : files) rows.emplace(file.key, file.row);
   return rows;
 }
 
-const SourceInventoryEntry* FindRow(const Rows& rows, const Path& path) {
-  const auto found = rows.find(PathCompareKey(path));
+const SourceInventoryEntry* FindRow(const Rows& rows, std::u16string_view key) {
+  const auto found = rows.find(key);
   return found == rows.end() ? nullptr : found->second;
 }
 
 // A file of the installation that is compared. It has no size where it is no regular file.
 struct InstalledFile {
-  Path path;  // Relative.
+  const Path* path = nullptr;  // Relative.
   bool exists = false;
   std::optional<std::uint64_t> size{};
   const SourceInventoryEntry* described = nullptr;  // By the release.
@@ -49,11 +63,21 @@ struct InstalledFile {
   }
 };
 
+// `relative` must outlive the result.
 InstalledFile Query(const Path& target, const Path& relative) {
   const Path path = JoinPath(target, relative);
+  InstalledFile file{.path = &relative};
+  // One call for almost every file; links and failures take the others.
+  platform::FileAttributeData data;
+  if (platform::GetFileAttributesExW(path.c_str(), &data) &&
+      (data.attributes & platform::kFileAttributeReparsePoint) == 0) {
+    file.exists = true;
+    if ((data.attributes & platform::kFileAttributeDirectory) == 0) file.size = data.size;
+    return file;
+  }
   const FileStatus status = QueryLinkStatus(path);
   if (status.kind == FileKind::none) throw FilesystemError("status", status.error, path);
-  InstalledFile file{.path = relative, .exists = status.kind != FileKind::not_found};
+  file.exists = status.kind != FileKind::not_found;
   if (status.kind != FileKind::regular) return file;
   const FileSize size = QueryFileSize(path);
   if (size.error != 0) throw FilesystemError("status", size.error, path);
@@ -72,10 +96,10 @@ class Hasher {
   }
 
   void Hash(InstalledFile& file) {
-    state_.file = file.path;
+    state_.file = *file.path;
     Report(0);
     if (!file.MustBeHashed()) return;
-    const Path path = JoinPath(target_, file.path);
+    const Path path = JoinPath(target_, *file.path);
     try {
       Sha256 sha256;
       sha256.Begin();
@@ -101,58 +125,63 @@ class Hasher {
 };
 
 // What the new release lacks: of the installed description, or else of the release's own list.
-std::vector<Path> FilesToRemove(const ReleaseDescription& release,
-                                const ReleaseDescription* installed) {
-  if (installed == nullptr) return release.removed;
-  const Rows described = RowsOf(&release);
-  std::vector<Path> paths;
-  for (const SourceInventoryEntry& file : installed->files) {
-    if (FindRow(described, file.path) == nullptr) paths.push_back(file.path);
+std::vector<const Path*> FilesToRemove(const ReleaseDescription& release, const Rows& described,
+                                       const ReleaseDescription* installed,
+                                       const std::vector<KeyedFile>& installed_files) {
+  std::vector<const Path*> paths;
+  if (installed == nullptr) {
+    for (const Path& path : release.removed) paths.push_back(&path);
+  }
+  for (const KeyedFile& file : installed_files) {
+    if (FindRow(described, file.key) == nullptr) paths.push_back(&file.row->path);
   }
   return paths;
 }
-
-bool IsApplication(const Path& path) { return SamePathKey(path, kApplicationKeyText); }
 
 }  // namespace
 
 Difference FindDifference(const Path& target, const ReleaseDescription& release,
                           const ReleaseDescription* installed, const ProgressCallback& progress) {
-  const Rows installed_rows = RowsOf(installed);
+  const std::vector<KeyedFile> release_files = FilesOf(release);
+  const std::vector<KeyedFile> installed_files =
+      installed == nullptr ? std::vector<KeyedFile>() : FilesOf(*installed);
+  const Rows installed_rows = RowsOf(installed_files);
   std::vector<InstalledFile> files;
-  for (const SourceInventoryEntry& row : release.files) {
-    files.push_back(Query(target, row.path));
-    files.back().described = &row;
+  for (const KeyedFile& row : release_files) {
+    files.push_back(Query(target, row.row->path));
+    files.back().described = row.row;
+    files.back().installed = FindRow(installed_rows, row.key);
   }
-  for (const Path& path : FilesToRemove(release, installed)) {
-    InstalledFile file = Query(target, path);
+  for (const Path* const path :
+       FilesToRemove(release, RowsOf(release_files), installed, installed_files)) {
+    InstalledFile file = Query(target, *path);
+    file.installed = FindRow(installed_rows, PathCompareKey(*path));
     if (file.exists) files.push_back(std::move(file));
   }
   Hasher hasher(target, progress);
-  for (InstalledFile& file : files) {
-    file.installed = FindRow(installed_rows, file.path);
-    hasher.Expect(file);
-  }
+  for (const InstalledFile& file : files) hasher.Expect(file);
 
   Difference difference{.nothing_to_do = true};
   for (InstalledFile& file : files) {
     try {
       hasher.Hash(file);
     } catch (const FilesystemError& failure) {
-      difference.unreadable.push_back({file.path, failure.code()});
+      difference.unreadable.push_back({*file.path, failure.code()});
       difference.nothing_to_do = false;
       continue;
     }
     const bool as_described = file.Is(file.described);
+    // The executable is the last file of every description.
+    const bool application = file.described == &release.files.back();
     if (as_described) ++difference.unchanged;
     if (!as_described) difference.nothing_to_do = false;
     if (file.described == nullptr) {
-      difference.deletions.push_back(file.path);
-    } else if (!as_described || IsApplication(file.path)) {
+      difference.deletions.push_back(*file.path);
+    } else if (!as_described || application) {
       difference.changed.push_back(*file.described);
     }
     const bool known = installed == nullptr || file.Is(file.installed);
-    if (file.exists && !as_described && !known) difference.changed_by_others.push_back(file.path);
+    if (file.exists && !as_described && !known) difference.changed_by_others.push_back(*file.path);
   }
   return difference;
 }
@@ -169,7 +198,7 @@ bool HoldsRelease(const Path& target, const ReleaseDescription& release,
   for (InstalledFile& file : files) {
     hasher.Hash(file);
     if (file.Is(file.described)) continue;
-    first_difference = file.path;
+    first_difference = *file.path;
     return false;
   }
   return true;

@@ -2,8 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <map>
-#include <optional>
+#include <set>
 #include <span>
 
 #include "driver/request_validation.h"
@@ -96,6 +95,7 @@ class Preflight {
   UpdatePaths paths_;
   std::vector<Path> files_;  // All that the update touches, relative.
   bool processes_in_target_ = false;
+  std::set<std::u16string> wrong_directories_;  // Keys of those that have been reported.
   Reasons reasons_;
 };
 
@@ -306,6 +306,8 @@ bool Preflight::CheckKind(const Path& relative) {
   for (Path parent = ParentPath(relative); !parent.empty(); parent = ParentPath(parent)) {
     const FileKind kind = QueryLinkStatus(JoinPath(target_, parent)).kind;
     if (kind == FileKind::directory || kind == FileKind::not_found) continue;
+    // Once, whatever the number of files in it.
+    if (!wrong_directories_.insert(PathCompareKey(parent)).second) return false;
     Refuse(ReasonCode::WrongKind,
            Quoted(parent) +
                " is not a plain directory of the installation. Remove it, or install the full "
