@@ -2,6 +2,7 @@
 
 #include <array>
 #include <functional>
+#include <stdexcept>
 #include <utility>
 
 #include "files/canonical_path.h"
@@ -279,9 +280,8 @@ WorkspaceReport ReadWorkspace(const UpdatePaths& paths) {
     Set(report, WorkspaceState::Unreadable);
     report.path = unopened.path;
     report.code = unopened.code;
-  } catch (const SystemError& failure) {  // The system's hashing.
+  } catch (const std::runtime_error&) {  // The system's hashing cannot be used.
     Set(report, WorkspaceState::Unreadable);
-    report.code = failure.code();
   }
   return report;
 }

@@ -110,7 +110,9 @@ struct WorkspaceReport {
   bool launched = false;
   // What could not be opened, or whose content is foreign; may be empty.
   Path path{};
-  std::uint32_t code = 0;  // The Win32 code of the open that failed, for Unreadable.
+  // The Win32 code of the call that failed, for Unreadable; 0 where the system's hashing cannot be
+  // used.
+  std::uint32_t code = 0;
 };
 
 // Throws nothing but exhausted memory: what cannot be read makes the state Unreadable.

@@ -19,12 +19,32 @@ application::UpdatePaths PathsOf(const simulated::SimulatedUpdate& staged) {
 }  // namespace
 
 WorkspaceReader::WorkspaceReader(const simulated::SimulatedUpdate& staged)
-    : paths_(PathsOf(staged)), explored_(simulated::Computer::Current()) {}
+    : paths_(PathsOf(staged)),
+      explored_(simulated::Computer::Current()),
+      workspace_(simulated::FoldName(paths_.workspace) + u"\\"),
+      copies_(workspace_ + u"TRANSACTION\\BACKUP\\"),
+      target_(simulated::FoldName(paths_.target) + u"\\") {}
 
 const WorkspaceReading& WorkspaceReader::Read(const Disks& disks, const Image& image) {
-  const auto [reading, is_new] = readings_.try_emplace(Fingerprint(image));
+  const auto [reading, is_new] = readings_.try_emplace(KeyOf(image));
   if (is_new) reading->second = ReadAnew(disks);
   return reading->second;
+}
+
+bool WorkspaceReader::IsRelevant(const std::u16string& path) const {
+  if (path.starts_with(workspace_)) return !path.starts_with(copies_) || path == copies_;
+  return path.starts_with(target_) && !path.ends_with(u".TOLVARINE-UPDATE-NEW") &&
+         !path.ends_with(u"\\LOG.TXT");
+}
+
+std::uint64_t WorkspaceReader::KeyOf(const Image& image) const {
+  Image relevant;
+  for (const auto& [path, entry] : image) {
+    if (!IsRelevant(path)) continue;
+    const bool slot_temporary = path.ends_with(u".NEW");
+    relevant.emplace_hint(relevant.end(), path, slot_temporary ? ImageEntry{} : entry);
+  }
+  return Fingerprint(relevant);
 }
 
 WorkspaceReading WorkspaceReader::ReadAnew(const Disks& disks) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <unordered_map>
 
 #include "crash_lab/disks.h"
@@ -22,16 +23,22 @@ class WorkspaceReader {
  public:
   explicit WorkspaceReader(const simulated::SimulatedUpdate& staged);
 
-  // `image` is that of the disks. Disks with the same image are read once.
+  // `image` is that of the disks. Disks that differ only in what no state depends on are read once:
+  // baseline copies, stages, temporaries and the log.
   const WorkspaceReading& Read(const Disks& disks, const Image& image);
 
  private:
+  [[nodiscard]] bool IsRelevant(const std::u16string& path) const;
+  [[nodiscard]] std::uint64_t KeyOf(const Image& image) const;
   [[nodiscard]] WorkspaceReading ReadAnew(const Disks& disks);
 
   application::UpdatePaths paths_;
   simulated::Computer& explored_;
   simulated::Computer computer_;
-  std::unordered_map<std::uint64_t, WorkspaceReading> readings_;  // By fingerprint.
+  std::u16string workspace_;  // Folded, with a separator at its end.
+  std::u16string copies_;     // Likewise, as is the next.
+  std::u16string target_;
+  std::unordered_map<std::uint64_t, WorkspaceReading> readings_;  // By KeyOf.
 };
 
 }  // namespace tolvarine::updater::crash_lab

@@ -165,9 +165,9 @@ TEST(WorkspaceState, ARefusedCallLeavesItAsItIsOrUnreadable) {
       computer.calls.before_call = [&](const simulated::CallRecord& call) {
         using simulated::Call;
         // Conversions of text see no disk.
-        const bool text = call.call == Call::LCMapStringEx ||
-                          call.call == Call::MultiByteToWideChar ||
-                          call.call == Call::FormatMessageA;
+        const bool text =
+            call.call == Call::LCMapStringEx || call.call == Call::MultiByteToWideChar ||
+            call.call == Call::WideCharToMultiByte || call.call == Call::FormatMessageA;
         if (refused || call.index < before + at || text || simulated::IsRelease(call.call)) return;
         refused = true;
         computer.calls.Inject({.call = call.call, .code = kSharingViolation});
