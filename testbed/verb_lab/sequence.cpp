@@ -106,6 +106,8 @@ class Sequence {
 
   // What others do between two verbs.
   void Act();
+  [[nodiscard]] bool IsMidway() const;
+  [[nodiscard]] bool HasLeftovers() const;
   void InstallPackage(const PackagedRelease& release);
   void ChangeFile();
   void CleanStage();
@@ -146,6 +148,22 @@ std::size_t Sequence::Weighted(const Rows& rows) {
 }
 
 // --- Others --------------------------------------------------------------------------------------
+
+// An update that has to be resumed is what others can harm most.
+bool Sequence::IsMidway() const {
+  const DiskView view = Look(laboratory_);
+  return std::ranges::any_of(view.workspaces, [&](const auto& workspace) {
+    return application::IsUnfinished(checker_.StateOf(workspace.first, view));
+  });
+}
+
+// An installed update whose transaction an interrupted updater has not removed.
+bool Sequence::HasLeftovers() const {
+  const DiskView view = Look(laboratory_);
+  return std::ranges::any_of(view.workspaces, [](const auto& workspace) {
+    return workspace.second.completed && workspace.second.more;
+  });
+}
 
 void Sequence::InstallPackage(const PackagedRelease& release) {
   const Path& target = laboratory_.fixture.target;
@@ -421,7 +439,9 @@ void Sequence::Disturbed(Step& step, Disturbance disturbance) {
   }
   if (disturbance == Disturbance::Cut) {
     if (calls.empty()) return Call(step, {});
-    return Cut(step, OneOf(calls));
+    // The end of a verb is short, and much of what matters happens there.
+    const std::size_t last = calls.size() - 1 - Below(calls.size() / 8 + 1);
+    return Cut(step, Chance(30) ? calls[last] : OneOf(calls));
   }
   std::erase_if(calls, [](const CallRecord& record) { return !CanFail(record.call); });
   if (calls.empty()) return Call(step, {});
@@ -500,7 +520,8 @@ void Sequence::Converge() {
 void Sequence::Run() {
   const std::uint64_t verbs = kFewestVerbs + Below(kOneToMoreVerbs);
   for (std::uint64_t i = 0; i < verbs && result_.violations.empty(); ++i) {
-    if (Chance(12)) Act();
+    if (Chance(IsMidway() ? 40 : 12)) Act();
+    if (HasLeftovers() && Chance(60)) Carry({.verb = Verb::Finish}, Disturbance::Cut);
     const auto disturbance = static_cast<Disturbance>(Weighted(kDisturbances));
     if (disturbance != Disturbance::None && disturbance != Disturbance::Cut) ++result_.acts;
     Carry(Choose(), disturbance);
