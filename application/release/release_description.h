@@ -37,20 +37,20 @@ struct ReleaseDescription {
   std::vector<Path> removed{};  // Files of earlier releases that this one lacks, in key order.
 };
 
-// True for a path that the updater cannot install: its own log, "log.txt" at the top level, anything
-// below that name, and any name that ends as the updater's temporaries do.
+// True for a path that the updater cannot install: its own log, "log.txt" at the top level,
+// anything below that name, and any name that ends as the updater's temporaries do.
 [[nodiscard]] bool IsReservedPath(PathView path);
 
 // The payload. The same description gives the same bytes. Throws what ParseDescription would
 // refuse, as std::runtime_error.
 [[nodiscard]] std::string SerializeDescription(const ReleaseDescription& description);
 
-// Throws std::runtime_error, with a sentence that names the member or path, for anything that is not
-// a description as above: another format or product, missing, unknown or duplicate members, a path
-// that the updater's lists refuse or that is reserved, two paths that differ in case alone, two
-// spellings of one directory, a file that is also a directory of another, a digest that is not 64
-// lower-case digits, sizes of more than 2^53 bytes together, no Tolvarine.exe, a path in `removed`
-// that is also a file or a directory, more than kDescriptionFileLimit files.
+// Throws std::runtime_error, with a sentence that names the member or path, for anything that is
+// not a description as above: another format or product, missing, unknown or duplicate members, a
+// path that the updater's lists refuse or that is reserved, two paths that differ in case alone,
+// two spellings of one directory, a file that is also a directory of another, a digest that is not
+// 64 lower-case digits, sizes of more than 2^53 bytes together, no Tolvarine.exe, a path in
+// `removed` that is also a file or a directory, more than kDescriptionFileLimit files.
 [[nodiscard]] ReleaseDescription ParseDescription(std::string_view payload);
 
 }  // namespace tolvarine::updater::application

@@ -36,8 +36,8 @@
 namespace tolvarine::updater::application {
 
 struct Installation {
-  Path target;  // Canonical.
-  Path state{};   // S, canonical.
+  Path target;   // Canonical.
+  Path state{};  // S, canonical.
   std::u16string key{};
 };
 
