@@ -1,7 +1,8 @@
-// The time that preparing an update takes, as a ratio to the work that no preparation can do without:
-// one pass of hashing over the installation, and one flushed copy of each file that differs. Both run
-// in turn on the same simulated computer; the counter `ratio` is the one over the other. The
-// application has 5,000 files, of which 150 change; the argument is the size of each, in bytes.
+// The time that preparing an update takes, as a ratio to the work that no preparation can do
+// without: one pass of hashing over the installation, and one flushed copy of each file that
+// differs. Both run in turn on the same simulated computer; the counter `ratio` is the one over the
+// other. The application has 5,000 files, of which 150 change; the argument is the size of each, in
+// bytes.
 
 #include <benchmark/benchmark.h>
 

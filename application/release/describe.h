@@ -21,8 +21,8 @@ struct DescribeRequest {
   std::vector<ReleaseDescription> earlier{};  // Of the same channel, in any order.
 };
 
-// How much of the updater's limits an update from one earlier release would take, were all its files
-// as described. Rows and bytes are those of the lists (lists/list_text.h).
+// How much of the updater's limits an update from one earlier release would take, were all its
+// files as described. Rows and bytes are those of the lists (lists/list_text.h).
 struct ListMargin {
   std::string earlier_version;
   std::size_t files = 0;  // Staged: those that differ, and Tolvarine.exe.
@@ -48,8 +48,8 @@ struct DescribedRelease {
 // nothing. Throws what reading the files throws.
 [[nodiscard]] DescribedRelease DescribeRelease(const DescribeRequest& request);
 
-// The second step: the envelope of a payload and its signature in DER. Throws std::runtime_error for
-// a payload that ParseDescription refuses and for a signature that does not verify with `key`.
+// The second step: the envelope of a payload and its signature in DER. Throws std::runtime_error
+// for a payload that ParseDescription refuses and for a signature that does not verify with `key`.
 [[nodiscard]] std::string SealRelease(std::string_view payload, std::string_view der_signature,
                                       const PublicKey& key);
 

@@ -20,11 +20,12 @@ struct PublicKey {
 
 // The key of a PEM text with one "PUBLIC KEY" block (RFC 7468): a SubjectPublicKeyInfo for an
 // uncompressed point of P-256 (RFC 5480), as `openssl ec -pubout` writes it. Throws
-// std::runtime_error for anything else. Whether the point lies on the curve shows in VerifySignature.
+// std::runtime_error for anything else. Whether the point lies on the curve shows in
+// VerifySignature.
 [[nodiscard]] PublicKey ParsePublicKey(std::string_view pem);
 
-// The first 16 hexadecimal digits of the SHA-256 of x and y: a name for people and for the `keyid` of
-// an envelope. It is a hint and never trusted.
+// The first 16 hexadecimal digits of the SHA-256 of x and y: a name for people and for the `keyid`
+// of an envelope. It is a hint and never trusted.
 [[nodiscard]] std::string KeyIdOf(const PublicKey& key);
 
 // The 64 bytes r and s of a signature in DER (RFC 3279, section 2.2.3), as `openssl dgst -sign` and
@@ -32,9 +33,9 @@ struct PublicKey {
 // positive integers below 2^256.
 [[nodiscard]] std::string RawSignatureFromDer(std::string_view der);
 
-// True where `signature` (kSignatureSize bytes) is one of `message` by `key`. False also for another
-// size and for a point that is not on the curve. Throws std::runtime_error where the system's
-// library cannot be used.
+// True where `signature` (kSignatureSize bytes) is one of `message` by `key`. False also for
+// another size and for a point that is not on the curve. Throws std::runtime_error where the
+// system's library cannot be used.
 [[nodiscard]] bool VerifySignature(const PublicKey& key, std::string_view message,
                                    std::string_view signature);
 

@@ -18,7 +18,8 @@ namespace {
 
 using Json = nlohmann::json;
 
-// The object, its arrays, and the objects in them, for as many files and removed ones as there may be.
+// The object, its arrays, and the objects in them, for as many files and removed ones as there may
+// be.
 constexpr JsonLimits kJsonLimits = {.depth = 3, .values = 6 * kDescriptionFileLimit};
 constexpr std::size_t kNameLimit = 64;  // Characters of a channel or a version.
 constexpr std::uint64_t kLargestSequence = std::uint64_t{1} << 53;

@@ -44,8 +44,8 @@ struct ReleaseDescription {
   std::vector<Path> removed{};  // Files of earlier releases that this one lacks, in key order.
 };
 
-// True for a path that the updater cannot install: its own log, "log.txt" at the top level, anything
-// below that name, and any name that ends as the updater's temporaries do.
+// True for a path that the updater cannot install: its own log, "log.txt" at the top level,
+// anything below that name, and any name that ends as the updater's temporaries do.
 [[nodiscard]] bool IsReservedPath(PathView path);
 
 // The payload. The same description gives the same bytes. Throws what ParseDescription would

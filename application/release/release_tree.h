@@ -21,8 +21,8 @@ struct ReleaseTree {
 // Walks a directory, checks every name and entry, and hashes every file under the lock that the
 // updater takes. Problems are: a directory that is missing, a link, or unreadable; names that no
 // release may hold; links, other reparse points and files with several names; files that cannot be
-// locked and read; two paths that differ in case alone; a path too long for a list; no Tolvarine.exe.
-// Changes nothing.
+// locked and read; two paths that differ in case alone; a path too long for a list; no
+// Tolvarine.exe. Changes nothing.
 [[nodiscard]] ReleaseTree ReadReleaseTree(const Path& release);
 
 }  // namespace tolvarine::updater::application

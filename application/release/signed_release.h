@@ -24,8 +24,8 @@ namespace tolvarine::updater::application {
 inline constexpr std::string_view kPayloadType = "application/vnd.tolvarine.release+json";
 inline constexpr std::size_t kEnvelopeByteLimit = std::size_t{24} << 20;
 
-// "DSSEv1", then, each after one blank, the decimal length of the type, the type, the decimal length
-// of the payload, and the payload.
+// "DSSEv1", then, each after one blank, the decimal length of the type, the type, the decimal
+// length of the payload, and the payload.
 [[nodiscard]] std::string PreAuthenticationEncoding(std::string_view type,
                                                     std::string_view payload);
 
@@ -40,8 +40,8 @@ struct VerifiedRelease {
 // ParseDescription refuses; std::runtime_error where the system's cryptography fails.
 [[nodiscard]] VerifiedRelease VerifyRelease(std::string envelope, std::span<const PublicKey> keys);
 
-// Reads a file once and verifies it. Also throws SystemError where it cannot be read, and UnsoundRelease
-// for one of more than kEnvelopeByteLimit bytes.
+// Reads a file once and verifies it. Also throws SystemError where it cannot be read, and
+// UnsoundRelease for one of more than kEnvelopeByteLimit bytes.
 [[nodiscard]] VerifiedRelease ReadRelease(const Path& file, std::span<const PublicKey> keys);
 
 // Reads the signed release that the workspace of an update holds. The update's id is the SHA-256 of

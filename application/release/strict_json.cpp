@@ -19,8 +19,8 @@ std::string Shown(const Json& text) {
   return shown.size() <= kLimit ? shown : "of " + std::to_string(shown.size()) + " bytes";
 }
 
-// Refuses, event by event, what the library's own parser would accept: it keeps the last of two equal
-// names, and any number. Its filter for such checks takes quadratic time.
+// Refuses, event by event, what the library's own parser would accept: it keeps the last of two
+// equal names, and any number. Its filter for such checks takes quadratic time.
 class StrictRules : public Json::json_sax_t {
  public:
   explicit StrictRules(JsonLimits limits) : limits_(limits) {}

@@ -39,8 +39,8 @@ struct LoadedLedger {
 // WriteFileDurably does; the ledger is then the old one or the new one, whole.
 void SaveLedger(const Installation& installation, const Ledger& ledger);
 
-// Why a release may not be installed over what the ledger records, as a sentence; empty where it may.
-// A sequence below the highest, an equal one with another id, and a release gone back from are
+// Why a release may not be installed over what the ledger records, as a sentence; empty where it
+// may. A sequence below the highest, an equal one with another id, and a release gone back from are
 // refused, unless `accepted_sequence` is the release's, as a person has to name it.
 [[nodiscard]] std::string RefusalOf(const Ledger& ledger, std::uint64_t sequence,
                                     const std::u16string& id, std::uint64_t accepted_sequence);

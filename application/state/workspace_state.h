@@ -102,7 +102,8 @@ struct WorkspaceReport {
   WorkspaceState state = WorkspaceState::Remainder;
   // New for Applying where every entry is counted and every listed file is the release's: only the
   // save of Committed is missing. WholeFiles for Prepared where the completed marker stands, too:
-  // without a journal nothing tells whether the update was carried out. Otherwise that of the state.
+  // without a journal nothing tells whether the update was carried out. Otherwise that of the
+  // state.
   InstallationContent content = InstallationContent::Untouched;
   std::optional<TransactionJournal> journal{};  // The newest sound record.
   bool pending = false;

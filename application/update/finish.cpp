@@ -35,7 +35,8 @@ class Finishing {
   VerbResult& result_;
 };
 
-// A file that differs is told, and so is one that cannot be read: what is installed stays installed.
+// A file that differs is told, and so is one that cannot be read: what is installed stays
+// installed.
 void Finishing::Verify(const VerifiedRelease& release) {
   const auto warn = [&](std::string text, Path path) {
     text += " Prepare the same release again to replace what differs.";
@@ -51,12 +52,12 @@ void Finishing::Verify(const VerifiedRelease& release) {
   }
 }
 
-// In one step, so that a power cut leaves the workspace or nothing of it.
+// The workspace goes in one step: a power cut leaves all of it or nothing.
 void Finishing::Remove(const WorkspaceStatus& workspace) const {
   const UpdatePaths paths = PathsOf(installation_, workspace.id);
-  const Path moved = MoveToAbandoned(installation_, paths.workspace);
   RemoveDirectory(paths.stages);
-  RemoveDirectory(moved);
+  const Path moved = MoveToAbandoned(installation_, paths.workspace);
+  if (!moved.empty()) RemoveDirectory(moved);
 }
 
 // The copies of programs that no workspace needs any more.

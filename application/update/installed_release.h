@@ -26,15 +26,15 @@ namespace tolvarine::updater::application {
 [[nodiscard]] std::vector<VerifiedRelease> InstalledUpdates(
     const Installation& installation, const std::vector<WorkspaceStatus>& workspaces);
 
-// The ledger, or a fresh one where there is none. Throws VerbFailure where it is damaged or cannot be
-// read just now.
+// The ledger, or a fresh one where there is none. Throws VerbFailure where it is damaged or cannot
+// be read just now.
 [[nodiscard]] Ledger RequireLedger(const Installation& installation);
 
 // Counts a release as installed, in memory alone.
 void CountInstalled(const VerifiedRelease& release, Ledger& ledger);
 
-// Notes an installed release in the ledger, with the target's volume and file id. A damaged ledger is
-// replaced where the outcome is "adopted". Throws as RequireLedger and SaveLedger do.
+// Notes an installed release in the ledger, with the target's volume and file id. A damaged ledger
+// is replaced where the outcome is "adopted". Throws as RequireLedger and SaveLedger do.
 void NoteInstalled(const Installation& installation, const VerifiedRelease& release,
                    std::string outcome);
 

@@ -26,8 +26,8 @@ struct WaitedProcess {
 // A program that is held open from its verification until it runs.
 class HeldProgram {
  public:
-  // Throws VerbFailure where the copy is not the one that was recorded, and FilesystemError where it
-  // cannot be read.
+  // Throws VerbFailure where the copy is not the one that was recorded, and FilesystemError where
+  // it cannot be read.
   explicit HeldProgram(ProgramCopy program);
 
   // Starts it in the state directory with no inherited handles, outside of this process's job where
@@ -43,8 +43,8 @@ class HeldProgram {
 class UpdaterLaunch {
  public:
   // Reads the request; where a journal stands, the lists are the journal's. Where the copy of the
-  // updater has gone or has changed, another copy is used, or one that is made of `updater`, which may
-  // be empty. Throws VerbFailure where what is needed is missing or damaged. `installation` and
+  // updater has gone or has changed, another copy is used, or one that is made of `updater`, which
+  // may be empty. Throws VerbFailure where what is needed is missing or damaged. `installation` and
   // `workspace` must outlive the object.
   UpdaterLaunch(const Installation& installation, const WorkspaceStatus& workspace,
                 const Path& updater);

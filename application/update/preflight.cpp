@@ -164,8 +164,8 @@ void Preflight::CheckVolumes() {
   CheckSpace(target, state);
 }
 
-// Stage, kept copies and baseline in the state directory. In the installation: what it grows by, and
-// one temporary beside the file that it becomes.
+// Stage, kept copies and baseline in the state directory. In the installation: what it grows by,
+// and one temporary beside the file that it becomes.
 void Preflight::CheckSpace(const Volume& target, const Volume& state) {
   const auto installed_size = [&](const Path& path) {
     const FileSize size = QueryFileSize(JoinPath(target_, path));

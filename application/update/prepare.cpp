@@ -119,7 +119,8 @@ void Preparation::CheckRestart(Reasons& reasons) const {
                      restart});
 }
 
-// Takes the subset that was fixed for this very update, where it has changed nothing and still holds.
+// Takes the subset that was fixed for this very update, where it has changed nothing and still
+// holds.
 void Preparation::UseFixedSubset() {
   const auto own = std::ranges::find(workspaces_, request_.release.id, &WorkspaceStatus::id);
   own_ = own == workspaces_.end() ? nullptr : &*own;
@@ -191,8 +192,8 @@ void Preparation::SettleOthers() {
   RemoveAllBut(JoinPath(installation_.state, u"s"), {std::u16string(LastComponent(paths_.stages))});
 }
 
-// What an earlier life of the same update has left must not be taken for this one's. The stage stays:
-// it is made already.
+// What an earlier life of the same update has left must not be taken for this one's. The stage
+// stays: it is made already.
 void Preparation::RetireOwn() {
   if (own_ == nullptr || begun_) return;
   SweepRestored(installation_, *own_);

@@ -69,8 +69,8 @@ struct Reason {
 
 using Reasons = std::vector<Reason>;
 
-// The reason of a failure: that of a VerbFailure itself, NoSpace for a full disk, and SystemFailure for
-// any other, with the failure's text and what helps against it.
+// The reason of a failure: that of a VerbFailure itself, NoSpace for a full disk, and SystemFailure
+// for any other, with the failure's text and what helps against it.
 [[nodiscard]] Reason ReasonOf(const std::exception& failure);
 
 // True where at least one is not a warning.

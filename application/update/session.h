@@ -1,5 +1,5 @@
-// What every verb begins and ends with: both locks, the state of every workspace, and the turning of
-// exceptions into reasons.
+// What every verb begins and ends with: both locks, the state of every workspace, and the turning
+// of exceptions into reasons.
 
 #pragma once
 
@@ -27,33 +27,34 @@ void Refuse(VerbResult& result, ReasonCode code, std::string text, Path path = {
 // True for an update that has not changed the installation: prepared, backing-up and restored.
 [[nodiscard]] bool HasChangedNothing(WorkspaceState state);
 
-// Refuses, with UnfinishedUpdate, where a workspace is in a state that forbids another update (rule 1).
-// Returns whether there is none.
+// Refuses, with UnfinishedUpdate, where a workspace is in a state that forbids another update (rule
+// 1). Returns whether there is none.
 bool RequireNoUnfinished(const std::vector<WorkspaceStatus>& workspaces, VerbResult& result);
 
 using StatePredicate = bool (*)(WorkspaceState state);
 
-// The workspace of this id, or, for an empty id, the only one whose state is meant. Refuses and returns
-// null where there is none, where it is in another state (`what` completes the sentence "The update …"),
-// and where more than one is meant.
+// The workspace of this id, or, for an empty id, the only one whose state is meant. Refuses and
+// returns null where there is none, where it is in another state (`what` completes the sentence
+// "The update …"), and where more than one is meant.
 [[nodiscard]] const WorkspaceStatus* ChooseWorkspace(const std::vector<WorkspaceStatus>& workspaces,
                                                      const std::u16string& id,
                                                      StatePredicate is_meant, std::string_view what,
                                                      VerbResult& result);
 
-// Refuses because of the state of a workspace: `what` completes "The update … ". An unfinished update
-// makes the outcome UnfinishedUpdate.
+// Refuses because of the state of a workspace: `what` completes "The update … ". An unfinished
+// update makes the outcome UnfinishedUpdate.
 void RefuseState(const WorkspaceStatus& workspace, std::string_view what, VerbResult& result);
 
-// Requires of S and the directories in it that they are plain directories, as far as they exist: the
-// updater refuses paths that lead through a link. Throws VerbFailure.
+// Requires of S and the directories in it that they are plain directories, as far as they exist:
+// the updater refuses paths that lead through a link. Throws VerbFailure.
 void RequireStateDirectory(const Installation& installation);
 
-// Both locks, or nothing where one is taken. Throws VerbFailure where the state directory cannot be used.
+// Both locks, or nothing where one is taken. Throws VerbFailure where the state directory cannot be
+// used.
 [[nodiscard]] std::optional<InstallationLocks> TakeLocks(const Installation& installation);
 
-// Carries out a verb under both locks: `work` is given the locks and the states. Where a lock is taken,
-// or work throws, the result says so. `Result` has a member `result`, or is a VerbResult.
+// Carries out a verb under both locks: `work` is given the locks and the states. Where a lock is
+// taken, or work throws, the result says so. `Result` has a member `result`, or is a VerbResult.
 template <typename Result, typename Work>
 [[nodiscard]] Result UnderLocks(const Installation& installation, Work work) {
   Result outcome{};

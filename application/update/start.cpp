@@ -42,8 +42,8 @@ void RefuseDeadlyJob(const WaitedProcess& waited) {
   throw VerbFailure(ReasonCode::WrongState, what + " Prepare the update again.", path);
 }
 
-// An update that has changed nothing yet has to fit the installation as it is now. The files that it
-// leaves alone are of the release already, unless somebody has installed another one since.
+// An update that has changed nothing yet has to fit the installation as it is now. The files that
+// it leaves alone are of the release already, unless somebody has installed another one since.
 void RequireFit(const Installation& installation, const WorkspaceStatus& workspace,
                 const UpdateRequest& request, const ProgressCallback& progress) {
   if (!HasChangedNothing(workspace.report.state)) return;

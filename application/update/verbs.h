@@ -1,9 +1,10 @@
 // What an application does with an installation, verb by verb.
 //
-// Each verb takes both locks (state_directory.h) without waiting, reads where every workspace stands
-// (workspace_state.h), and refuses what the rules forbid; a refused verb has changed nothing but the
-// making of S and S\lock. Verbs that change something do it in durable steps, and are repeatable: after
-// a failure or a power cut at any point, the same verb with the same arguments goes on to the same end.
+// Each verb takes both locks (state_directory.h) without waiting, reads where every workspace
+// stands (workspace_state.h), and refuses what the rules forbid; a refused verb has changed nothing
+// but the making of S and S\lock. Verbs that change something do it in durable steps, and are
+// repeatable: after a failure or a power cut at any point, the same verb with the same arguments
+// goes on to the same end.
 //
 // No exception leaves a verb: what a progress callback throws, too, becomes a reason, if it derives
 // from std::exception.
@@ -81,8 +82,8 @@ struct PreparedUpdate {
 // Makes everything durable that the update needs; its last step is the pending marker, so that the
 // state is `prepared` exactly when all of it is there. Updates that are prepared, backing-up or
 // restored under another id are abandoned first. A workspace of the same id that is prepared,
-// backing-up or restored keeps the subset that was fixed for it, and is completed or left as it is; one
-// that is installed is retired first.
+// backing-up or restored keeps the subset that was fixed for it, and is completed or left as it is;
+// one that is installed is retired first.
 [[nodiscard]] PreparedUpdate Prepare(const Installation& installation,
                                      const PrepareRequest& request,
                                      std::span<const PublicKey> keys);
@@ -103,22 +104,23 @@ struct StartedUpdate {
 };
 
 // Starts the updater of an update that is prepared, backing-up, restored, applying, restoring or
-// committed, from its verified copy, with the lists and paths of the request or, where a journal stands,
-// of the journal. An update that has changed nothing yet is refused where the installation is not the
-// one that it was prepared for: another package may have been installed since. Writes launched.json
-// first. The updater's end is not waited for.
+// committed, from its verified copy, with the lists and paths of the request or, where a journal
+// stands, of the journal. An update that has changed nothing yet is refused where the installation
+// is not the one that it was prepared for: another package may have been installed since. Writes
+// launched.json first. The updater's end is not waited for.
 [[nodiscard]] StartedUpdate Start(const Installation& installation, const StartRequest& request);
 
 // --- The rest ------------------------------------------------------------------------------------
 
-// Gives up an update that is prepared, backing-up or restored, or a remainder; an empty id stands for
-// the only one. Temporaries and empty directories that a restored one left in the target are removed.
+// Gives up an update that is prepared, backing-up or restored, or a remainder; an empty id stands
+// for the only one. Temporaries and empty directories that a restored one left in the target are
+// removed.
 [[nodiscard]] VerbResult Abandon(const Installation& installation, const std::u16string& id);
 
-// Notes what is installed in the ledger, verifies the whole installation against the release that was
-// installed last (a file that differs is a warning), and removes what installed updates and remainders
-// have left. Updates that were given up, with their baseline copies, stay until another one is
-// installed. Refused while an update is unfinished.
+// Notes what is installed in the ledger, verifies the whole installation against the release that
+// was installed last (a file that differs is a warning), and removes what installed updates and
+// remainders have left. Updates that were given up, with their baseline copies, stay until another
+// one is installed. Refused while an update is unfinished.
 [[nodiscard]] VerbResult Finish(const Installation& installation,
                                 const ProgressCallback& progress = {});
 
@@ -127,9 +129,9 @@ struct AdoptRequest {
   ProgressCallback progress{};
 };
 
-// For setup programs, and the way out of damaged and foreign: proves that the target holds every file
-// of the release, and none that only the installed release, an update or its journal has; then notes
-// it in the ledger, retires every workspace, and writes the installed manifest.
+// For setup programs, and the way out of damaged and foreign: proves that the target holds every
+// file of the release, and none that only the installed release, an update or its journal has; then
+// notes it in the ledger, retires every workspace, and writes the installed manifest.
 [[nodiscard]] VerbResult Adopt(const Installation& installation, const AdoptRequest& request,
                                std::span<const PublicKey> keys);
 

@@ -458,8 +458,12 @@ void Checker::CheckUnchanged(const Step& step, const DiskView& before, const Dis
   const bool reads = step.verb == Verb::Status || step.verb == Verb::Check;
   // A cut can take back what earlier verbs have done.
   if (step.cut || (step.result.outcome == Outcome::Done && !reads)) return;
-  // A verb that failed midway goes on with the next call.
-  if (!reads && HasReason(step, ReasonCode::SystemFailure)) return;
+  // A verb that failed midway goes on with the next call; one that the rules refuse never began.
+  const auto refused = {ReasonCode::UnfinishedUpdate, ReasonCode::NoSuchUpdate,
+                        ReasonCode::WrongState, ReasonCode::OldSequence, ReasonCode::NothingToDo};
+  const bool by_rule =
+      std::ranges::any_of(refused, [&](ReasonCode code) { return HasReason(step, code); });
+  if (!reads && step.disturbed && !by_rule) return;
   const bool midway =
       HasReason(step, ReasonCode::Cancelled) || HasReason(step, ReasonCode::PackageMismatch);
   if (!reads && midway && step.verb != Verb::Prepare) return;

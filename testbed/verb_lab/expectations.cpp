@@ -98,8 +98,16 @@ Checker::Expected Checker::Expect(const Step& step, const DiskView& before) cons
       if (!AnyUnfinished(before)) return {};
       return {Outcome::UnfinishedUpdate, ReasonCode::UnfinishedUpdate};
     case Verb::Adopt:
-      if (Holds(*step.release, before.target)) return {};
-      return {Outcome::Refused, ReasonCode::NotTheRelease};
+      if (!Holds(*step.release, before.target)) {
+        return {Outcome::Refused, ReasonCode::NotTheRelease};
+      }
+      // What another release has left is refused, as far as anything names that release.
+      return {.known = std::ranges::none_of(releases_, [&](const PackagedRelease* other) {
+                return std::ranges::any_of(FilesOf(other->files), [&](const auto& file) {
+                  return before.target.contains(file.first) &&
+                         !FilesOf(step.release->files).contains(file.first);
+                });
+              })};
   }
   return {.known = false};
 }

@@ -11,8 +11,8 @@ using simulated::FileSet;
 using simulated::PackagedRelease;
 using simulated::SimulatedInstallation;
 
-// 5,000 files do not fit one update's lists; the 150 that change, of which some are new and some gone,
-// do.
+// 5,000 files do not fit one update's lists; the 150 that change, of which some are new and some
+// gone, do.
 TEST(LargeApplication, OfFiveThousandFilesAHundredAndFiftyChange) {
   constexpr int kFiles = 5000;
   constexpr int kChanged = 130;

@@ -1,5 +1,6 @@
 // The update tool on a simulated computer: command lines are carried out in C:\Work, where an
-// installation "app" and a release "release-2" lie. Releases are signed with a key made for the run.
+// installation "app" and a release "release-2" lie. Releases are signed with a key made for the
+// run.
 
 #pragma once
 
@@ -74,8 +75,8 @@ class ToolFixture : public testing::Test {
     return ended;
   }
 
-  // The codes of the reasons, each followed by a blank, warnings left out. The line is carried out with
-  // --json.
+  // The codes of the reasons, each followed by a blank, warnings left out. The line is carried out
+  // with --json.
   std::string ReasonsOf(const std::string& line) {
     const nlohmann::json answer = nlohmann::json::parse(Run(line + " --json").output);
     std::string codes;

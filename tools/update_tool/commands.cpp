@@ -59,7 +59,9 @@ app::PublicKey ReadKey(const Path& path) {
   try {
     return app::ParsePublicKey(text);
   } catch (const std::runtime_error& failure) {
-    throw VerbFailure(ReasonCode::BadRelease, Quoted(path) + ": " + failure.what() + " Name the file of the public key.", path);
+    throw VerbFailure(ReasonCode::BadRelease,
+                      Quoted(path) + ": " + failure.what() + " Name the file of the public key.",
+                      path);
   }
 }
 

@@ -63,7 +63,8 @@ struct VerbRow {
   std::string_view summary;  // One line.
   std::string_view help;     // Further lines.
   std::span<const VerbOption> options;
-  // The members of the JSON object that the verb writes when it is done, besides those that all have.
+  // The members of the JSON object that the verb writes when it is done, besides those that all
+  // have.
   std::string_view members;
   std::array<std::string_view, 2> examples;  // The arguments behind the program's name, or empty.
 };
