@@ -25,13 +25,13 @@ namespace tolvarine::updater::application {
 inline constexpr std::string_view kPayloadType = "application/vnd.tolvarine.release+json";
 inline constexpr std::size_t kEnvelopeByteLimit = std::size_t{24} << 20;
 
-// "DSSEv1", then, each after one blank, the decimal length of the type, the type, the decimal length
-// of the payload, and the payload.
+// "DSSEv1", then, each after one blank, the decimal length of the type, the type, the decimal
+// length of the payload, and the payload.
 [[nodiscard]] std::string PreAuthenticationEncoding(std::string_view type,
                                                     std::string_view payload);
 
-// An envelope that is not sound, not signed by a key that is trusted, or of no use. Other failures of
-// the functions below are of the system, and say nothing of the release.
+// An envelope that is not sound, not signed by a key that is trusted, or of no use. Other failures
+// of the functions below are of the system, and say nothing of the release.
 class BadRelease : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -49,8 +49,8 @@ struct VerifiedRelease {
 // the system's library cannot be used.
 [[nodiscard]] VerifiedRelease VerifyRelease(std::string envelope, std::span<const PublicKey> keys);
 
-// Reads a file of at most kEnvelopeByteLimit bytes once and verifies it. Also throws SystemError where
-// it cannot be read.
+// Reads a file of at most kEnvelopeByteLimit bytes once and verifies it. Also throws SystemError
+// where it cannot be read.
 [[nodiscard]] VerifiedRelease ReadRelease(const Path& file, std::span<const PublicKey> keys);
 
 // The envelope of a payload and one raw signature of its pre-authentication encoding.

@@ -20,9 +20,9 @@ namespace tolvarine::updater::application {
 // Nothing for a text that is damaged, or whose first line ParseStrictJson refuses.
 [[nodiscard]] std::optional<nlohmann::json> ParseRecord(std::string_view text);
 
-// Writes a file through the temporary `file` + ".new", flushes it and renames it with write-through,
-// making missing parent directories. On return the file is durable; on failure (SystemError,
-// FilesystemError) it is as it was and the temporary may be left.
+// Writes a file through the temporary `file` + ".new", flushes it and renames it with
+// write-through, making missing parent directories. On return the file is durable; on failure
+// (SystemError, FilesystemError) it is as it was and the temporary may be left.
 void WriteFileDurably(const Path& file, std::string_view content);
 
 enum class RecordState { Missing, Sound, Damaged, Unreadable };
@@ -32,9 +32,10 @@ struct LoadedRecord {
   nlohmann::json record{};  // Where Sound.
 };
 
-// The record of `file`, or of `second` where the first is missing or damaged. Damaged: one of them is
-// there and neither is sound. Unreadable: one that counts exists and cannot be opened or read just
-// now; `second`, which may be older, does not stand in for such a `file`. Throws nothing but exhausted memory.
+// The record of `file`, or of `second` where the first is missing or damaged. Damaged: one of them
+// is there and neither is sound. Unreadable: one that counts exists and cannot be opened or read
+// just now; `second`, which may be older, does not stand in for such a `file`. Throws nothing but
+// exhausted memory.
 [[nodiscard]] LoadedRecord LoadRecord(const Path& file, const Path& second);
 
 }  // namespace tolvarine::updater::application

@@ -17,8 +17,8 @@ inline constexpr std::size_t kCommandLineLimit = 32767;
 [[nodiscard]] std::u16string QuoteArgument(std::u16string_view argument);
 
 // The whole command line of an updater: its own path, then every option. Options whose value is
-// empty where that means absence (deletions, the creation time) are left out. Throws what serializing
-// the lists throws.
+// empty where that means absence (deletions, the creation time) are left out. Throws what
+// serializing the lists throws.
 [[nodiscard]] std::u16string CommandLineOf(const Path& updater, const UpdaterArguments& arguments);
 
 }  // namespace tolvarine::updater::application

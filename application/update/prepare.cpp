@@ -154,8 +154,8 @@ void Preparation::AbandonOthers() {
   }
 }
 
-// What is said of an installed update is no longer true once another one is under way, nor may it be
-// taken for the same release's next one. The stage of the latter has been renewed and stays.
+// What is said of an installed update is no longer true once another one is under way, nor may it
+// be taken for the same release's next one. The stage of the latter has been renewed and stays.
 void Preparation::RetireInstalled() {
   for (const WorkspaceStatus& workspace : workspaces_) {
     if (workspace.report.state != WorkspaceState::Installed) continue;

@@ -22,9 +22,9 @@ struct Progress {
   PathView file{};          // The file at hand, relative; may be empty.
 };
 
-// Called from the verb's own thread, at least once for each file and for each 64 KiB. False cancels:
-// the verb then ends with ReasonCode::Cancelled, and what it has made stays for the next attempt.
-// An exception passes through in the same way.
+// Called from the verb's own thread, at least once for each file and for each 64 KiB. False
+// cancels: the verb then ends with ReasonCode::Cancelled, and what it has made stays for the next
+// attempt. An exception passes through in the same way.
 using ProgressCallback = std::function<bool(const Progress&)>;
 
 }  // namespace tolvarine::updater::application

@@ -1,5 +1,5 @@
-// What every verb begins and ends with: both locks, the state of every workspace, and the turning of
-// exceptions into reasons.
+// What every verb begins and ends with: both locks, the state of every workspace, and the turning
+// of exceptions into reasons.
 
 #pragma once
 
@@ -24,24 +24,24 @@ void Refuse(VerbResult& result, ReasonCode code, std::string text, Path path = {
 // The states of all workspaces. Throws SystemError where they cannot be listed.
 [[nodiscard]] std::vector<WorkspaceStatus> ReadWorkspaces(const Installation& installation);
 
-// Refuses, with UnfinishedUpdate, where a workspace is in a state that forbids another update (rule 1).
-// Returns whether there is none.
+// Refuses, with UnfinishedUpdate, where a workspace is in a state that forbids another update (rule
+// 1). Returns whether there is none.
 bool RequireNoUnfinished(const std::vector<WorkspaceStatus>& workspaces, VerbResult& result);
 
-// Refuses because of the state of a workspace: `what` completes "The update … ". An unfinished update
-// makes the outcome UnfinishedUpdate.
+// Refuses because of the state of a workspace: `what` completes "The update … ". An unfinished
+// update makes the outcome UnfinishedUpdate.
 void RefuseState(const WorkspaceStatus& workspace, std::string_view what, VerbResult& result);
 
-// The workspace of this id, or, for an empty id, the only one whose state `allows` the verb, or else
-// the only one. Refuses and returns null where there is none, or more than one (NoSuchUpdate), and
-// where its state does not allow the verb; `what` is as above.
+// The workspace of this id, or, for an empty id, the only one whose state `allows` the verb, or
+// else the only one. Refuses and returns null where there is none, or more than one (NoSuchUpdate),
+// and where its state does not allow the verb; `what` is as above.
 [[nodiscard]] const WorkspaceStatus* ChooseWorkspace(const std::vector<WorkspaceStatus>& workspaces,
                                                      const std::u16string& id,
                                                      bool (*allows)(WorkspaceState),
                                                      std::string_view what, VerbResult& result);
 
-// Carries out a verb under both locks: `work` is given the locks and the states. Where a lock is taken,
-// or work throws, the result says so. `Result` has a member `result`, or is a VerbResult.
+// Carries out a verb under both locks: `work` is given the locks and the states. Where a lock is
+// taken, or work throws, the result says so. `Result` has a member `result`, or is a VerbResult.
 template <typename Result, typename Work>
 [[nodiscard]] Result UnderLocks(const Installation& installation, Work work) {
   Result outcome{};

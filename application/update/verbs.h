@@ -1,12 +1,13 @@
 // What an application does with an installation, verb by verb.
 //
-// Each verb takes both locks (state_directory.h) without waiting, reads where every workspace stands
-// (workspace_state.h), and refuses what the rules forbid; a refused verb has changed nothing but the
-// making of S and S\lock. Verbs that change something do it in durable steps, and are repeatable: after
-// a failure or a power cut at any point, the same verb with the same arguments goes on to the same end.
+// Each verb takes both locks (state_directory.h) without waiting, reads where every workspace
+// stands (workspace_state.h), and refuses what the rules forbid; a refused verb has changed nothing
+// but the making of S and S\lock. Verbs that change something do it in durable steps, and are
+// repeatable: after a failure or a power cut at any point, the same verb with the same arguments
+// goes on to the same end.
 //
-// No exception leaves a verb but exhausted memory and what a progress callback throws; everything else
-// is a reason.
+// No exception leaves a verb but exhausted memory and what a progress callback throws; everything
+// else is a reason.
 //
 //     rule                                                                        kept by
 //     1  one update at a time, across ids                                         every verb
@@ -79,11 +80,11 @@ struct PreparedUpdate {
                                    std::span<const PublicKey> keys);
 
 // Makes everything durable that the update needs; its last step is the pending marker, so that the
-// state is `prepared` exactly when all of it is there. Before it, once the release is staged, updates
-// that are prepared, backing-up or restored under another id are abandoned, and installed ones are
-// noted in the ledger and retired: until then, a preparation that is cancelled or fails changes the
-// state of none. A workspace of the same id that is prepared, backing-up or restored keeps the subset
-// that was fixed for it.
+// state is `prepared` exactly when all of it is there. Before it, once the release is staged,
+// updates that are prepared, backing-up or restored under another id are abandoned, and installed
+// ones are noted in the ledger and retired: until then, a preparation that is cancelled or fails
+// changes the state of none. A workspace of the same id that is prepared, backing-up or restored
+// keeps the subset that was fixed for it.
 [[nodiscard]] PreparedUpdate Prepare(const Installation& installation,
                                      const PrepareRequest& request,
                                      std::span<const PublicKey> keys);
@@ -101,19 +102,20 @@ struct StartedUpdate {
 };
 
 // Starts the updater of an update that is prepared, backing-up, restored, applying, restoring or
-// committed, from its verified copy, with the lists and paths of the request or, where a journal stands,
-// of the journal. Writes launched.json first. The updater's end is not waited for.
+// committed, from its verified copy, with the lists and paths of the request or, where a journal
+// stands, of the journal. Writes launched.json first. The updater's end is not waited for.
 [[nodiscard]] StartedUpdate Start(const Installation& installation, const StartRequest& request);
 
 // --- The rest ------------------------------------------------------------------------------------
 
-// Gives up an update that is prepared, backing-up or restored, or a remainder; an empty id stands for
-// the only such one. Temporaries and empty directories that a restored one left in the target are removed.
+// Gives up an update that is prepared, backing-up or restored, or a remainder; an empty id stands
+// for the only such one. Temporaries and empty directories that a restored one left in the target
+// are removed.
 [[nodiscard]] VerbResult Abandon(const Installation& installation, const std::u16string& id);
 
-// Notes what is installed in the ledger and removes what finished, abandoned and unneeded updates left,
-// each transaction renamed away before it is removed. Refused while an update is unfinished. Baseline
-// copies and abandoned updates stay until an update is installed.
+// Notes what is installed in the ledger and removes what finished, abandoned and unneeded updates
+// left, each transaction renamed away before it is removed. Refused while an update is unfinished.
+// Baseline copies and abandoned updates stay until an update is installed.
 [[nodiscard]] VerbResult Finish(const Installation& installation, std::span<const PublicKey> keys,
                                 const ProgressCallback& progress = {});
 
@@ -122,8 +124,9 @@ struct AdoptRequest {
   ProgressCallback progress{};
 };
 
-// For setup programs, and the way out of damaged and foreign: proves that the target holds every file
-// of the release, notes it in the ledger, retires every workspace, and writes the installed manifest.
+// For setup programs, and the way out of damaged and foreign: proves that the target holds every
+// file of the release, notes it in the ledger, retires every workspace, and writes the installed
+// manifest.
 [[nodiscard]] VerbResult Adopt(const Installation& installation, const AdoptRequest& request,
                                std::span<const PublicKey> keys);
 

@@ -34,7 +34,8 @@ struct Laboratory {
   // have the same sequence.
   std::vector<PackagedRelease> releases;
   PackagedRelease newest;  // No sequence prepares it before its end.
-  // The first release, adopted; and the same as a full package leaves it, without a state directory.
+  // The first release, adopted; and the same as a full package leaves it, without a state
+  // directory.
   std::deque<simulated::Volume> adopted;
   std::deque<simulated::Volume> bare;
 };
