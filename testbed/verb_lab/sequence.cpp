@@ -278,7 +278,8 @@ void Sequence::Call(Step& step, const application::ProgressCallback& progress) {
         step.result = application::Prepare(fixture.installation, request, fixture.keys).result;
         break;
       case Verb::Start:
-        step.result = application::Start(fixture.installation, {.id = step.id, .wait_pid = 0}).result;
+        step.result = 
+            application::Start(fixture.installation, {.id = step.id, .wait_pid = 0}).result;
         break;
       case Verb::Finish:
         step.result = application::Finish(fixture.installation, progress);
