@@ -90,8 +90,16 @@ Checker::Expected Checker::Expect(const Step& step, const DiskView& before) cons
     case Verb::Check:
     case Verb::Prepare:
       return ExpectPrepare(step, before);
-    case Verb::Start:
-      return ExpectOf(step.id, MayStart, before);
+    case Verb::Start: {
+      std::u16string id;
+      const Expected expected = ExpectOf(step.id, MayStart, before, &id);
+      if (expected.outcome != Outcome::Done || IsUnfinished(StateOf(id, before))) return expected;
+      // One that has changed nothing has to fit the installation as it is.
+      if (!before.workspaces.at(id).stage) return {Outcome::Refused, ReasonCode::WrongState};
+      const auto update = updates_.find(id);
+      const bool written_over = update != updates_.end() && update->second.written_over;
+      return {.known = !written_over};
+    }
     case Verb::Abandon:
       return ExpectOf(step.id, MayBeAbandoned, before);
     case Verb::Finish:
