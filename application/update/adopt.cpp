@@ -97,6 +97,10 @@ VerbResult Adopt(const Installation& installation, const AdoptRequest& request,
         NoteInstalled(installation, request.release, "adopted");
         for (const WorkspaceStatus& workspace : workspaces) {
           SweepTemporaries(installation, workspace);
+          // Cut off in between, an unfinished update could not be resumed without its stage.
+          if (IsUnfinished(workspace.report.state)) {
+            MoveToAbandoned(installation, PathsOf(installation, workspace.id).workspace);
+          }
           AbandonUpdate(installation, workspace.id);
         }
         WriteFileDurably(InstalledManifestOf(installation), request.release.envelope);

@@ -396,16 +396,14 @@ void Checker::CheckStages(const Step& step, const DiskView& before, const DiskVi
     const State state = StateOf(id, before);
     const bool stands = after.state.contains(
         StateKey(laboratory_, PathsOf(laboratory_.fixture.installation, id).stage + u"\\"));
-    const bool needed =
-        state == State::Applying || state == State::Restoring || state == State::Committed;
+    const bool needed = application::IsUnfinished(state);
     if (after.workspaces.contains(id)) {
       const bool installed = StateOf(id, after) == State::Installed;
-      Require(Invariant::kStageKept, stands || !needed || installed || step.verb == Verb::Adopt,
-              "the stage was removed");
+      Require(Invariant::kStageKept, stands || !needed || installed, "the stage was removed");
     } else {
       const bool renewed = step.verb == Verb::Prepare && step.release->release.id == id;
       // Of a remainder nothing was durable.
-      Require(Invariant::kStageKept, !stands || renewed || state == State::Remainder,
+      Require(Invariant::kStageKept, !stands || renewed || needed || state == State::Remainder,
               "the workspace went before its stage");
     }
   }

@@ -32,8 +32,8 @@ namespace tolvarine::updater::verb_lab {
     "Where the pending marker stands, request, signed release and program copy are whole, and "   \
     "the stage holds exactly what differed when the update was first prepared.")                  \
   X(kStageKept, "stage-kept",                                                                     \
-    "No verb removes the stage of an update in `applying`, `restoring` or `committed`, and no "   \
-    "workspace is given up before its stage.")                                                    \
+    "No verb removes the stage of an unfinished update, and no workspace that can be given up "   \
+    "goes before its stage.")                                                                     \
   X(kStatesTrue, "states-true",                                                                   \
     "`status` names the state that the laboratory knows, no state follows that the verb cannot "  \
     "lead to, and `damaged` and `foreign` come from outside and are never started.")              \
