@@ -234,6 +234,8 @@ void Preparation::Carry() {
                         .deletions = difference_.deletions,
                         .updater = CopyUpdater(installation_, request_.updater,
                                                installed_ ? &installed_->description : nullptr)};
+  // With another stage, an update that no longer fits must not stand there as prepared.
+  if (own_ != nullptr && HasChangedNothing(own_->report.state)) RetireOwn();
   request.source = StageRelease(paths_, package_, request.inventory, request_.progress);
   if (Replaces()) {
     KeepFormerFiles(installation_, *installed_, difference_, request_.progress);

@@ -119,6 +119,9 @@ class Checker {
   [[nodiscard]] bool Holds(const PackagedRelease& release, const Files& target) const;
   [[nodiscard]] static Files AfterUpdate(const Update& update);
   void Plan(Update& update, const PackagedRelease& release, const DiskView& before) const;
+  // Whether what was fixed for an update that has changed nothing is still right for the target.
+  [[nodiscard]] bool StillFits(const std::u16string& id, const DiskView& view,
+                               bool with_deletions) const;
   void LearnFromStart(const Step& step, const DiskView& before, const DiskView& after);
   void LearnAboutStages(const Step& step, const DiskView& before, const DiskView& after);
 

@@ -62,7 +62,9 @@ Checker::Expected Checker::ExpectPrepare(const Step& step, const DiskView& befor
   if (AnyUnfinished(before)) return {Outcome::UnfinishedUpdate, ReasonCode::UnfinishedUpdate};
   const application::VerifiedRelease& release = step.release->release;
   const std::uint64_t sequence = release.description.sequence;
-  if (sequence != step.accepted_sequence) {
+  const PackagedRelease* const installed = Described(before);
+  const bool again = installed != nullptr && installed->release.id == release.id;
+  if (sequence != step.accepted_sequence && !again) {
     const bool other = sequence == highest_ && release.id != highest_id_;
     if (sequence < highest_ || other) return {Outcome::Refused, ReasonCode::OldSequence};
     if (sequence <= perhaps_) return {.known = false};
@@ -72,7 +74,7 @@ Checker::Expected Checker::ExpectPrepare(const Step& step, const DiskView& befor
   const auto own = before.workspaces.find(release.id);
   if (own != before.workspaces.end()) {
     const State state = StateOf(release.id, before);
-    if (MayStart(state)) return {};
+    if (MayStart(state) && StillFits(release.id, before, /*with_deletions=*/true)) return {};
   }
   const bool changes = std::ranges::any_of(planned.lists, [&](const auto& row) {
     const auto standing = before.target.find(row.first);
@@ -95,10 +97,10 @@ Checker::Expected Checker::Expect(const Step& step, const DiskView& before) cons
       const Expected expected = ExpectOf(step.id, MayStart, before, &id);
       if (expected.outcome != Outcome::Done || IsUnfinished(StateOf(id, before))) return expected;
       // One that has changed nothing has to fit the installation as it is.
-      if (!before.workspaces.at(id).stage) return {Outcome::Refused, ReasonCode::WrongState};
-      const auto update = updates_.find(id);
-      const bool written_over = update != updates_.end() && update->second.written_over;
-      return {.known = !written_over};
+      if (!before.workspaces.at(id).stage || !StillFits(id, before, /*with_deletions=*/false)) {
+        return {Outcome::Refused, ReasonCode::WrongState};
+      }
+      return {};
     }
     case Verb::Abandon:
       return ExpectOf(step.id, MayBeAbandoned, before);
@@ -153,7 +155,8 @@ void Checker::CheckStart(const Step& step, const DiskView& before, const DiskVie
     return;
   }
   std::u16string id;
-  const bool may_start = ExpectOf(step.id, MayStart, before, &id).outcome == Outcome::Done;
+  const bool may_start = ExpectOf(step.id, MayStart, before, &id).outcome == Outcome::Done &&
+                         Expect(step, before).outcome == Outcome::Done;
   Require(Invariant::kStatesTrue, may_start || !step.started, "an updater was started");
   if (!may_start || step.disturbed || step.locked || step.cut) return;
   const Update& update = updates_[id];

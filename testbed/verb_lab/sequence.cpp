@@ -278,7 +278,7 @@ void Sequence::Call(Step& step, const application::ProgressCallback& progress) {
         step.result = application::Prepare(fixture.installation, request, fixture.keys).result;
         break;
       case Verb::Start:
-        step.result = 
+        step.result =
             application::Start(fixture.installation, {.id = step.id, .wait_pid = 0}).result;
         break;
       case Verb::Finish:
