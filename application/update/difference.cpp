@@ -181,7 +181,7 @@ Difference FindDifference(const Path& target, const ReleaseDescription& release,
       difference.changed.push_back(*file.described);
     }
     const bool known = installed == nullptr || file.Is(file.installed);
-    if (file.exists && !as_described && !known) difference.changed_by_others.push_back(*file.path);
+    if (file.size && !as_described && !known) difference.changed_by_others.push_back(*file.path);
   }
   return difference;
 }

@@ -105,7 +105,7 @@ TEST_F(CommandLine, WrongUsageIsRefusedBeforeAnythingIsDone) {
 TEST_F(CommandLine, AnUnfinishedUpdateAndATakenLockHaveExitCodesOfTheirOwn) {
   ASSERT_NO_FATAL_FAILURE(DescribeAndSign());
   ASSERT_EQ(Run(kPrepare).code, 0);
-  const std::string finish = "finish --target app --state state --key public.pem";
+  const std::string finish = "finish --target app --state state";
   const std::string abandon = "abandon --target app --state state";
   const std::string start = "start --target app --state state --no-wait";
 

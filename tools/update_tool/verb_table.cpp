@@ -134,6 +134,7 @@ constexpr std::array kStartOptions = {kTarget,
                                       VerbOption{u"--updater"},
                                       kJson};
 constexpr std::array kStatusOptions = {kTarget, kState, kKey, kJson};
+constexpr std::array kFinishOptions = {kTarget, kState, kJson};
 constexpr std::array kAbandonOptions = {kTarget, kState, VerbOption{u"--id"}, kJson};
 constexpr std::array kAdoptOptions = {kTarget, kState, kKey, kRelease, kJson};
 
@@ -193,9 +194,9 @@ constexpr std::array kVerbs = {
             u"finish",
             "removes what installed and abandoned updates have left",
             "Verifies the whole installation against the installed release.",
-            kStatusOptions,
+            kFinishOptions,
             "",
-            {"finish --target app --state state --key public.pem"}},
+            {"finish --target app --state state"}},
     VerbRow{Verb::Abandon,
             u"abandon",
             "gives up an update that has not changed the installation",
