@@ -209,7 +209,7 @@ TEST_F(Verbs, AllReasonsAreFoundAtOnce) {
   const PreparedUpdate refused = fixture.Prepare(second);
   EXPECT_EQ(ReasonsOf(refused.result),
             "elevated-caller unsupported-file-system wrong-kind wrong-kind file-held "
-            "read-only-file changed-file");
+            "read-only-file");
   EXPECT_EQ(refused.result.outcome, Outcome::Refused);
   EXPECT_EQ(Disks(), before);
   disk.Release(held);

@@ -205,7 +205,7 @@ ToolAnswer ToolInstallation::Run(std::u16string_view verb, const Arguments& opti
                                  Rights rights) const {
   Arguments arguments = {std::u16string(verb), u"--target",       target.u16string(),
                          u"--state",           state.u16string(), u"--json"};
-  if (verb != u"start" && verb != u"abandon") {
+  if (verb != u"start" && verb != u"abandon" && verb != u"finish") {
     arguments.insert(arguments.end(), {u"--key", key.u16string()});
   }
   arguments.insert(arguments.end(), options.begin(), options.end());
