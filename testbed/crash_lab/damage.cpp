@@ -244,7 +244,7 @@ std::vector<Corruption> OnlyReadCorruptions(const SimulatedUpdate& update) {
                            .exempt = std::move(exempt),
                            .apply = std::move(apply)});
   };
-  const staging::UpdateLayout& layout = update.layout;
+  const inspection::UpdateLayout& layout = update.layout;
   add("a completed marker beside the pending one", {}, [&layout](Computer& computer) {
     computer.disk.WriteFile(layout.completed_marker, simulated::kPendingContent);
   });
