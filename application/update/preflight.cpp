@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <set>
-#include <span>
+#include <vector>
 
 #include "driver/request_validation.h"
 #include "engine/entry_temporary.h"
@@ -18,12 +18,12 @@
 #include "release/list_size.h"
 #include "release/release_description.h"
 #include "system/processes.h"
-#include "system/restart_manager.h"
 #include "system/volumes.h"
 #include "text/system_error.h"
 #include "text/utf8.h"
 #include "update/caller.h"
 #include "update/command_line_text.h"
+#include "update/running_processes.h"
 #include "update/sentences.h"
 
 namespace tolvarine::updater::application {
@@ -32,8 +32,6 @@ namespace {
 constexpr std::size_t kPathLimit = 259;
 constexpr std::size_t kDirectoryLimit = 247;
 constexpr std::size_t kMaxPathBuffer = 32768;
-
-using ProcessHandle = UniqueHandle<platform::CloseHandle, platform::kNullHandle>;
 
 struct Volume {
   Path root;
@@ -93,8 +91,8 @@ class Preflight {
   const PreflightRequest& request_;
   const Path& target_;
   UpdatePaths paths_;
-  std::vector<Path> files_;  // All that the update touches, relative.
-  bool processes_in_target_ = false;
+  std::vector<Path> files_;                     // All that the update touches, relative.
+  std::set<std::uint32_t> in_target_;           // The processes that run from the target.
   std::set<std::u16string> wrong_directories_;  // Keys of those that have been reported.
   Reasons reasons_;
 };
@@ -248,32 +246,15 @@ void Preflight::CheckCommandLine() {
 
 // --- Processes -----------------------------------------------------------------------------------
 
-Path ImageOf(std::uint32_t id) {
-  const ProcessHandle process(platform::OpenProcess(platform::kProcessQueryLimitedInformation, id));
-  if (!process) return {};
-  Path image(kMaxPathBuffer, u'\0');
-  auto size = static_cast<std::uint32_t>(image.size());
-  if (!platform::QueryFullProcessImageNameW(process.get(), image.data(), &size)) return {};
-  image.resize(size);
-  return image;
-}
-
 void Preflight::FindProcessesInTarget() {
-  constexpr std::uint32_t kMostProcesses = 16384;
-  std::vector<std::uint32_t> ids(kMostProcesses);
-  std::uint32_t count = 0;
-  if (!platform::K32EnumProcesses(ids.data(), kMostProcesses, &count)) return;
-  ids.resize(std::min(count, kMostProcesses));
-  for (const std::uint32_t id : ids) {
-    const Path image = ImageOf(id);
-    if (image.empty() || !IsPathWithin(image, target_)) continue;
-    processes_in_target_ = true;
-    if (id == platform::GetCurrentProcessId()) continue;
+  for (const RunningProcess& process : ProcessesRunningFrom(target_)) {
+    in_target_.insert(process.id);
     Warn(ReasonCode::ProcessInTarget,
-         "The process " + std::to_string(id) + " runs from " + Quoted(image) +
+         "The process " + std::to_string(process.id) + " runs from " + Quoted(process.image) +
              ". It has to end before the update can be installed.",
-         image);
+         process.image);
   }
+  if (IsPathWithin(OwnImage(), target_)) in_target_.insert(platform::GetCurrentProcessId());
 }
 
 // --- Each file -----------------------------------------------------------------------------------
@@ -325,21 +306,10 @@ bool Preflight::CheckKind(const Path& relative) {
   return false;
 }
 
-// Who has the file open, as " by …"; empty where the system does not know.
-std::string HolderOf(const Path& path) {
-  std::uint32_t session = 0;
-  if (platform::RmStartSession(&session) != 0) return {};
-  const char16_t* const file = path.c_str();
-  std::array<platform::RmProcessInfo, 8> holders;
-  std::uint32_t needed = 0;
-  auto count = static_cast<std::uint32_t>(holders.size());
-  if (platform::RmRegisterResources(session, &file, 1) != 0 ||
-      platform::RmGetList(session, &needed, &count, holders.data()) != 0) {
-    count = 0;
-  }
-  platform::RmEndSession(session);
+// As " by …"; empty where the system does not know.
+std::string Names(const std::vector<FileHolder>& holders) {
   std::string text;
-  for (const platform::RmProcessInfo& holder : std::span(holders).first(count)) {
+  for (const FileHolder& holder : holders) {
     text += (text.empty() ? " by " : ", ") + Quoted(holder.application_name) + " (process " +
             std::to_string(holder.process_id) + ")";
   }
@@ -351,17 +321,19 @@ void Preflight::CheckAccess(const Path& relative) {
   const std::uint32_t attributes = platform::GetFileAttributesW(path.c_str());
   const bool read_only = attributes != platform::kInvalidFileAttributes &&
                          (attributes & platform::kFileAttributeReadonly) != 0;
-  if (read_only) {
-    if (request_.clear_read_only) return;
+  if (read_only && !request_.clear_read_only) {
     Refuse(ReasonCode::ReadOnlyFile,
            Quoted(relative) + " is read-only. Clear the attribute, or let prepare clear it.",
            relative);
     return;
   }
+  // A read-only file cannot be opened for writing before its attribute is cleared.
+  const std::uint32_t access =
+      read_only ? platform::kDelete : platform::kGenericWrite | platform::kDelete;
   const Path extended = ExtendedLengthPath(path);
-  const FileHandle file(platform::CreateFileW(
-      extended.c_str(), platform::kGenericWrite | platform::kDelete, platform::kFileShareAll,
-      platform::kOpenExisting, platform::kFileAttributeNormal));
+  const FileHandle file(platform::CreateFileW(extended.c_str(), access, platform::kFileShareAll,
+                                              platform::kOpenExisting,
+                                              platform::kFileAttributeNormal));
   if (file) return;
   const std::uint32_t code = platform::GetLastError();
   if (IsNotFoundError(code)) return;
@@ -372,9 +344,15 @@ void Preflight::CheckAccess(const Path& relative) {
            relative);
     return;
   }
-  std::string text = Quoted(relative) + " is held" + HolderOf(path) + ": " + SystemMessage(code);
-  // The application's own files are held while it runs; it ends before they are replaced.
-  if (processes_in_target_) {
+  const std::vector<FileHolder> holders = HoldersOf(path);
+  std::string text = Quoted(relative) + " is held" + Names(holders) + ": " + SystemMessage(code);
+  // The application's own files are held while it runs; it ends before they are replaced. Where
+  // nobody is named, it may be the application.
+  const bool by_application =
+      !in_target_.empty() && std::ranges::all_of(holders, [&](const FileHolder& holder) {
+        return in_target_.contains(holder.process_id);
+      });
+  if (by_application) {
     Warn(ReasonCode::FileHeld, text + " It has to be let go before the update.", relative);
   } else {
     Refuse(ReasonCode::FileHeld, text + " End the program that has it open.", relative);
@@ -384,7 +362,8 @@ void Preflight::CheckAccess(const Path& relative) {
 // Such a file is a reason also while the application runs: whether it differs is not known.
 void Preflight::ReportUnreadable(const UnreadableFile& file) {
   const std::string text = Quoted(file.path) + " cannot be read" +
-                           HolderOf(JoinPath(target_, file.path)) + ": " + SystemMessage(file.code);
+                           Names(HoldersOf(JoinPath(target_, file.path))) + ": " +
+                           SystemMessage(file.code);
   if (file.code == platform::kErrorAccessDenied) {
     Refuse(ReasonCode::TargetNotWritable,
            text + " Give this user the rights to read, write and delete it.", file.path);

@@ -1,12 +1,15 @@
 #include "update/running_processes.h"
 
 #include <algorithm>
+#include <array>
+#include <span>
 
 #include "driver/request_validation.h"
 #include "files/canonical_path.h"
 #include "files/unique_handle.h"
 #include "platform/processes.h"
 #include "system/processes.h"
+#include "system/restart_manager.h"
 #include "text/system_error.h"
 
 namespace tolvarine::updater::application {
@@ -43,6 +46,25 @@ std::vector<RunningProcess> ProcessesRunningFrom(const Path& directory) {
     if (!image.empty() && IsPathWithin(image, directory)) running.push_back({id, std::move(image)});
   }
   return running;
+}
+
+std::vector<FileHolder> HoldersOf(const Path& file) {
+  std::uint32_t session = 0;
+  if (platform::RmStartSession(&session) != 0) return {};
+  const char16_t* const name = file.c_str();
+  std::array<platform::RmProcessInfo, 8> found;
+  std::uint32_t needed = 0;
+  auto count = static_cast<std::uint32_t>(found.size());
+  if (platform::RmRegisterResources(session, &name, 1) != 0 ||
+      platform::RmGetList(session, &needed, &count, found.data()) != 0) {
+    count = 0;
+  }
+  platform::RmEndSession(session);
+  std::vector<FileHolder> holders;
+  for (const platform::RmProcessInfo& one : std::span(found).first(count)) {
+    holders.push_back({one.process_id, one.application_name});
+  }
+  return holders;
 }
 
 Path OwnImage() {

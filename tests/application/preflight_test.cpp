@@ -119,7 +119,13 @@ TEST(Preflight, EachReasonIsFoundAndSaysWhatToDo) {
          c.fixture.computer.processes.by_id[78] = {.image = c.InTarget(u"helper.exe")};
          c.Hold(u"lib\\a.dll", platform::kFileShareRead);
        },
-       "(process-in-target) (file-held)", "The process 78 runs from"},
+       "(process-in-target) file-held", "The process 78 runs from"},
+      // A file that the application itself has open is let go in time.
+      {[](Case& c) {
+         c.Hold(u"lib\\a.dll", platform::kFileShareRead);
+         c.fixture.computer.processes.by_id[77].image = c.InTarget(u"Tolvarine.exe");
+       },
+       "(process-in-target) (file-held)", "It has to be let go before the update"},
       {[](Case& c) { c.disk().WriteFile(c.InTarget(u"lib\\a.dll"), "edited"); }, "(changed-file)",
        "\"lib\\a.dll\" has been changed by somebody else"},
       {[](Case& c) { c.disk().Remove(c.fixture.updater); }, "program-changed",
