@@ -230,7 +230,9 @@ void Checker::Learn(const Step& step, const DiskView& before, const DiskView& af
   const bool done = !step.cut && step.result.outcome == Outcome::Done;
   if (step.verb == Verb::Prepare) {
     const std::u16string& id = step.release->release.id;
-    const bool stood = before.workspaces.contains(id) && before.workspaces.at(id).pending;
+    const auto was = before.workspaces.find(id);
+    const bool stood =
+        was != before.workspaces.end() && (was->second.pending || was->second.journal);
     const std::u16string request =
         StateKey(laboratory_, PathsOf(laboratory_.fixture.installation, id).request);
     const bool same =

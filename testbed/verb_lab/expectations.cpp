@@ -160,7 +160,12 @@ void Checker::CheckStart(const Step& step, const DiskView& before, const DiskVie
   Require(Invariant::kStatesTrue, may_start || !step.started, "an updater was started");
   if (!may_start || step.disturbed || step.locked || step.cut) return;
   const Update& update = updates_[id];
-  if (update.written_over || update.stage_missing) return;
+  if (update.written_over) return;
+  if (update.stage_missing) {
+    Require(Invariant::kResultsTrue, !IsUnfinished(StateOf(id, after)),
+            "an update without its stage stays unfinished");
+    return;
+  }
   const State ending = StateOf(id, before) == State::Restoring ? State::Restored : State::Installed;
   Require(Invariant::kResultsTrue, StateOf(id, after) == ending,
           "an undisturbed update does not end");
