@@ -444,6 +444,13 @@ void Checker::CheckStates(const Step& step, const DiskView& before, const DiskVi
             "damaged without anybody's act");
     if (workspace.pending) CheckPrepared(id, after);
   }
+  const bool prepared =
+      step.verb == Verb::Prepare && !step.cut && step.result.outcome == Outcome::Done;
+  if (prepared && !step.disturbed) {
+    Require(Invariant::kPreparedComplete,
+            StillFits(step.release->release.id, after, /*with_deletions=*/true),
+            "what was prepared does not fit the installation");
+  }
   Require(Invariant::kOneUpdate, current <= 1, "two updates at once");
   for (const auto& [id, workspace] : before.workspaces) {
     const State state = StateOf(id, before);

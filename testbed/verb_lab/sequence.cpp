@@ -270,7 +270,7 @@ void Sequence::DamageJournal() {
 
 void Sequence::Act() {
   ++result_.acts;
-  switch (Below(11)) {
+  switch (Below(12)) {
     case 0:
     case 1:
     case 2: {
@@ -289,8 +289,9 @@ void Sequence::Act() {
     case 7:
       return CleanStage();
     case 8:
-      return RemovePendingMarker();
     case 9:
+      return RemovePendingMarker();
+    case 10:
       return LeaveSlotTemporaries();
     default:
       return DamageJournal();
@@ -570,7 +571,7 @@ void Sequence::Converge() {
 void Sequence::Run() {
   const std::uint64_t verbs = kFewestVerbs + Below(kOneToMoreVerbs);
   for (std::uint64_t i = 0; i < verbs && result_.violations.empty(); ++i) {
-    if (Chance(IsMidway() ? 40 : 12)) Act();
+    if (Chance(IsMidway() ? 55 : 18)) Act();
     if (HasLeftovers() && Chance(60)) Carry({.verb = Verb::Finish}, Disturbance::Cut);
     const auto disturbance = static_cast<Disturbance>(Weighted(kDisturbances));
     if (disturbance != Disturbance::None && disturbance != Disturbance::Cut) ++result_.acts;
