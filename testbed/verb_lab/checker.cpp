@@ -230,7 +230,9 @@ void Checker::Learn(const Step& step, const DiskView& before, const DiskView& af
   const bool done = !step.cut && step.result.outcome == Outcome::Done;
   if (step.verb == Verb::Prepare) {
     const std::u16string& id = step.release->release.id;
-    const bool stood = before.workspaces.contains(id) && before.workspaces.at(id).pending;
+    const auto was = before.workspaces.find(id);
+    const bool stood =
+        was != before.workspaces.end() && (was->second.pending || was->second.journal);
     const std::u16string request =
         StateKey(laboratory_, PathsOf(laboratory_.fixture.installation, id).request);
     const bool same =
@@ -441,6 +443,13 @@ void Checker::CheckStates(const Step& step, const DiskView& before, const DiskVi
     Require(Invariant::kStatesTrue, state != State::Damaged || update.damaged,
             "damaged without anybody's act");
     if (workspace.pending) CheckPrepared(id, after);
+  }
+  const bool prepared =
+      step.verb == Verb::Prepare && !step.cut && step.result.outcome == Outcome::Done;
+  if (prepared && !step.disturbed) {
+    Require(Invariant::kPreparedComplete,
+            StillFits(step.release->release.id, after, /*with_deletions=*/true),
+            "what was prepared does not fit the installation");
   }
   Require(Invariant::kOneUpdate, current <= 1, "two updates at once");
   for (const auto& [id, workspace] : before.workspaces) {

@@ -114,6 +114,8 @@ class Checker {
                                   const DiskView& before, std::u16string* chosen = nullptr) const;
   [[nodiscard]] bool AnyUnfinished(const DiskView& view) const;
   [[nodiscard]] const PackagedRelease* Described(const DiskView& view) const;
+  [[nodiscard]] bool HoldsNothingOfOthers(const PackagedRelease& release,
+                                          const DiskView& view) const;
   void Note(const PackagedRelease& release);
   [[nodiscard]] bool IsOthers(const std::u16string& key, const Files& target) const;
   [[nodiscard]] bool Holds(const PackagedRelease& release, const Files& target) const;

@@ -8,6 +8,7 @@ namespace tolvarine::updater::verb_lab {
 
 using application::IsUnfinished;
 using application::Outcome;
+using application::PathsOf;
 using application::ReasonCode;
 
 namespace {
@@ -85,6 +86,31 @@ Checker::Expected Checker::ExpectPrepare(const Step& step, const DiskView& befor
   return {};
 }
 
+// What the installed manifest, a signed release or a journal of an update names is of others, where
+// the release does not hold it.
+bool Checker::HoldsNothingOfOthers(const PackagedRelease& release, const DiskView& view) const {
+  std::set<std::u16string> others;
+  const auto add = [&](const PackagedRelease& other) {
+    for (const auto& [path, content] : other.files) others.insert(KeyOf(path));
+    for (const Path& path : other.release.description.removed) others.insert(KeyOf(path));
+  };
+  if (const PackagedRelease* installed = Described(view)) add(*installed);
+  for (const auto& [id, workspace] : view.workspaces) {
+    const auto file = view.state.find(
+        StateKey(laboratory_, PathsOf(laboratory_.fixture.installation, id).release));
+    for (const PackagedRelease* other : releases_) {
+      const application::VerifiedRelease& described = other->release;
+      if (described.id != id || file == view.state.end()) continue;
+      if (file->second == described.envelope) add(*other);
+    }
+    if (!workspace.journal) continue;
+    for (const JournalEntry& entry : workspace.journal->entries) others.insert(KeyOf(entry.path));
+  }
+  for (const auto& [path, content] : release.files) others.erase(KeyOf(path));
+  return std::ranges::none_of(others,
+                              [&](const std::u16string& key) { return view.target.contains(key); });
+}
+
 Checker::Expected Checker::Expect(const Step& step, const DiskView& before) const {
   switch (step.verb) {
     case Verb::Status:
@@ -111,13 +137,10 @@ Checker::Expected Checker::Expect(const Step& step, const DiskView& before) cons
       if (!Holds(*step.release, before.target)) {
         return {Outcome::Refused, ReasonCode::NotTheRelease};
       }
-      // What another release has left is refused, as far as anything names that release.
-      return {.known = std::ranges::none_of(releases_, [&](const PackagedRelease* other) {
-                return std::ranges::any_of(FilesOf(other->files), [&](const auto& file) {
-                  return before.target.contains(file.first) &&
-                         !FilesOf(step.release->files).contains(file.first);
-                });
-              })};
+      if (!HoldsNothingOfOthers(*step.release, before)) {
+        return {Outcome::Refused, ReasonCode::NotTheRelease};
+      }
+      return {};
   }
   return {.known = false};
 }
@@ -160,7 +183,12 @@ void Checker::CheckStart(const Step& step, const DiskView& before, const DiskVie
   Require(Invariant::kStatesTrue, may_start || !step.started, "an updater was started");
   if (!may_start || step.disturbed || step.locked || step.cut) return;
   const Update& update = updates_[id];
-  if (update.written_over || update.stage_missing) return;
+  if (update.written_over) return;
+  if (update.stage_missing) {
+    Require(Invariant::kResultsTrue, !IsUnfinished(StateOf(id, after)),
+            "an update without its stage stays unfinished");
+    return;
+  }
   const State ending = StateOf(id, before) == State::Restoring ? State::Restored : State::Installed;
   Require(Invariant::kResultsTrue, StateOf(id, after) == ending,
           "an undisturbed update does not end");

@@ -30,7 +30,8 @@ namespace tolvarine::updater::verb_lab {
     "The highest sequence never falls, and is that of what was installed or adopted.")            \
   X(kPreparedComplete, "prepared-complete",                                                       \
     "Where the pending marker stands, request, signed release and program copy are whole, and "   \
-    "the stage holds exactly what differed when the update was first prepared.")                  \
+    "the stage holds exactly what differed when the update was first prepared. An undisturbed "   \
+    "preparation that is done fits the installation.")                                            \
   X(kStageKept, "stage-kept",                                                                     \
     "No verb removes the stage of an unfinished update, and no workspace that can be given up "   \
     "goes before its stage.")                                                                     \

@@ -112,6 +112,9 @@ class Sequence {
   void ChangeFile();
   void CleanStage();
   void DamageJournal();
+  void RemovePendingMarker();
+  void LeaveSlotTemporaries();
+  void Download();
 
   [[nodiscard]] Step Choose();
   void Carry(Step step, Disturbance disturbance);
@@ -134,6 +137,7 @@ class Sequence {
   SequenceResult& result_;
   Checker checker_;
   std::string note_;  // Of the disturbance at hand.
+  bool packages_gone_ = false;
   Step last_;
 };
 
@@ -196,15 +200,58 @@ void Sequence::ChangeFile() {
   computer_.disks.Settle();
 }
 
-// Where no rule forbids it.
+// With an update that has to be resumed, often the package as well.
 void Sequence::CleanStage() {
   const DiskView view = Look(laboratory_);
   for (const auto& [id, workspace] : view.workspaces) {
-    if (checker_.StateOf(id, view) != WorkspaceState::Prepared) continue;
+    const WorkspaceState state = checker_.StateOf(id, view);
+    const bool resumed = state == WorkspaceState::Applying || state == WorkspaceState::Restoring ||
+                         state == WorkspaceState::Committed;
+    if (state != WorkspaceState::Prepared && !resumed) continue;
     checker_.StageRemoved(id);
     computer_.disk.Remove(PathsOf(laboratory_.fixture.installation, id).stages);
     Say("  a cleaner removes the stage of " + Ascii(id.substr(0, 4)));
+    if (!resumed || Chance(50)) continue;
+    for (const PackagedRelease& release : laboratory_.releases) {
+      computer_.disk.Remove(release.package);
+    }
+    packages_gone_ = true;
+    Say("  a cleaner removes the packages");
   }
+  computer_.disks.Settle();
+}
+
+// A journal stands without its marker.
+void Sequence::RemovePendingMarker() {
+  for (const auto& [id, workspace] : Look(laboratory_).workspaces) {
+    if (!workspace.journal || !workspace.pending || workspace.completed) continue;
+    computer_.disk.Remove(PathsOf(laboratory_.fixture.installation, id).pending);
+    Say("  the pending marker of " + Ascii(id.substr(0, 4)) + " is removed");
+  }
+  computer_.disks.Settle();
+}
+
+// As a first save that was cut off leaves them.
+void Sequence::LeaveSlotTemporaries() {
+  const DiskView view = Look(laboratory_);
+  for (const auto& [id, workspace] : view.workspaces) {
+    if (checker_.StateOf(id, view) != WorkspaceState::Prepared) continue;
+    const Path transaction = PathsOf(laboratory_.fixture.installation, id).transaction;
+    const char16_t* const name = Chance(50) ? u"journal.0.new" : u"journal.1.new";
+    computer_.disk.WriteFile(JoinPath(transaction, name), Chance(50) ? "" : "part of a journal");
+    Say("  a slot temporary of " + Ascii(id.substr(0, 4)) + " stands alone");
+  }
+  computer_.disks.Settle();
+}
+
+// Puts every package in its place, as a new download does.
+void Sequence::Download() {
+  for (const PackagedRelease& release : laboratory_.releases) {
+    for (const auto& [path, content] : release.files) {
+      computer_.disk.WriteFile(JoinPath(release.package, path), content);
+    }
+  }
+  packages_gone_ = false;
   computer_.disks.Settle();
 }
 
@@ -223,7 +270,7 @@ void Sequence::DamageJournal() {
 
 void Sequence::Act() {
   ++result_.acts;
-  switch (Below(8)) {
+  switch (Below(12)) {
     case 0:
     case 1:
     case 2: {
@@ -239,7 +286,13 @@ void Sequence::Act() {
     case 5:
       return ChangeFile();
     case 6:
+    case 7:
       return CleanStage();
+    case 8:
+    case 9:
+      return RemovePendingMarker();
+    case 10:
+      return LeaveSlotTemporaries();
     default:
       return DamageJournal();
   }
@@ -328,13 +381,7 @@ void Sequence::LosePower() {
     volume.CutPower(changes, survival);
   }
   computer_.Restart();
-  // The packages are downloaded anew.
-  for (const PackagedRelease& release : laboratory_.releases) {
-    for (const auto& [path, content] : release.files) {
-      computer_.disk.WriteFile(JoinPath(release.package, path), content);
-    }
-  }
-  computer_.disks.Settle();
+  Download();
   if (!laboratory_.two_volumes) return;
   Files back = Look(laboratory_).target;
   std::erase_if(back, [&](const auto& file) { return before.contains(file.first); });
@@ -451,6 +498,9 @@ void Sequence::Disturbed(Step& step, Disturbance disturbance) {
 
 void Sequence::Carry(Step step, Disturbance disturbance) {
   ++result_.verbs;
+  // Whoever prepares has a package.
+  const bool needs_package = step.verb == Verb::Prepare || step.verb == Verb::Check;
+  if (packages_gone_ && needs_package) Download();
   const DiskView before = Look(laboratory_);
   computer_.processes.created.clear();
   Disturbed(step, disturbance);
@@ -521,7 +571,7 @@ void Sequence::Converge() {
 void Sequence::Run() {
   const std::uint64_t verbs = kFewestVerbs + Below(kOneToMoreVerbs);
   for (std::uint64_t i = 0; i < verbs && result_.violations.empty(); ++i) {
-    if (Chance(IsMidway() ? 40 : 12)) Act();
+    if (Chance(IsMidway() ? 55 : 18)) Act();
     if (HasLeftovers() && Chance(60)) Carry({.verb = Verb::Finish}, Disturbance::Cut);
     const auto disturbance = static_cast<Disturbance>(Weighted(kDisturbances));
     if (disturbance != Disturbance::None && disturbance != Disturbance::Cut) ++result_.acts;
