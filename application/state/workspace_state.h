@@ -35,19 +35,19 @@ namespace tolvarine::updater::application {
     "The journal is in `Apply` or `Rollback`, and a listed file of the installation has content " \
     "that is neither its baseline's nor its release's.") \
   X(Applying, "applying", WholeFiles, \
-    "resume", \
+    "start again, and nothing else", \
     "The journal is in `Apply`.") \
   X(Restoring, "restoring", WholeFiles, \
-    "resume", \
+    "start again, and nothing else", \
     "The journal is in `Rollback`.") \
   X(Committed, "committed", New, \
-    "resume", \
+    "start again, and nothing else", \
     "The journal is in `Committed`.") \
   X(Restored, "restored", Old, \
     "start again, or abandon", \
     "The journal is in `RolledBack`.") \
   X(BackingUp, "backing-up", Old, \
-    "resume, or abandon", \
+    "start again, or abandon", \
     "The journal is in `Backup`.") \
   X(Prepared, "prepared", Old, \
     "start, or abandon", \
