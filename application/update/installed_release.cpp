@@ -50,8 +50,8 @@ std::vector<VerifiedRelease> InstalledUpdates(const Installation& installation,
   const Path manifest = InstalledManifestOf(installation);
   if (releases.size() < 2 || QueryLinkStatus(manifest).kind != FileKind::regular) return releases;
   const std::string last = ReadFileBytes(manifest, kEnvelopeByteLimit);
-  std::ranges::stable_partition(
-      releases, [&](const VerifiedRelease& release) { return release.envelope != last; });
+  std::stable_partition(releases.begin(), releases.end(),
+                        [&](const VerifiedRelease& release) { return release.envelope != last; });
   return releases;
 }
 
