@@ -2,7 +2,7 @@
 //
 //   verb_lab [--seed N] [--sequences K]   K sequences with the seeds from N on
 //   verb_lab --seconds S [--seed N]       as many as begin within S seconds
-//   verb_lab --first                      up to the first violation
+//   verb_lab --first                      up to the first violation, of at most 3000 sequences
 //   verb_lab --replay SEED                one sequence again, step by step
 //   verb_lab --list-invariants            the invariants, as the table of docs/crash-model.md
 //
@@ -26,11 +26,12 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kExitUsage = 2;
 constexpr std::uint64_t kBoundedRun = 1000;
+constexpr std::uint64_t kMostToTheFirst = 3000;  // Of a mistake that few sequences meet.
 constexpr std::uint64_t kMostReported = 10;
 
 struct CommandLine {
   std::uint64_t seed = 1;
-  std::uint64_t sequences = kBoundedRun;
+  std::optional<std::uint64_t> sequences;
   std::uint64_t seconds = 0;
   std::optional<std::uint64_t> replay;
   bool first = false;
@@ -53,7 +54,7 @@ CommandLine Parse(int count, char** arguments) {
       if (name == "--seed") {
         line.seed = number.value_or(0);
       } else if (name == "--sequences") {
-        line.sequences = number.value_or(0);
+        line.sequences = number;
       } else if (name == "--seconds") {
         line.seconds = number.value_or(0);
       } else if (name == "--replay") {
@@ -96,10 +97,11 @@ int Run(const CommandLine& line) {
   SequenceResult sum;
   std::uint64_t broken = 0;
   std::uint64_t done = 0;
+  const std::uint64_t most = line.sequences.value_or(line.first ? kMostToTheFirst : kBoundedRun);
   const Clock::time_point end = Clock::now() + std::chrono::seconds(line.seconds);
   const auto goes_on = [&] {
     if (line.first && broken != 0) return false;
-    return line.seconds != 0 ? Clock::now() < end : done < line.sequences;
+    return line.seconds != 0 ? Clock::now() < end : done < most;
   };
   for (; goes_on(); ++done) {
     const std::uint64_t seed = line.seed + done;

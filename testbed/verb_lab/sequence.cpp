@@ -274,7 +274,9 @@ void Sequence::Act() {
     case 0:
     case 1:
     case 2: {
-      const PackagedRelease& release = OneOf(laboratory_.releases);
+      // Often the one that has just been prepared.
+      const bool same = last_.release != nullptr && Chance(30);
+      const PackagedRelease& release = same ? *last_.release : OneOf(laboratory_.releases);
       InstallPackage(release);
       if (Chance(50))
         Carry({.verb = Verb::Adopt, .release = &release},
