@@ -79,6 +79,12 @@ std::u16string KeyOf(std::u16string_view path) {
   return key;
 }
 
+std::optional<std::string> ContentIn(const Files& files, const std::u16string& key) {
+  const auto found = files.find(key);
+  if (found == files.end()) return std::nullopt;
+  return found->second;
+}
+
 Files FilesOf(const simulated::FileSet& files) {
   Files folded;
   for (const auto& [path, content] : files) folded[KeyOf(path)] = content;

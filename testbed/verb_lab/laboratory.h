@@ -24,6 +24,9 @@ using Files = std::map<std::u16string, std::string>;
 [[nodiscard]] std::u16string KeyOf(std::u16string_view path);
 [[nodiscard]] Files FilesOf(const simulated::FileSet& files);
 
+// Nothing where there is no such file.
+[[nodiscard]] std::optional<std::string> ContentIn(const Files& files, const std::u16string& key);
+
 struct Laboratory {
   // The state directory lies on C: with the target, or on D:.
   explicit Laboratory(bool two_volumes);

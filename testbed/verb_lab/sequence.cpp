@@ -4,12 +4,14 @@
 #include <array>
 #include <exception>
 #include <functional>
-#include <random>
 #include <utility>
 
 #include "driver/installation_lock.h"
 #include "simulated_windows/file_system.h"
+#include "support/shown_text.h"
 #include "verb_lab/checker.h"
+#include "verb_lab/others.h"
+#include "verb_lab/random.h"
 
 namespace tolvarine::updater::verb_lab {
 
@@ -69,35 +71,20 @@ bool CanFail(Call call) {
   return !IsRelease(call) && std::ranges::find(kNever, call) == kNever.end();
 }
 
-std::string Ascii(std::u16string_view text) {
-  std::string shown;
-  for (const char16_t unit : text) shown.push_back(unit < 0x80 ? static_cast<char>(unit) : '?');
-  return shown;
-}
-
 class Sequence {
  public:
-  Sequence(Laboratory& laboratory, std::mt19937_64& random, SequenceResult& result)
+  Sequence(Laboratory& laboratory, Random& random, SequenceResult& result)
       : laboratory_(laboratory),
         computer_(laboratory.fixture.computer),
         random_(random),
         result_(result),
-        checker_(laboratory, [this](Invariant invariant, const std::string& what) {
-          Violate(invariant, what);
-        }) {}
+        checker_(laboratory, [this](Invariant invariant,
+                                    const std::string& what) { Violate(invariant, what); }),
+        others_(laboratory, checker_, random, [this](const std::string& line) { Say(line); }) {}
 
   void Run();
 
  private:
-  [[nodiscard]] std::uint64_t Below(std::uint64_t count) { return random_() % count; }
-  [[nodiscard]] bool Chance(unsigned percent) { return Below(100) < percent; }
-  template <typename Items>
-  const auto& OneOf(const Items& items) {
-    return *std::next(items.begin(), static_cast<std::ptrdiff_t>(Below(items.size())));
-  }
-  template <typename Rows>
-  std::size_t Weighted(const Rows& rows);
-
   void Violate(Invariant invariant, const std::string& what) {
     result_.violations.push_back({invariant, what});
     Say("BROKEN " + std::string(NameOf(invariant)) + ": " + what);
@@ -106,15 +93,6 @@ class Sequence {
 
   // What others do between two verbs.
   void Act();
-  [[nodiscard]] bool IsMidway() const;
-  [[nodiscard]] bool HasLeftovers() const;
-  void InstallPackage(const PackagedRelease& release);
-  void ChangeFile();
-  void CleanStage();
-  void DamageJournal();
-  void RemovePendingMarker();
-  void LeaveSlotTemporaries();
-  void Download();
 
   [[nodiscard]] Step Choose();
   void Carry(Step step, Disturbance disturbance);
@@ -133,183 +111,59 @@ class Sequence {
 
   Laboratory& laboratory_;
   simulated::Computer& computer_;
-  std::mt19937_64& random_;
+  Random& random_;
   SequenceResult& result_;
   Checker checker_;
+  Others others_;
   std::string note_;  // Of the disturbance at hand.
-  bool packages_gone_ = false;
   Step last_;
 };
 
-template <typename Rows>
-std::size_t Sequence::Weighted(const Rows& rows) {
-  std::uint64_t sum = 0;
-  for (const auto& row : rows) sum += row.weight;
-  std::uint64_t chosen = Below(sum);
-  std::size_t i = 0;
-  while (chosen >= rows[i].weight) chosen -= rows[i++].weight;
-  return i;
-}
-
 // --- Others --------------------------------------------------------------------------------------
-
-// An update that has to be resumed is what others can harm most.
-bool Sequence::IsMidway() const {
-  const DiskView view = Look(laboratory_);
-  return std::ranges::any_of(view.workspaces, [&](const auto& workspace) {
-    return application::IsUnfinished(checker_.StateOf(workspace.first, view));
-  });
-}
-
-// An installed update whose transaction an interrupted updater has not removed.
-bool Sequence::HasLeftovers() const {
-  const DiskView view = Look(laboratory_);
-  return std::ranges::any_of(view.workspaces, [](const auto& workspace) {
-    return workspace.second.completed && workspace.second.more;
-  });
-}
-
-void Sequence::InstallPackage(const PackagedRelease& release) {
-  const Path& target = laboratory_.fixture.target;
-  checker_.FullPackage(release);
-  for (const auto& [path, content] : release.files) {
-    computer_.disk.WriteFile(JoinPath(target, path), content);
-  }
-  for (const Path& path : release.release.description.removed) {
-    computer_.disk.Remove(JoinPath(target, path));
-  }
-  computer_.disks.Settle();
-  Say("  a full package is installed: " + release.release.description.version);
-}
-
-void Sequence::ChangeFile() {
-  const Files target = Look(laboratory_).target;
-  std::u16string key =
-      Chance(30) || target.empty() ? KeyOf(u"user/notes.txt") : OneOf(target).first;
-  const Path path = JoinPath(laboratory_.fixture.target, key);
-  const std::string content = "a person's " + std::to_string(Below(3));
-  if (Chance(25)) {
-    checker_.SomebodyWrites(key, nullptr);
-    computer_.disk.Remove(path);
-    Say("  a person deletes " + Ascii(key));
-  } else {
-    checker_.SomebodyWrites(key, &content);
-    computer_.disk.WriteFile(path, content);
-    Say("  a person changes " + Ascii(key));
-  }
-  computer_.disks.Settle();
-}
-
-// With an update that has to be resumed, often the package as well.
-void Sequence::CleanStage() {
-  const DiskView view = Look(laboratory_);
-  for (const auto& [id, workspace] : view.workspaces) {
-    const WorkspaceState state = checker_.StateOf(id, view);
-    const bool resumed = state == WorkspaceState::Applying || state == WorkspaceState::Restoring ||
-                         state == WorkspaceState::Committed;
-    if (state != WorkspaceState::Prepared && !resumed) continue;
-    checker_.StageRemoved(id);
-    computer_.disk.Remove(PathsOf(laboratory_.fixture.installation, id).stages);
-    Say("  a cleaner removes the stage of " + Ascii(id.substr(0, 4)));
-    if (!resumed || Chance(50)) continue;
-    for (const PackagedRelease& release : laboratory_.releases) {
-      computer_.disk.Remove(release.package);
-    }
-    packages_gone_ = true;
-    Say("  a cleaner removes the packages");
-  }
-  computer_.disks.Settle();
-}
-
-// A journal stands without its marker.
-void Sequence::RemovePendingMarker() {
-  for (const auto& [id, workspace] : Look(laboratory_).workspaces) {
-    if (!workspace.journal || !workspace.pending || workspace.completed) continue;
-    computer_.disk.Remove(PathsOf(laboratory_.fixture.installation, id).pending);
-    Say("  the pending marker of " + Ascii(id.substr(0, 4)) + " is removed");
-  }
-  computer_.disks.Settle();
-}
-
-// As a first save that was cut off leaves them.
-void Sequence::LeaveSlotTemporaries() {
-  const DiskView view = Look(laboratory_);
-  for (const auto& [id, workspace] : view.workspaces) {
-    if (checker_.StateOf(id, view) != WorkspaceState::Prepared) continue;
-    const Path transaction = PathsOf(laboratory_.fixture.installation, id).transaction;
-    const char16_t* const name = Chance(50) ? u"journal.0.new" : u"journal.1.new";
-    computer_.disk.WriteFile(JoinPath(transaction, name), Chance(50) ? "" : "part of a journal");
-    Say("  a slot temporary of " + Ascii(id.substr(0, 4)) + " stands alone");
-  }
-  computer_.disks.Settle();
-}
-
-// Puts every package in its place, as a new download does.
-void Sequence::Download() {
-  for (const PackagedRelease& release : laboratory_.releases) {
-    for (const auto& [path, content] : release.files) {
-      computer_.disk.WriteFile(JoinPath(release.package, path), content);
-    }
-  }
-  packages_gone_ = false;
-  computer_.disks.Settle();
-}
-
-void Sequence::DamageJournal() {
-  for (const auto& [id, workspace] : Look(laboratory_).workspaces) {
-    if (!workspace.journal || !workspace.pending) continue;
-    checker_.JournalDamaged(id);
-    const Path transaction = PathsOf(laboratory_.fixture.installation, id).transaction;
-    for (const char16_t* slot : {u"journal.0", u"journal.1"}) {
-      computer_.disk.WriteFile(JoinPath(transaction, slot), "damaged");
-    }
-    Say("  the journal of " + Ascii(id.substr(0, 4)) + " is damaged");
-  }
-  computer_.disks.Settle();
-}
 
 void Sequence::Act() {
   ++result_.acts;
-  switch (Below(12)) {
+  switch (random_.Below(12)) {
     case 0:
     case 1:
     case 2: {
       // Often the one that has just been prepared.
-      const bool same = last_.release != nullptr && Chance(30);
-      const PackagedRelease& release = same ? *last_.release : OneOf(laboratory_.releases);
-      InstallPackage(release);
-      if (Chance(50))
+      const bool same = last_.release != nullptr && random_.Chance(30);
+      const PackagedRelease& release = same ? *last_.release : random_.OneOf(laboratory_.releases);
+      others_.InstallPackage(release);
+      if (random_.Chance(50))
         Carry({.verb = Verb::Adopt, .release = &release},
-              Chance(30) ? Disturbance::Cut : Disturbance::None);
+              random_.Chance(30) ? Disturbance::Cut : Disturbance::None);
       return;
     }
     case 3:
     case 4:
     case 5:
-      return ChangeFile();
+      return others_.ChangeFile();
     case 6:
     case 7:
-      return CleanStage();
+      return others_.CleanStage();
     case 8:
     case 9:
-      return RemovePendingMarker();
+      return others_.RemovePendingMarker();
     case 10:
-      return LeaveSlotTemporaries();
+      return others_.LeaveSlotTemporaries();
     default:
-      return DamageJournal();
+      return others_.DamageJournal();
   }
 }
 
 // --- Verbs ---------------------------------------------------------------------------------------
 
 Step Sequence::Choose() {
-  Step step{.verb = kVerbs[Weighted(kVerbs)].verb};
+  Step step{.verb = kVerbs[random_.Weighted(kVerbs)].verb};
   // Mostly the release that the last call was about, so that verbs are repeated.
-  const bool same = last_.release != nullptr && Chance(40);
-  step.release = same ? last_.release : &OneOf(laboratory_.releases);
-  if (Chance(60)) step.accepted_sequence = step.release->release.description.sequence;
+  const bool same = last_.release != nullptr && random_.Chance(40);
+  step.release = same ? last_.release : &random_.OneOf(laboratory_.releases);
+  if (random_.Chance(60)) step.accepted_sequence = step.release->release.description.sequence;
   const DiskView view = Look(laboratory_);
-  if (!view.workspaces.empty() && Chance(30)) step.id = OneOf(view.workspaces).first;
+  if (!view.workspaces.empty() && random_.Chance(30))
+    step.id = random_.OneOf(view.workspaces).first;
   return step;
 }
 
@@ -374,16 +228,16 @@ void Sequence::LosePower() {
   const Files before = Look(laboratory_).target;
   for (simulated::Volume& volume : computer_.disks.volumes) {
     // Often nothing at all is lost, or everything that may be.
-    std::size_t changes = Below(volume.unforced().size() + 1);
-    if (Chance(30)) changes = Chance(50) ? 0 : volume.unforced().size();
+    std::size_t changes = random_.Below(volume.unforced().size() + 1);
+    if (random_.Chance(30)) changes = random_.Chance(50) ? 0 : volume.unforced().size();
     std::map<simulated::NodeId, simulated::ContentSurvival> survival;
     for (const simulated::NodeId id : volume.UnflushedFiles()) {
-      for (int sector = 0; sector < 4; ++sector) survival[id].keep.push_back(Chance(50));
+      for (int sector = 0; sector < 4; ++sector) survival[id].keep.push_back(random_.Chance(50));
     }
     volume.CutPower(changes, survival);
   }
   computer_.Restart();
-  Download();
+  others_.Download();
   if (!laboratory_.two_volumes) return;
   Files back = Look(laboratory_).target;
   std::erase_if(back, [&](const auto& file) { return before.contains(file.first); });
@@ -391,7 +245,7 @@ void Sequence::LosePower() {
 }
 
 void Sequence::Cut(Step& step, const CallRecord& at) {
-  note_ += std::string(" at ") + std::string(CallName(at.call)) + " " + Ascii(at.path);
+  note_ += std::string(" at ") + std::string(CallName(at.call)) + " " + Shown(at.path);
   computer_.calls.before_call = [&, index = at.index](const CallRecord& record) {
     if (record.index == index) computer_.calls.CutPower();
   };
@@ -408,8 +262,8 @@ void Sequence::Fail(Step& step, const CallRecord& at, bool lasting) {
   ++result_.failures;
   constexpr std::array<std::uint32_t, 3> kCodes = {5, 32, 112};
   const bool hash = CallName(at.call).starts_with("BCrypt");
-  const std::uint32_t code = hash ? 0xC0000001 : OneOf(kCodes);
-  note_ += std::string(": ") + std::string(CallName(at.call)) + " " + Ascii(at.path) + " with " +
+  const std::uint32_t code = hash ? 0xC0000001 : random_.OneOf(kCodes);
+  note_ += std::string(": ") + std::string(CallName(at.call)) + " " + Shown(at.path) + " with " +
            std::to_string(code);
   computer_.calls.Inject({.call = at.call,
                           .first = at.occurrence,
@@ -421,7 +275,7 @@ void Sequence::Fail(Step& step, const CallRecord& at, bool lasting) {
 
 // One byte of the package is changed before a call; its file is put right again afterwards.
 void Sequence::ChangePackage(Step& step, std::uint64_t at) {
-  const auto& file = OneOf(step.release->files);
+  const auto& file = random_.OneOf(step.release->files);
   const Path path = JoinPath(step.release->package, file.first);
   computer_.calls.before_call = [&](const CallRecord& record) {
     if (record.index != at) return;
@@ -443,9 +297,9 @@ void Sequence::WithHeldFile(Step& step) {
   for (const auto& [key, content] : view.state) {
     if (!key.ends_with(u'\\')) paths.push_back(JoinPath(laboratory_.fixture.state_root, key));
   }
-  const Path path = OneOf(paths);
-  const std::uint32_t sharing = Chance(50) ? 0 : platform::kFileShareRead;
-  note_ += ": " + Ascii(path) + (sharing == 0 ? ", not shared" : ", shared for reading");
+  const Path path = random_.OneOf(paths);
+  const std::uint32_t sharing = random_.Chance(50) ? 0 : platform::kFileShareRead;
+  note_ += ": " + Shown(path) + (sharing == 0 ? ", not shared" : ", shared for reading");
   const platform::Handle held = computer_.disk.Hold(path, platform::kGenericRead, sharing);
   Call(step, {});
   computer_.disk.Release(held);
@@ -480,29 +334,29 @@ void Sequence::Disturbed(Step& step, Disturbance disturbance) {
   std::uint64_t reports = 0;
   Record(step, calls, reports);
   if (disturbance == Disturbance::Cancelled) {
-    std::uint64_t left = Below(reports + 1);
+    std::uint64_t left = random_.Below(reports + 1);
     return Call(step, [&](const application::Progress&) { return left-- != 0; });
   }
   if (disturbance == Disturbance::PackageChanged) {
     if (step.release == nullptr) return Call(step, {});
-    return ChangePackage(step, 1 + Below(calls.size() + 1));
+    return ChangePackage(step, 1 + random_.Below(calls.size() + 1));
   }
   if (disturbance == Disturbance::Cut) {
     if (calls.empty()) return Call(step, {});
     // The end of a verb is short, and much of what matters happens there.
-    const std::size_t last = calls.size() - 1 - Below(calls.size() / 8 + 1);
-    return Cut(step, Chance(30) ? calls[last] : OneOf(calls));
+    const std::size_t last = calls.size() - 1 - random_.Below(calls.size() / 8 + 1);
+    return Cut(step, random_.Chance(30) ? calls[last] : random_.OneOf(calls));
   }
   std::erase_if(calls, [](const CallRecord& record) { return !CanFail(record.call); });
   if (calls.empty()) return Call(step, {});
-  Fail(step, OneOf(calls), disturbance == Disturbance::Failures);
+  Fail(step, random_.OneOf(calls), disturbance == Disturbance::Failures);
 }
 
 void Sequence::Carry(Step step, Disturbance disturbance) {
   ++result_.verbs;
   // Whoever prepares has a package.
   const bool needs_package = step.verb == Verb::Prepare || step.verb == Verb::Check;
-  if (packages_gone_ && needs_package) Download();
+  if (others_.packages_gone() && needs_package) others_.Download();
   const DiskView before = Look(laboratory_);
   computer_.processes.created.clear();
   Disturbed(step, disturbance);
@@ -510,10 +364,10 @@ void Sequence::Carry(Step step, Disturbance disturbance) {
   std::string line = std::string(NameOf(step.verb));
   if (step.verb == Verb::Prepare || step.verb == Verb::Check || step.verb == Verb::Adopt) {
     line += " " + step.release->release.description.version + " (" +
-            Ascii(step.release->release.id.substr(0, 4)) + ")";
+            Shown(step.release->release.id.substr(0, 4)) + ")";
     if (step.accepted_sequence != 0 && step.verb != Verb::Adopt) line += " by name";
   } else if (!step.id.empty()) {
-    line += " " + Ascii(step.id.substr(0, 4));
+    line += " " + Shown(step.id.substr(0, 4));
   }
   line += ", " + note_ + " ->";
   line += step.cut ? " cut" : " " + std::to_string(static_cast<int>(step.result.outcome));
@@ -527,7 +381,7 @@ void Sequence::Carry(Step step, Disturbance disturbance) {
   checker_.After(step, before, after);
   line = "   ";
   for (const auto& [id, workspace] : after.workspaces) {
-    line += " " + Ascii(id.substr(0, 4)) + " " +
+    line += " " + Shown(id.substr(0, 4)) + " " +
             std::string(application::NameOf(checker_.StateOf(id, after)));
   }
   if (!after.workspaces.empty()) Say(line);
@@ -556,7 +410,7 @@ void Sequence::Converge() {
     if (unfinished == view.workspaces.end()) break;
     const WorkspaceState state = checker_.StateOf(unfinished->first, view);
     if (state == WorkspaceState::Damaged || state == WorkspaceState::Foreign) {
-      InstallPackage(laboratory_.releases[2]);
+      others_.InstallPackage(laboratory_.releases[2]);
       RequireDone({.verb = Verb::Adopt, .release = &laboratory_.releases[2]});
     } else {
       RequireDone({.verb = Verb::Start, .id = unfinished->first});
@@ -571,11 +425,12 @@ void Sequence::Converge() {
 }
 
 void Sequence::Run() {
-  const std::uint64_t verbs = kFewestVerbs + Below(kOneToMoreVerbs);
+  const std::uint64_t verbs = kFewestVerbs + random_.Below(kOneToMoreVerbs);
   for (std::uint64_t i = 0; i < verbs && result_.violations.empty(); ++i) {
-    if (Chance(IsMidway() ? 55 : 18)) Act();
-    if (HasLeftovers() && Chance(60)) Carry({.verb = Verb::Finish}, Disturbance::Cut);
-    const auto disturbance = static_cast<Disturbance>(Weighted(kDisturbances));
+    if (random_.Chance(others_.IsMidway() ? 55 : 18)) Act();
+    if (others_.HasLeftovers() && random_.Chance(60))
+      Carry({.verb = Verb::Finish}, Disturbance::Cut);
+    const auto disturbance = static_cast<Disturbance>(random_.Weighted(kDisturbances));
     if (disturbance != Disturbance::None && disturbance != Disturbance::Cut) ++result_.acts;
     Carry(Choose(), disturbance);
   }
@@ -587,9 +442,9 @@ void Sequence::Run() {
 Sequences::Sequences() : one_volume_(false), two_volumes_(true) {}
 
 SequenceResult Sequences::Run(std::uint64_t seed) {
-  std::mt19937_64 random(seed);
-  Laboratory& laboratory = random() % 3 == 0 ? two_volumes_ : one_volume_;
-  const bool bare = random() % 8 == 0;
+  Random random(seed);
+  Laboratory& laboratory = random.Below(3) == 0 ? two_volumes_ : one_volume_;
+  const bool bare = random.Below(8) == 0;
   simulated::Computer& computer = laboratory.fixture.computer;
   computer.MakeCurrent();
   computer.Restart(bare ? laboratory.bare : laboratory.adopted);
