@@ -7,10 +7,10 @@
 
 #include "lists/list_text.h"
 #include "lists/release_path.h"
+#include "reasons/sentences.h"
 #include "release/list_size.h"
 #include "release/release_tree.h"
 #include "release/signed_release.h"
-#include "update/sentences.h"
 
 namespace tolvarine::updater::application {
 namespace {

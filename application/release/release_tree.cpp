@@ -11,9 +11,9 @@
 #include "lists/list_text.h"
 #include "lists/release_path.h"
 #include "platform/files.h"
+#include "reasons/sentences.h"
 #include "release/release_description.h"
 #include "text/utf8.h"
-#include "update/sentences.h"
 
 namespace tolvarine::updater::application {
 namespace {

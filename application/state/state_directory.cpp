@@ -9,10 +9,10 @@
 #include "lists/release_path.h"
 #include "platform/error_codes.h"
 #include "platform/files.h"
+#include "reasons/verb_failure.h"
 #include "release/digest.h"
 #include "text/hex.h"
 #include "text/utf8.h"
-#include "update/verb_failure.h"
 
 namespace tolvarine::updater::application {
 namespace {

@@ -4,7 +4,7 @@
 
 #include <optional>
 
-#include "update/reason.h"
+#include "reasons/reason.h"
 
 namespace tolvarine::updater::application {
 

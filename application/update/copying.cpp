@@ -13,12 +13,12 @@
 #include "lists/release_path.h"
 #include "platform/error_codes.h"
 #include "platform/files.h"
+#include "reasons/sentences.h"
+#include "reasons/verb_failure.h"
 #include "release/digest.h"
 #include "release/file_bytes.h"
 #include "text/utf8.h"
 #include "update/retire.h"
-#include "update/sentences.h"
-#include "update/verb_failure.h"
 
 namespace tolvarine::updater::application {
 namespace {

@@ -5,9 +5,9 @@
 #include "files/file_operations.h"
 #include "files/unique_handle.h"
 #include "platform/files.h"
+#include "reasons/verb_failure.h"
 #include "release/file_bytes.h"
 #include "system/volumes.h"
-#include "update/verb_failure.h"
 
 namespace tolvarine::updater::application {
 namespace {

@@ -6,12 +6,12 @@
 #include "lists/release_path.h"
 #include "platform/error_codes.h"
 #include "platform/processes.h"
+#include "reasons/sentences.h"
+#include "reasons/verb_failure.h"
 #include "release/file_bytes.h"
 #include "text/utf8.h"
 #include "update/command_line_text.h"
 #include "update/copying.h"
-#include "update/sentences.h"
-#include "update/verb_failure.h"
 
 namespace tolvarine::updater::application {
 namespace {

@@ -15,6 +15,7 @@
 #include "platform/error_codes.h"
 #include "platform/files.h"
 #include "platform/processes.h"
+#include "reasons/sentences.h"
 #include "release/list_size.h"
 #include "release/release_description.h"
 #include "system/processes.h"
@@ -24,7 +25,6 @@
 #include "update/caller.h"
 #include "update/command_line_text.h"
 #include "update/running_processes.h"
-#include "update/sentences.h"
 
 namespace tolvarine::updater::application {
 namespace {

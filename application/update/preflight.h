@@ -2,9 +2,9 @@
 
 #pragma once
 
+#include "reasons/reason.h"
 #include "state/state_directory.h"
 #include "update/difference.h"
-#include "update/reason.h"
 
 namespace tolvarine::updater::application {
 

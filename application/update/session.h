@@ -9,11 +9,11 @@
 #include <utility>
 #include <vector>
 
+#include "reasons/reason.h"
+#include "reasons/sentences.h"
+#include "reasons/verb_failure.h"
 #include "state/state_directory.h"
 #include "update/difference.h"
-#include "update/reason.h"
-#include "update/sentences.h"
-#include "update/verb_failure.h"
 #include "update/verbs.h"
 
 namespace tolvarine::updater::application {

@@ -25,13 +25,13 @@
 #include <string>
 #include <vector>
 
+#include "reasons/reason.h"
 #include "release/signed_release.h"
 #include "state/ledger.h"
 #include "state/state_directory.h"
 #include "state/workspace_state.h"
 #include "system/processes.h"
 #include "update/progress.h"
-#include "update/reason.h"
 
 namespace tolvarine::updater::application {
 

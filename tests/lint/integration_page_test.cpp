@@ -40,8 +40,8 @@ Names TableAfter(const std::string& page, const std::string& text) {
 
 TEST(IntegrationPage, DocumentsEveryNameThatProgramsRead) {
   const std::string page = ContentOf("docs/integration.md");
-  const Names reasons =
-      Matches(ContentOf("application/update/reason.h"), std::regex(R"re(X\(\w+, "([a-z-]+)"\))re"));
+  const Names reasons = Matches(ContentOf("application/reasons/reason.h"),
+                                std::regex(R"re(X\(\w+, "([a-z-]+)"\))re"));
   EXPECT_GT(reasons.size(), 20u);
   EXPECT_EQ(TableAfter(page, "The codes of reasons."), reasons);
 

@@ -5,14 +5,14 @@
 #include <vector>
 
 #include "files/canonical_path.h"
+#include "reasons/sentences.h"
+#include "reasons/verb_failure.h"
 #include "release/describe.h"
 #include "release/file_bytes.h"
 #include "release/signed_release.h"
 #include "state/checked_record.h"
 #include "text/system_error.h"
 #include "text/utf8.h"
-#include "update/sentences.h"
-#include "update/verb_failure.h"
 #include "update/verbs.h"
 
 namespace tolvarine::updater::update_tool {

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "platform/shell.h"
-#include "update/sentences.h"
+#include "reasons/sentences.h"
 #include "update_tool/commands.h"
 #include "update_tool/console.h"
 

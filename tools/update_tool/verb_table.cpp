@@ -5,9 +5,9 @@
 #include <set>
 
 #include "driver/command_line.h"
+#include "reasons/sentences.h"
 #include "text/decimal.h"
 #include "text/utf8.h"
-#include "update/sentences.h"
 
 namespace tolvarine::updater::update_tool {
 namespace {

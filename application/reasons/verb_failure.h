@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "update/reason.h"
+#include "reasons/reason.h"
 
 namespace tolvarine::updater::application {
 

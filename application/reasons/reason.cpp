@@ -1,4 +1,4 @@
-#include "update/reason.h"
+#include "reasons/reason.h"
 
 #include <algorithm>
 #include <array>
@@ -6,8 +6,8 @@
 
 #include "files/failure.h"
 #include "platform/error_codes.h"
-#include "update/sentences.h"
-#include "update/verb_failure.h"
+#include "reasons/sentences.h"
+#include "reasons/verb_failure.h"
 
 namespace tolvarine::updater::application {
 namespace {

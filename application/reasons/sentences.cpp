@@ -1,4 +1,4 @@
-#include "update/sentences.h"
+#include "reasons/sentences.h"
 
 #include <algorithm>
 #include <cstdint>
