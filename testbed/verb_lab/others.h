@@ -1,5 +1,5 @@
-// What others do between two verbs: setup programs, cleaners, persons and damage. Each act is told to
-// the checker and durable at once.
+// What others do between two verbs: setup programs, cleaners, persons and damage. Each act is told
+// to the checker and durable at once.
 
 #pragma once
 
