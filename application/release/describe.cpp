@@ -46,6 +46,7 @@ std::vector<Path> RemovedSince(const std::vector<ReleaseDescription>& earlier, c
     for (const Path& path : release.removed) add(path);
   }
   std::vector<Path> paths;
+  paths.reserve(removed.size());
   for (auto& [key, path] : removed) paths.push_back(std::move(path));
   return paths;
 }
