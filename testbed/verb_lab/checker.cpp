@@ -280,6 +280,10 @@ void Checker::CheckStates(const Step& step, const DiskView& before, const DiskVi
     const bool again = step.verb == Verb::Prepare && now == State::Prepared;
     Require(Invariant::kStatesTrue, again || now == State::Remainder, "installed, and then not");
   }
+  CheckStatus(after);
+}
+
+void Checker::CheckStatus(const DiskView& after) {
   const application::InstallationStatus status = laboratory_.fixture.Status();
   Require(
       Invariant::kStatesTrue,

@@ -106,6 +106,7 @@ class Checker {
   void CheckPrepared(const std::u16string& id, const DiskView& after);
   void CheckStages(const Step& step, const DiskView& before, const DiskView& after);
   void CheckStates(const Step& step, const DiskView& before, const DiskView& after);
+  void CheckStatus(const DiskView& after);
   void CheckStart(const Step& step, const DiskView& before, const DiskView& after);
 
   [[nodiscard]] Expected Expect(const Step& step, const DiskView& before) const;

@@ -62,10 +62,10 @@ PackagedRelease PackageOf(Laboratory& laboratory, std::uint64_t sequence,
   for (const PackagedRelease& earlier : laboratory.releases) {
     if (earlier.release.description.sequence >= sequence) continue;
     for (const auto& [path, content] : earlier.files) {
-      const bool kept = FilesOf(files).contains(KeyOf(path));
+      const std::u16string key = KeyOf(path);
       const bool known = std::ranges::any_of(
-          removed, [&](const std::u16string& one) { return KeyOf(one) == KeyOf(path); });
-      if (!kept && !known) removed.push_back(path);
+          removed, [&key](const std::u16string& one) { return KeyOf(one) == key; });
+      if (!known && !FilesOf(files).contains(key)) removed.push_back(path);
     }
   }
   return laboratory.fixture.Package(sequence, files, removed);
@@ -91,8 +91,8 @@ Files FilesOf(const simulated::FileSet& files) {
   return folded;
 }
 
-Laboratory::Laboratory(bool state_on_another)
-    : fixture(state_on_another ? u'D' : u'C'), two_volumes(state_on_another) {
+Laboratory::Laboratory(bool on_two_volumes)
+    : fixture(on_two_volumes ? u'D' : u'C'), two_volumes(on_two_volumes) {
   const auto add = [&](std::uint64_t sequence, const simulated::FileSet& files) {
     releases.push_back(PackageOf(*this, sequence, files));
   };

@@ -29,7 +29,7 @@ using Files = std::map<std::u16string, std::string>;
 
 struct Laboratory {
   // The state directory lies on C: with the target, or on D:.
-  explicit Laboratory(bool two_volumes);
+  explicit Laboratory(bool on_two_volumes);
 
   simulated::SimulatedInstallation fixture;
   bool two_volumes;

@@ -16,7 +16,6 @@
 namespace tolvarine::updater::verb_lab {
 
 using application::Outcome;
-using application::PathsOf;
 using application::WorkspaceState;
 using simulated::Call;
 using simulated::CallRecord;
