@@ -123,6 +123,16 @@ TEST_F(Verbs, TheSequenceOnlyGrowsUnlessAPersonNamesIt) {
   EXPECT_EQ(fixture.Abandon().outcome, Outcome::Done);
 }
 
+TEST_F(Verbs, AReleaseThatAPersonWentBackFromIsRefusedUnlessItIsNamed) {
+  Ledger ledger = LoadLedger(fixture.installation).ledger;
+  ledger.gone_back_from = {second.release.id};
+  SaveLedger(fixture.installation, ledger);
+  EXPECT_EQ(ReasonsOf(fixture.Prepare(second).result), "old-sequence");
+  PrepareRequest request = fixture.RequestOf(second);
+  request.accepted_sequence = 2;
+  EXPECT_EQ(Prepare(fixture.installation, request, fixture.keys).result.outcome, Outcome::Done);
+}
+
 TEST_F(Verbs, AnUnfinishedUpdateLetsNoOtherBegin) {
   ASSERT_EQ(fixture.Prepare(second).result.outcome, Outcome::Done);
   LeaveRestoring();
