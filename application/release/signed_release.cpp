@@ -92,6 +92,15 @@ VerifiedRelease ReadRelease(const Path& file, std::span<const PublicKey> keys) {
   return VerifyRelease(ReadFileBytes(file, kEnvelopeByteLimit), keys);
 }
 
+VerifiedRelease ReadReleaseOfUpdate(const Path& file, std::u16string_view update_id) {
+  std::string envelope = ReadFileBytes(file, kEnvelopeByteLimit);
+  const std::string payload = ReadEnvelope(envelope).payload;
+  std::u16string id = Utf16FromUtf8(Sha256OfBytes(payload));
+  if (id != update_id) Refuse("it is not the one that the update was prepared from");
+  ReleaseDescription description = ParseDescription(payload);
+  return {std::move(envelope), std::move(description), std::move(id)};
+}
+
 std::string FormatEnvelope(std::string_view payload, std::string_view signature,
                            std::string_view key_id) {
   const Json envelope = {

@@ -44,6 +44,11 @@ struct VerifiedRelease {
 // it cannot be read.
 [[nodiscard]] VerifiedRelease ReadRelease(const Path& file, std::span<const PublicKey> keys);
 
+// Reads the signed release of an update whose workspace holds it. The update's id is the SHA-256 of
+// the payload that was verified when the update was prepared, so that the payload is proved without
+// a key. Throws std::runtime_error for any other payload, and SystemError where it cannot be read.
+[[nodiscard]] VerifiedRelease ReadReleaseOfUpdate(const Path& file, std::u16string_view update_id);
+
 // The envelope of a payload and one raw signature of its pre-authentication encoding.
 [[nodiscard]] std::string FormatEnvelope(std::string_view payload, std::string_view signature,
                                          std::string_view key_id);

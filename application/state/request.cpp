@@ -11,24 +11,37 @@ using Json = nlohmann::json;
 
 constexpr int kFormat = 1;
 
+Json ToJson(const ProgramCopy& program) {
+  return {{"path", JsonText(program.path)}, {"sha256", program.sha256}};
+}
+
+ProgramCopy ProgramFromJson(const Json& program) {
+  return {WideMember(program, "path"), program.at("sha256").get<std::string>()};
+}
+
 Json ToJson(const UpdateRequest& request) {
   return {
       {"format", kFormat},
+      {"target", JsonText(request.target)},
+      {"package", JsonText(request.package)},
       {"restart", JsonText(request.restart)},
       {"source", JsonText(request.source)},
       {"inventory", SerializeSourceInventory(request.inventory)},
       {"deletions", SerializeManagedDeletionList(request.deletions)},
-      {"updater", {{"path", JsonText(request.updater.path)}, {"sha256", request.updater.sha256}}}};
+      {"updater", ToJson(request.updater)},
+      {"resumer", ToJson(request.resumer)}};
 }
 
 // Throws what derives from std::exception for a record that holds no request.
 UpdateRequest FromJson(const Json& record) {
   if (record.at("format") != kFormat) throw std::runtime_error("another format");
   UpdateRequest request;
+  request.target = WideMember(record, "target");
+  request.package = WideMember(record, "package");
   request.restart = WideMember(record, "restart");
   request.source = WideMember(record, "source");
-  const Json& updater = record.at("updater");
-  request.updater = {WideMember(updater, "path"), updater.at("sha256").get<std::string>()};
+  request.updater = ProgramFromJson(record.at("updater"));
+  request.resumer = ProgramFromJson(record.at("resumer"));
   if (!ParseSourceInventory(record.at("inventory").get<std::string>(), request.inventory,
                             nullptr) ||
       !ParseManagedDeletionList(record.at("deletions").get<std::string>(), request.deletions,

@@ -21,11 +21,14 @@ struct ProgramCopy {
 };
 
 struct UpdateRequest {
+  Path target;                // Of the installation.
   Path restart;               // As --restart takes it.
+  Path package;               // Where the release was unpacked when the update was prepared.
   Path source;                // The staged release.
   SourceInventory inventory;  // What is staged.
   ManagedDeletionList deletions;
   ProgramCopy updater;
+  ProgramCopy resumer;
 };
 
 // Makes both files durable, the second one first. Throws as WriteFileDurably does.

@@ -79,11 +79,11 @@ Path InstalledManifestOf(const Installation& installation) {
   return JoinPath(installation.state, u"installed-manifest.json");
 }
 
-Path UpdaterCopyPath(const Installation& installation, std::string_view sha256) {
+Path ProgramCopyPath(const Installation& installation, std::string_view sha256, PathView name) {
   constexpr std::size_t kDigits = 16;
   const Path directory =
       JoinPath(JoinPath(installation.state, u"p"), Utf16FromUtf8(sha256.substr(0, kDigits)));
-  return JoinPath(directory, u"TolvarineUpdater.exe");
+  return JoinPath(directory, name);
 }
 
 std::vector<std::u16string> WorkspacesOf(const Installation& installation) {
@@ -116,6 +116,11 @@ std::optional<InstallationLocks> InstallationLocks::TryTake(const Installation& 
   locks.mutex_ = std::make_unique<InstallationLock>(installation.key);
   if (locks.mutex_->Acquire(0) != LockAcquireResult::Acquired) return std::nullopt;
   return locks;
+}
+
+bool InstallationLocks::TakeMutexAgain(const Installation& installation, std::int64_t timeout) {
+  mutex_ = std::make_unique<InstallationLock>(installation.key);
+  return mutex_->Acquire(timeout) == LockAcquireResult::Acquired;
 }
 
 }  // namespace tolvarine::updater::application

@@ -14,8 +14,8 @@
 //     W\transaction               the updater's journal and baseline copies
 //     S\former\release.json       the signed release that was installed before
 //     S\former\<sha256>           verified copies of its files that an update has replaced or deleted
-//     S\p\<16 digits>\           a copy of the updater, from which it is run, under the beginning of
-//                                 its SHA-256
+//     S\p\<16 digits>\           a copy of the updater or the resumer, from which it is run, under
+//                                 the beginning of its SHA-256
 //     S\abandoned\<16 digits>     stages and workspaces that were given up
 //
 // The key is the SHA-256 of the target's canonical path in the lower case of comparison keys, as
@@ -63,8 +63,12 @@ struct UpdatePaths {
 [[nodiscard]] UpdatePaths PathsOf(const Installation& installation, std::u16string_view update_id);
 [[nodiscard]] Path InstalledManifestOf(const Installation& installation);
 
-// Where the updater's program of this SHA-256 (64 digits) is copied to, and run from.
-[[nodiscard]] Path UpdaterCopyPath(const Installation& installation, std::string_view sha256);
+inline constexpr PathView kUpdaterName = u"TolvarineUpdater.exe";
+inline constexpr PathView kResumerName = u"TolvarineResume.exe";
+
+// Where the program of this name and SHA-256 (64 digits) is copied to, and run from.
+[[nodiscard]] Path ProgramCopyPath(const Installation& installation, std::string_view sha256,
+                                   PathView name);
 
 // The ids of all workspaces, in ascending order: directories of S\updates whose name is an
 // identifier. Throws SystemError where the directory exists and cannot be read.
@@ -81,6 +85,10 @@ class InstallationLocks {
 
   // Gives the mutex back, before an updater is started, and keeps S\lock.
   void ReleaseMutex() { mutex_->Release(); }
+
+  // Takes the mutex again, once the updater has ended. False where another updater holds it for that
+  // many milliseconds.
+  [[nodiscard]] bool TakeMutexAgain(const Installation& installation, std::int64_t timeout);
 
  private:
   FileHandle file_;

@@ -18,6 +18,12 @@ std::uint32_t GetCurrentProcessId();
 // that there may be more.
 bool K32EnumProcesses(std::uint32_t* ids, std::uint32_t capacity, std::uint32_t* count);
 
+// How a process ended; 259 while it runs. Takes kProcessQueryLimitedInformation.
+bool GetExitCodeProcess(Handle process, std::uint32_t* exit_code);
+
+// The calling thread waits.
+void Sleep(std::uint32_t milliseconds);
+
 // The full path of a process's program, by drive. Takes kProcessQueryLimitedInformation. `*size` is
 // the buffer's size in units, and afterwards the length without the zero unit; too small a buffer
 // gives 122.

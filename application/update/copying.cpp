@@ -234,7 +234,7 @@ void KeepFormerFiles(const Installation& installation, const VerifiedRelease& in
   }
 }
 
-ProgramCopy CopyUpdater(const Installation& installation, const Path& program,
+ProgramCopy CopyProgram(const Installation& installation, const Path& program, PathView name,
                         const ReleaseDescription* installed) {
   const LockedReleaseFile file(program);
   std::string sha256 = Sha256OfLockedFile(file);
@@ -244,18 +244,19 @@ ProgramCopy CopyUpdater(const Installation& installation, const Path& program,
         installed->files, [&](const auto& one) { return PathCompareKey(one.path) == key; });
     if (row == installed->files.end() || row->sha256 != sha256) {
       throw VerbFailure(ReasonCode::ProgramChanged,
-                        "The updater " + Quoted(program) +
+                        "The program " + Quoted(program) +
                             " is not the one of the installed release. Install the full package, "
                             "then adopt.",
                         program);
     }
   }
-  ProgramCopy copy{UpdaterCopyPath(installation, sha256), sha256};
+  ProgramCopy copy{ProgramCopyPath(installation, sha256, name), sha256};
+  if (SamePathKey(program, copy.path)) return copy;
   const Path temporary = copy.path + u".new";
   const std::string written = CopyHashed(file.handle(), program, temporary, [](std::uint64_t) {});
   if (written != copy.sha256) {
     throw VerbFailure(ReasonCode::ProgramChanged,
-                      "The updater " + Quoted(program) + " has changed while it was copied.",
+                      "The program " + Quoted(program) + " has changed while it was copied.",
                       program);
   }
   ReplaceFileDurably(temporary, copy.path);

@@ -34,10 +34,10 @@ namespace tolvarine::updater::application {
 void KeepFormerFiles(const Installation& installation, const VerifiedRelease& installed,
                      const Difference& difference, const ProgressCallback& progress);
 
-// Copies the updater's program into the state directory, durably. A program in the target must be as
-// the installed release describes it, where there is one. Throws VerbFailure (ProgramChanged) otherwise,
-// and what the file operations throw.
-[[nodiscard]] ProgramCopy CopyUpdater(const Installation& installation, const Path& program,
-                                      const ReleaseDescription* installed);
+// Copies a program into the state directory under `name`, durably. One that is the copy already stays.
+// A program in the target must be as the installed release describes it, where there is one. Throws
+// VerbFailure (ProgramChanged) otherwise, and what the file operations throw.
+[[nodiscard]] ProgramCopy CopyProgram(const Installation& installation, const Path& program,
+                                      PathView name, const ReleaseDescription* installed);
 
 }  // namespace tolvarine::updater::application

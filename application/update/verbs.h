@@ -59,6 +59,7 @@ struct PrepareRequest {
   VerifiedRelease release;
   Path restart = u"Tolvarine.exe";  // A full path, or one relative to the target.
   Path updater;                     // TolvarineUpdater.exe; outside the target, or described there.
+  Path resumer;                     // TolvarineResume.exe; likewise.
   std::uint64_t accepted_sequence = 0;
   bool clear_read_only = false;  // Clears the attribute of files that the update touches.
   ProgressCallback progress{};   // May be empty.
@@ -95,12 +96,13 @@ struct StartRequest {
 
 struct StartedUpdate {
   VerbResult result;
-  std::uint32_t process_id = 0;  // Of the updater.
+  std::uint32_t process_id = 0;  // Of the resumer.
 };
 
-// Starts the updater of an update that is prepared, backing-up, restored, applying, restoring or
-// committed, from its verified copy, with the lists and paths of the request or, where a journal stands,
-// of the journal. Writes launched.json first. The updater's end is not waited for.
+// Asks for an update that is prepared, backing-up, restored, applying, restoring or committed:
+// registers the resumer at logon, writes launched.json, and starts the resumer from its verified copy,
+// which waits for this verb to end. From launched.json on, the update is finished or undone without
+// anyone's help.
 [[nodiscard]] StartedUpdate Start(const Installation& installation, const StartRequest& request);
 
 // --- The rest ------------------------------------------------------------------------------------

@@ -24,6 +24,7 @@ bool IsRelease(Call call) {
     case Call::ReleaseMutex:
     case Call::BCryptDestroyKey:
     case Call::RmEndSession:
+    case Call::RegCloseKey:
       return true;
     default:
       return false;

@@ -26,7 +26,9 @@ namespace tolvarine::updater::simulated {
   X(GetVolumePathNameW) X(GetVolumeInformationW) X(K32EnumProcesses) \
   X(QueryFullProcessImageNameW) X(CreateProcessW) X(IsProcessInJob) \
   X(QueryInformationJobObject) X(OpenProcessToken) X(GetTokenInformation) X(RmStartSession) \
-  X(RmRegisterResources) X(RmGetList) X(RmEndSession)
+  X(RmRegisterResources) X(RmGetList) X(RmEndSession) X(GetExitCodeProcess) \
+  X(RegCreateKeyExW) X(RegGetValueW) X(RegSetValueExW) X(RegDeleteValueW) X(RegFlushKey) \
+  X(RegCloseKey)
 // clang-format on
 
 enum class Call {

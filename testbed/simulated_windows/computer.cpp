@@ -37,6 +37,7 @@ void Computer::Restart() {
   calls.Reset();
   std::erase_if(processes.by_id,
                 [&](const auto& process) { return process.first != processes.own_id; });
+  if (!registry.written_by_itself) registry.values = registry.durable;
   processes.created.clear();
   processes.file_holders.clear();
   processes.mutex_holders.clear();

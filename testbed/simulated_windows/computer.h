@@ -45,6 +45,7 @@ class Computer {
   DiskEditor disk;    // Edits and reads what is on `disks`.
   CallControl calls;  // Faults, trace and power.
   ProcessTable processes;
+  Registry registry;
   Desktop desktop;
   Clock clock;
   Locale locale;

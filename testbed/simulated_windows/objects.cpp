@@ -51,6 +51,21 @@ bool KernelObjects::GetProcessTimes(Handle process, std::uint64_t* creation, std
   return true;
 }
 
+bool KernelObjects::GetExitCode(Handle process, std::uint32_t* exit_code) {
+  constexpr std::uint32_t kStillActive = 259;
+  const std::optional<OpenedProcess> opened = OpenedOrOwn(process);
+  if (!opened) return FailCall(kErrorInvalidHandle, false);
+  if ((opened->access & platform::kProcessQueryLimitedInformation) == 0) {
+    return FailCall(platform::kErrorAccessDenied, false);
+  }
+  const std::optional<std::uint64_t> end = EndOf(*opened);
+  const bool ended = end && *end <= computer_.clock.elapsed_ms;
+  const auto record = computer_.processes.by_id.find(opened->id);
+  const bool known = record != computer_.processes.by_id.end();
+  *exit_code = ended ? (known ? record->second.exit_code : 0) : kStillActive;
+  return true;
+}
+
 bool KernelObjects::TerminateProcess(Handle process, std::uint32_t exit_code) {
   if (process == platform::GetCurrentProcess()) {
     if (!computer_.calls.power_is_off()) computer_.processes.terminated_with = exit_code;
@@ -106,6 +121,15 @@ Handle KernelObjects::AddToken(Token token) {
 const KernelObjects::Token* KernelObjects::FindToken(Handle token) const {
   const auto found = handles_.find(token);
   return found == handles_.end() ? nullptr : std::get_if<Token>(&found->second);
+}
+
+Handle KernelObjects::AddRegistryKey(RegistryKey key) {
+  return handles_.emplace(NextHandle(), std::move(key)).first->first;
+}
+
+const KernelObjects::RegistryKey* KernelObjects::FindRegistryKey(Handle key) const {
+  const auto found = handles_.find(key);
+  return found == handles_.end() ? nullptr : std::get_if<RegistryKey>(&found->second);
 }
 
 // --- Mutexes ---------------------------------------------------------------------------------

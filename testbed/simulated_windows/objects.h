@@ -46,6 +46,9 @@ class KernelObjects {
   bool GetProcessTimes(platform::Handle process, std::uint64_t* creation, std::uint64_t* exit,
                        std::uint64_t* kernel, std::uint64_t* user);
 
+  // 259 while the process runs.
+  bool GetExitCode(platform::Handle process, std::uint32_t* exit_code);
+
   // For the handle of this process it leaves the code in ProcessTable::terminated_with and returns,
   // since the test continues. For any other process it fails with 5: the program never opens one
   // with the right to terminate it.
@@ -109,9 +112,19 @@ class KernelObjects {
   // The open sessions, by number, with the files that each asks about.
   std::map<std::uint32_t, std::vector<std::u16string>> restart_sessions;
 
+  // --- The registry --------------------------------------------------------------------------
+
+  struct RegistryKey {
+    std::u16string path;  // As FoldName gives it.
+    std::uint32_t access = 0;
+  };
+
+  platform::Handle AddRegistryKey(RegistryKey key);
+  const RegistryKey* FindRegistryKey(platform::Handle key) const;  // Null where it is not open.
+
   // --- Closing and counting ------------------------------------------------------------------
 
-  // Closes the handle of a process or a mutex. False if it is neither; the caller then sets the
+  // Closes the handle of any of these objects. False if it is of none; the caller then sets the
   // last error. A mutex stays owned while another handle to it is open.
   bool Close(platform::Handle handle);
 
@@ -136,7 +149,7 @@ class KernelObjects {
     std::uint32_t depth = 0;  // How often this program owns it.
   };
 
-  using Object = std::variant<OpenedProcess, std::shared_ptr<Mutex>, Token>;
+  using Object = std::variant<OpenedProcess, std::shared_ptr<Mutex>, Token, RegistryKey>;
 
   platform::Handle NextHandle();
   bool CountBadClose(platform::Handle handle);

@@ -93,6 +93,13 @@ bool K32EnumProcesses(std::uint32_t* ids, std::uint32_t capacity, std::uint32_t*
   return true;
 }
 
+bool GetExitCodeProcess(Handle process, std::uint32_t* exit_code) {
+  if (const Fault* fault = Enter(Call::GetExitCodeProcess)) return FailCall(fault->code, false);
+  return Computer::Current().objects().GetExitCode(process, exit_code);
+}
+
+void Sleep(std::uint32_t milliseconds) { Computer::Current().clock.elapsed_ms += milliseconds; }
+
 bool QueryFullProcessImageNameW(Handle process, char16_t* buffer, std::uint32_t* size) {
   if (const Fault* fault = Enter(Call::QueryFullProcessImageNameW)) {
     return FailCall(fault->code, false);

@@ -144,13 +144,12 @@ char16_t** CommandLineToArgvW(const char16_t* command_line, std::int32_t* count)
 void LocalFree(void* memory) { std::free(memory); }
 
 std::int32_t MessageBoxW(const char16_t* text, const char16_t* title, std::uint32_t type) {
-  constexpr std::int32_t kIdOk = 1;
   Computer& computer = Computer::Current();
   if (const Fault* fault = computer.calls.Enter(Call::MessageBoxW)) return FailCall(fault->code, 0);
   const simulated::Box box{text, title, type};
   computer.desktop.boxes.push_back(box);
   if (computer.desktop.on_box) computer.desktop.on_box(box);
-  return kIdOk;
+  return computer.desktop.pressed_button;
 }
 
 std::intptr_t ShellExecuteW(const char16_t* verb, const char16_t* file, const char16_t* directory,

@@ -24,6 +24,7 @@ struct Process {
   std::u16string application_name{};              // As a person knows it; may be empty.
   std::optional<std::uint32_t> job_limits{};      // Of its job; it is in none if absent.
   bool elevated = false;
+  std::uint32_t exit_code = 0;  // Once it has ended.
 };
 
 // How another process holds a mutex.
@@ -58,6 +59,21 @@ struct ProcessTable {
   std::optional<std::uint32_t> terminated_with;  // By TerminateProcess on this process.
 };
 
+struct RegistryValue {
+  std::u16string name;
+  std::u16string text;
+};
+
+// The current user's part of the registry: keys by path and values by name, both as FoldName gives
+// them. Computer::Restart takes what was flushed last, unless the system has written the rest by
+// itself before the power was cut.
+struct Registry {
+  using Keys = std::map<std::u16string, std::map<std::u16string, RegistryValue>>;
+  Keys values;
+  Keys durable;
+  bool written_by_itself = false;
+};
+
 struct Box {
   std::u16string text;
   std::u16string title;
@@ -75,6 +91,7 @@ struct Desktop {
   std::u16string command_line;
   std::vector<Box> boxes;
   std::function<void(const Box&)> on_box;
+  std::int32_t pressed_button = 1;  // The result of MessageBoxW; IDOK unless a test sets another.
   std::vector<ShellStart> starts;
   // The result of ShellExecuteW; if absent, 42 for a file that exists and 2 for one that does not.
   std::optional<std::intptr_t> shell_result;

@@ -27,6 +27,15 @@ bool K32EnumProcesses(std::uint32_t* ids, std::uint32_t capacity, std::uint32_t*
   return done != FALSE;
 }
 
+bool GetExitCodeProcess(Handle process, std::uint32_t* exit_code) {
+  DWORD native = 0;
+  const BOOL done = ::GetExitCodeProcess(Native(process), &native);
+  *exit_code = native;
+  return done != FALSE;
+}
+
+void Sleep(std::uint32_t milliseconds) { ::Sleep(milliseconds); }
+
 bool QueryFullProcessImageNameW(Handle process, char16_t* buffer, std::uint32_t* size) {
   DWORD length = *size;
   const BOOL done =
