@@ -37,7 +37,8 @@ std::optional<ResumeArguments> ParseResumeArguments(const char16_t* command_line
     arguments.start_application = true;
     return arguments;
   }
-  const bool named = line.size() >= 3 && line[1] == u"--update" && IsInstallationIdentifier(line[2]);
+  const bool named =
+      line.size() >= 3 && line[1] == u"--update" && IsInstallationIdentifier(line[2]);
   if (!named) return std::nullopt;
   arguments.update_id = line[2];
   if (line.size() == 3) return arguments;

@@ -164,10 +164,9 @@ Attempt Supervisor::RunUpdaterOf(const WorkspaceStatus& workspace) {
   restart_ = launch.request().restart;
   launch.PutRight();
   const bool named = workspace.id == arguments_.update_id;
-  const WaitedProcess waited = named && asked_for_
-                                   ? WaitedProcess{arguments_.wait_pid,
-                                                   arguments_.wait_process_created_at}
-                                   : WaitedProcess{};
+  const WaitedProcess waited =
+      named && asked_for_ ? WaitedProcess{arguments_.wait_pid, arguments_.wait_process_created_at}
+                          : WaitedProcess{};
   asked_for_ = asked_for_ && !named;
   const platform::ProcessInformation started = launch.Start(locks_, waited);
   const ProcessHandle process(started.process);
@@ -177,7 +176,10 @@ Attempt Supervisor::RunUpdaterOf(const WorkspaceStatus& workspace) {
       !platform::GetExitCodeProcess(process.get(), &exit_code)) {
     ThrowLastError();
   }
-  locks_.TakeMutexAgain();
+  // Where another updater has it, that one was at work.
+  if (!locks_.TakeMutexAgain(installation_, kPatienceForLocks)) {
+    return {workspace.id, WorkspaceState::Unreadable, exit_code, 0};
+  }
   const WorkspaceReport report = ReadWorkspace(PathsOf(installation_, workspace.id));
   return {workspace.id, report.state, exit_code, CountedEntries(report.journal)};
 }
@@ -228,15 +230,15 @@ bool Supervisor::PrepareAgain(const WorkspaceStatus& workspace) {
   }
   prepared_again_ = true;
   const VerifiedRelease release = ReadReleaseOfUpdate(paths.completed, workspace.id);
-  const PreparedUpdate prepared = PrepareUnderLocks(
-      installation_,
-      {.package = request.request.package,
-       .release = release,
-       .restart = request.request.restart,
-       .updater = request.request.updater.path,
-       .resumer = request.request.resumer.path,
-       .accepted_sequence = release.description.sequence},
-      release, workspaces_);
+  const PreparedUpdate prepared =
+      PrepareUnderLocks(installation_,
+                        {.package = request.request.package,
+                         .release = release,
+                         .restart = request.request.restart,
+                         .updater = request.request.updater.path,
+                         .resumer = request.request.resumer.path,
+                         .accepted_sequence = release.description.sequence},
+                        release, workspaces_);
   if (prepared.result.outcome != Outcome::Done) return false;
   WriteFileDurably(paths.launched, "{}\n");
   return true;
@@ -246,11 +248,10 @@ bool Supervisor::PrepareAgain(const WorkspaceStatus& workspace) {
 bool Supervisor::Settle() {
   for (const WorkspaceStatus& workspace : workspaces_) {
     if (workspace.report.state != WorkspaceState::Installed) continue;
-    const VerifiedRelease release = ReadReleaseOfUpdate(
-        PathsOf(installation_, workspace.id).completed, workspace.id);
+    const VerifiedRelease release =
+        ReadReleaseOfUpdate(PathsOf(installation_, workspace.id).completed, workspace.id);
     Path different;
-    const bool holds =
-        HoldsRelease(installation_.target, release.description, {}, different);
+    const bool holds = HoldsRelease(installation_.target, release.description, {}, different);
     if (!holds && PrepareAgain(workspace)) return true;
   }
   static_cast<void>(FinishUnderLocks(installation_, workspaces_, {}));
@@ -258,8 +259,7 @@ bool Supervisor::Settle() {
 }
 
 void Supervisor::StartApplication() const {
-  const Path file =
-      IsAbsolutePath(restart_) ? restart_ : JoinPath(installation_.target, restart_);
+  const Path file = IsAbsolutePath(restart_) ? restart_ : JoinPath(installation_.target, restart_);
   constexpr std::intptr_t kLastShellError = 32;
   if (platform::ShellExecuteW(u"open", file.c_str(), installation_.target.c_str(),
                               platform::kShowNormal) > kLastShellError) {

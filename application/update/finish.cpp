@@ -1,3 +1,5 @@
+#include "update/finish.h"
+
 #include <algorithm>
 #include <set>
 
@@ -7,7 +9,9 @@
 #include "state/request.h"
 #include "text/utf8.h"
 #include "update/installed_release.h"
+#include "update/registration.h"
 #include "update/retire.h"
+#include "update/running_processes.h"
 #include "update/session.h"
 #include "update/verbs.h"
 
@@ -16,11 +20,9 @@ namespace {
 
 class Finishing {
  public:
-  Finishing(const Installation& installation, std::span<const PublicKey> keys,
-            const ProgressCallback& progress, const std::vector<WorkspaceStatus>& workspaces,
-            VerbResult& result)
+  Finishing(const Installation& installation, const ProgressCallback& progress,
+            const std::vector<WorkspaceStatus>& workspaces, VerbResult& result)
       : installation_(installation),
-        keys_(keys),
         progress_(progress),
         workspaces_(workspaces),
         result_(result) {}
@@ -30,10 +32,10 @@ class Finishing {
  private:
   void NoteAndVerify(const WorkspaceStatus& workspace);
   void Remove(const WorkspaceStatus& workspace) const;
+  [[nodiscard]] bool IsAnyAskedFor() const;
   void RemoveUnneeded() const;
 
   const Installation& installation_;
-  std::span<const PublicKey> keys_;
   const ProgressCallback& progress_;
   const std::vector<WorkspaceStatus>& workspaces_;
   VerbResult& result_;
@@ -45,7 +47,7 @@ bool IsInstalled(const WorkspaceStatus& workspace) {
 
 void Finishing::NoteAndVerify(const WorkspaceStatus& workspace) {
   const UpdatePaths paths = PathsOf(installation_, workspace.id);
-  const VerifiedRelease release = ReadRelease(paths.completed, keys_);
+  const VerifiedRelease release = ReadReleaseOfUpdate(paths.completed, workspace.id);
   NoteInstalled(installation_, release, "installed");
   Path different;
   if (HoldsRelease(installation_.target, release.description, progress_, different)) return;
@@ -87,10 +89,22 @@ void Finishing::RemoveUnneeded() const {
     stages.insert(std::u16string(LastComponent(paths.stages)));
     const LoadedRequest request = LoadRequest(paths);
     if (request.state != RecordState::Sound) return;  // Whose programs are not known.
-    programs.insert(std::u16string(LastComponent(ParentPath(request.request.updater.path))));
+    for (const ProgramCopy& program : {request.request.updater, request.request.resumer}) {
+      programs.insert(std::u16string(LastComponent(ParentPath(program.path))));
+    }
   }
+  // A resumer that runs cannot remove itself.
+  programs.insert(std::u16string(LastComponent(ParentPath(OwnImage()))));
   RemoveAllBut(JoinPath(installation_.state, u"s"), stages);
   RemoveAllBut(JoinPath(installation_.state, u"p"), programs);
+}
+
+// An update that was asked for is resumed at the next logon.
+bool Finishing::IsAnyAskedFor() const {
+  return std::ranges::any_of(workspaces_, [](const WorkspaceStatus& one) {
+    return one.report.launched && !IsInstalled(one) &&
+           one.report.state != WorkspaceState::Remainder;
+  });
 }
 
 void Finishing::Run() {
@@ -107,6 +121,7 @@ void Finishing::Run() {
     RequireNoUnfinished(workspaces_, result_);
     return;
   }
+  if (!IsAnyAskedFor()) UnregisterResumer(installation_);
   RemoveUnneeded();
   // Updates that were given up keep their baseline copies until another one is installed.
   if (LoadLedger(installation_).ledger.last.outcome == "installed") {
@@ -116,12 +131,19 @@ void Finishing::Run() {
 
 }  // namespace
 
-VerbResult Finish(const Installation& installation, std::span<const PublicKey> keys,
-                  const ProgressCallback& progress) {
+VerbResult FinishUnderLocks(const Installation& installation,
+                            const std::vector<WorkspaceStatus>& workspaces,
+                            const ProgressCallback& progress) {
+  VerbResult result;
+  Finishing(installation, progress, workspaces, result).Run();
+  return result;
+}
+
+VerbResult Finish(const Installation& installation, const ProgressCallback& progress) {
   return UnderLocks<VerbResult>(
       installation,
       [&](InstallationLocks&, const std::vector<WorkspaceStatus>& workspaces, VerbResult& result) {
-        Finishing(installation, keys, progress, workspaces, result).Run();
+        result = FinishUnderLocks(installation, workspaces, progress);
       });
 }
 

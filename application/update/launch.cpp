@@ -72,8 +72,7 @@ WaitedProcess InspectProcess(std::uint32_t id) {
   return {id, creation};
 }
 
-HeldProgram::HeldProgram(ProgramCopy program)
-    : program_(std::move(program)), file_(program_.path) {
+HeldProgram::HeldProgram(ProgramCopy program) : program_(std::move(program)), file_(program_.path) {
   if (Sha256OfLockedFile(file_) == program_.sha256) return;
   throw VerbFailure(ReasonCode::ProgramChanged,
                     "The program " + Quoted(program_.path) +
@@ -87,8 +86,8 @@ platform::ProcessInformation HeldProgram::Start(const Installation& installation
   if (!platform::CreateProcessW(program_.path.c_str(), command_line.data(), BreakawayFlag(),
                                 installation.state.c_str(), &process)) {
     throw VerbFailure(ReasonCode::SystemFailure,
-                      "The program " + Quoted(program_.path) + " could not be started: " +
-                          SystemMessage(platform::GetLastError()),
+                      "The program " + Quoted(program_.path) +
+                          " could not be started: " + SystemMessage(platform::GetLastError()),
                       program_.path);
   }
   return process;

@@ -24,6 +24,8 @@
 #include "text/system_error.h"
 #include "text/utf8.h"
 #include "update/command_line_text.h"
+#include "update/registration.h"
+#include "update/running_processes.h"
 #include "update/sentences.h"
 
 namespace tolvarine::updater::application {
@@ -57,6 +59,7 @@ class Preflight {
     CheckVolumes();
     CheckLists();
     CheckCommandLine();
+    CheckRegistration();
     FindProcessesInTarget();
     for (const Path& path : files_) CheckFile(path);
     for (const Path& path : request_.difference.changed_by_others) {
@@ -81,6 +84,7 @@ class Preflight {
   void CheckSpace(const Volume& target, const Volume& state);
   void CheckLists();
   void CheckCommandLine();
+  void CheckRegistration();
   void FindProcessesInTarget();
   void CheckFile(const Path& relative);
   void CheckName(const Path& relative);
@@ -219,6 +223,17 @@ void Preflight::CheckLists() {
   check(difference.deletions.size(), ListSizeOf(difference.deletions), "files to delete");
 }
 
+void Preflight::CheckRegistration() {
+  const Path resumer = ProgramCopyPath(request_.installation, std::string(64, '0'), kResumerName);
+  const std::size_t size = RunTextOf(resumer).size();
+  if (size <= kRunTextLimit) return;
+  Refuse(ReasonCode::PathTooLong,
+         "The registration at logon would have " + std::to_string(size) +
+             " units, and Windows takes " + std::to_string(kRunTextLimit) +
+             ". Choose a shorter state directory.",
+         resumer);
+}
+
 // With the wait options at their longest.
 void Preflight::CheckCommandLine() {
   UpdaterArguments arguments;
@@ -238,7 +253,8 @@ void Preflight::CheckCommandLine() {
   arguments.has_wait_process_created_at = true;
   std::size_t size = 0;
   try {
-    size = CommandLineOf(UpdaterCopyPath(request_.installation, std::string(64, '0')), arguments)
+    size = CommandLineOf(ProgramCopyPath(request_.installation, std::string(64, '0'), kUpdaterName),
+                         arguments)
                .size() +
            1;
   } catch (const std::runtime_error&) {
@@ -254,32 +270,15 @@ void Preflight::CheckCommandLine() {
 
 // --- Processes -----------------------------------------------------------------------------------
 
-Path ImageOf(std::uint32_t id) {
-  const ProcessHandle process(platform::OpenProcess(platform::kProcessQueryLimitedInformation, id));
-  if (!process) return {};
-  Path image(kMaxPathBuffer, u'\0');
-  auto size = static_cast<std::uint32_t>(image.size());
-  if (!platform::QueryFullProcessImageNameW(process.get(), image.data(), &size)) return {};
-  image.resize(size);
-  return image;
-}
-
 void Preflight::FindProcessesInTarget() {
-  constexpr std::uint32_t kMostProcesses = 16384;
-  std::vector<std::uint32_t> ids(kMostProcesses);
-  std::uint32_t count = 0;
-  if (!platform::K32EnumProcesses(ids.data(), kMostProcesses, &count)) return;
-  ids.resize(std::min(count, kMostProcesses));
-  for (const std::uint32_t id : ids) {
-    const Path image = ImageOf(id);
-    if (image.empty() || !IsPathWithin(image, target_)) continue;
+  for (const RunningProcess& process : ProcessesRunningFrom(target_)) {
     processes_in_target_ = true;
-    if (id == platform::GetCurrentProcessId()) continue;
     Warn(ReasonCode::ProcessInTarget,
-         "The process " + std::to_string(id) + " runs from " + Quoted(image) +
+         "The process " + std::to_string(process.id) + " runs from " + Quoted(process.image) +
              ". It has to end before the update can be installed.",
-         image);
+         process.image);
   }
+  processes_in_target_ = processes_in_target_ || IsPathWithin(OwnImage(), target_);
 }
 
 // --- Each file -----------------------------------------------------------------------------------

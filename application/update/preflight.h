@@ -11,7 +11,6 @@ namespace tolvarine::updater::application {
 struct PreflightRequest {
   const Installation& installation;
   const Difference& difference;
-  Path updater;  // The updater's program, before it is copied.
   Path restart;
   std::u16string id;             // The update's.
   bool clear_read_only = false;  // Read-only files are then no reason.

@@ -1,3 +1,5 @@
+#include "update/prepare.h"
+
 #include <algorithm>
 
 #include "files/failure.h"
@@ -19,11 +21,11 @@ namespace {
 class Preparation {
  public:
   Preparation(const Installation& installation, const PrepareRequest& request,
-              std::span<const PublicKey> keys, std::vector<WorkspaceStatus> workspaces,
+              std::optional<VerifiedRelease> installed, std::vector<WorkspaceStatus> workspaces,
               PreparedUpdate& prepared)
       : installation_(installation),
         request_(request),
-        keys_(keys),
+        installed_(std::move(installed)),
         workspaces_(std::move(workspaces)),
         prepared_(prepared),
         paths_(PathsOf(installation, request.release.id)) {}
@@ -45,11 +47,10 @@ class Preparation {
 
   const Installation& installation_;
   const PrepareRequest& request_;
-  std::span<const PublicKey> keys_;
+  std::optional<VerifiedRelease> installed_;
   std::vector<WorkspaceStatus> workspaces_;
   PreparedUpdate& prepared_;
   UpdatePaths paths_;
-  std::optional<VerifiedRelease> installed_;
   Difference difference_;
 };
 
@@ -116,7 +117,6 @@ void Preparation::UseFixedSubset() {
 
 bool Preparation::Examine() {
   if (!RulesAllow()) return false;
-  installed_ = ReadInstalledRelease(installation_, keys_);
   difference_ = FindDifference(installation_.target, request_.release.description,
                                installed_ ? &installed_->description : nullptr, request_.progress);
   prepared_.unchanged = difference_.unchanged;
@@ -131,7 +131,6 @@ bool Preparation::Examine() {
   prepared_.deletions = difference_.deletions.size();
   Reasons reasons = FindReasons({.installation = installation_,
                                  .difference = difference_,
-                                 .updater = request_.updater,
                                  .restart = request_.restart,
                                  .id = request_.release.id,
                                  .clear_read_only = request_.clear_read_only});
@@ -191,12 +190,16 @@ void Preparation::Carry() {
   if (installed_ && installed_->id != request_.release.id) {
     KeepFormerFiles(installation_, *installed_, difference_, request_.progress);
   }
-  UpdateRequest request{.restart = request_.restart,
-                        .source = {},
-                        .inventory = difference_.changed,
-                        .deletions = difference_.deletions,
-                        .updater = CopyUpdater(installation_, request_.updater,
-                                               installed_ ? &installed_->description : nullptr)};
+  const ReleaseDescription* const installed = installed_ ? &installed_->description : nullptr;
+  UpdateRequest request{
+      .target = installation_.target,
+      .restart = request_.restart,
+      .package = request_.package,
+      .source = {},
+      .inventory = difference_.changed,
+      .deletions = difference_.deletions,
+      .updater = CopyProgram(installation_, request_.updater, kUpdaterName, installed),
+      .resumer = CopyProgram(installation_, request_.resumer, kResumerName, installed)};
   request.source = StageRelease(paths_, request_.package, request.inventory, request_.progress);
   SaveRequest(paths_, request);
   WriteFileDurably(paths_.release, request_.release.envelope);
@@ -208,12 +211,22 @@ PreparedUpdate Run(const Installation& installation, const PrepareRequest& reque
   return UnderLocks<PreparedUpdate>(
       installation,
       [&](InstallationLocks&, std::vector<WorkspaceStatus> workspaces, PreparedUpdate& prepared) {
-        Preparation preparation(installation, request, keys, std::move(workspaces), prepared);
+        Preparation preparation(installation, request, ReadInstalledRelease(installation, keys),
+                                std::move(workspaces), prepared);
         if (preparation.Examine() && carry) preparation.Carry();
       });
 }
 
 }  // namespace
+
+PreparedUpdate PrepareUnderLocks(const Installation& installation, const PrepareRequest& request,
+                                 const std::optional<VerifiedRelease>& installed,
+                                 const std::vector<WorkspaceStatus>& workspaces) {
+  PreparedUpdate prepared;
+  Preparation preparation(installation, request, installed, workspaces, prepared);
+  if (preparation.Examine()) preparation.Carry();
+  return prepared;
+}
 
 PreparedUpdate Check(const Installation& installation, const PrepareRequest& request,
                      std::span<const PublicKey> keys) {

@@ -36,8 +36,8 @@ void RegisterResumer(const Installation& installation, const Path& resumer) {
   const std::u16string text = RunTextOf(resumer);
   const RegistryKey key = OpenRunKey();
   const auto bytes = static_cast<std::uint32_t>((text.size() + 1) * sizeof(char16_t));
-  ThrowUnlessDone(platform::RegSetValueExW(key.get(), ValueNameOf(installation).c_str(),
-                                           text.c_str(), bytes));
+  ThrowUnlessDone(
+      platform::RegSetValueExW(key.get(), ValueNameOf(installation).c_str(), text.c_str(), bytes));
   ThrowUnlessDone(platform::RegFlushKey(key.get()));
 }
 

@@ -48,8 +48,8 @@ std::uint32_t AskFor(const Installation& installation, const WorkspaceStatus& wo
   const Path launched = PathsOf(installation, workspace.id).launched;
   WriteFileDurably(launched, "{}\n");
   const platform::ProcessInformation process = held_resumer.Start(
-      installation, ResumeCommandLine(resumer.path,
-                                      {.update_id = workspace.id,
+      installation,
+      ResumeCommandLine(resumer.path, {.update_id = workspace.id,
                                        .wait_pid = waited.id,
                                        .wait_process_created_at = waited.created_at}));
   platform::CloseHandle(process.thread);

@@ -114,7 +114,7 @@ struct StartedUpdate {
 // Notes what is installed in the ledger and removes what finished, abandoned and unneeded updates left,
 // each transaction renamed away before it is removed. Baseline copies and abandoned updates stay until
 // an update is installed, and nothing of an unfinished update is touched.
-[[nodiscard]] VerbResult Finish(const Installation& installation, std::span<const PublicKey> keys,
+[[nodiscard]] VerbResult Finish(const Installation& installation,
                                 const ProgressCallback& progress = {});
 
 struct AdoptRequest {

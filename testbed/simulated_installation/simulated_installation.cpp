@@ -6,12 +6,15 @@
 #include "driver/main_sequence.h"
 #include "driver/update_log.h"
 #include "release/describe.h"
+#include "simulated_windows/volume.h"
 #include "text/utf8.h"
 
 namespace tolvarine::updater::simulated {
 namespace {
 
 constexpr char16_t kUpdaterProgram[] = u"C:\\Tools\\TolvarineUpdater.exe";
+constexpr char16_t kResumerProgram[] = u"C:\\Tools\\TolvarineResume.exe";
+constexpr char16_t kRunKey[] = u"Software\\Microsoft\\Windows\\CurrentVersion\\Run";
 
 FileSet FilesBelow(const Computer& computer, const Path& root) {
   FileSet files;
@@ -33,22 +36,58 @@ SimulatedInstallation::SimulatedInstallation(char16_t state_drive)
   computer.disk.MakeDirectory(target);
   computer.disk.MakeDirectory(state_root);
   computer.disk.WriteFile(kUpdaterProgram, "the updater's program");
+  computer.disk.WriteFile(kResumerProgram, "the resumer's program");
   computer.processes.on_create = [this](const CreatedProcess& process) {
-    if (run_updater) RunUpdater(process);
+    const bool is_resumer = LastComponent(process.application) == application::kResumerName;
+    if (is_resumer) {
+      waiting_.push_back(process);
+    } else if (run_updater) {
+      Run(process, [] { return updater::RunUpdater(); });
+    }
   };
   installation = application::LocateInstallation(target, state_root);
   computer.disks.Settle();
 }
 
 // As a process of its own does: with its own command line and id, and an empty log path.
-void SimulatedInstallation::RunUpdater(const CreatedProcess& process) {
-  exit_code.reset();
+void SimulatedInstallation::Run(const CreatedProcess& process,
+                                const std::function<std::int32_t()>& program) {
   const std::uint32_t caller = std::exchange(computer.processes.own_id, process.id);
-  computer.desktop.command_line = process.command_line;
+  std::u16string line = std::exchange(computer.desktop.command_line, process.command_line);
+  exit_code.reset();
   UpdateLogPath().clear();
-  exit_code = updater::RunUpdater();
+  const std::int32_t code = program();
+  exit_code = code;
   computer.processes.own_id = caller;
-  computer.processes.by_id[process.id].exits_after_ms = computer.clock.elapsed_ms;
+  computer.desktop.command_line = std::move(line);
+  Process& ended = computer.processes.by_id[process.id];
+  ended.exit_code = static_cast<std::uint32_t>(code);
+  ended.exits_after_ms = computer.clock.elapsed_ms;
+}
+
+void SimulatedInstallation::RunWaiting() {
+  while (!waiting_.empty()) {
+    const CreatedProcess process = waiting_.front();
+    waiting_.erase(waiting_.begin());
+    Run(process, [this] {
+      resume_result = application::RunResumer();
+      return static_cast<std::int32_t>(*resume_result);
+    });
+  }
+}
+
+void SimulatedInstallation::LogOn() {
+  const auto key = computer.registry.values.find(FoldName(kRunKey));
+  if (key == computer.registry.values.end()) return;
+  for (const auto& [name, value] : key->second) {
+    std::u16string line = value.text;
+    const Path program = line.substr(1, line.size() - 2);  // In quotation marks.
+    platform::ProcessInformation started;
+    if (!platform::CreateProcessW(program.c_str(), line.data(), 0, nullptr, &started)) continue;
+    platform::CloseHandle(started.process);
+    platform::CloseHandle(started.thread);
+  }
+  RunWaiting();
 }
 
 PackagedRelease SimulatedInstallation::Package(std::uint64_t sequence, const FileSet& files,
@@ -87,6 +126,7 @@ application::PrepareRequest SimulatedInstallation::RequestOf(const PackagedRelea
   request.package = release.package;
   request.release = release.release;
   request.updater = updater;
+  request.resumer = kResumerProgram;
   return request;
 }
 
@@ -95,11 +135,14 @@ application::PreparedUpdate SimulatedInstallation::Prepare(const PackagedRelease
 }
 
 application::StartedUpdate SimulatedInstallation::Start(std::uint32_t wait_pid) {
-  return application::Start(installation, {.id = {}, .wait_pid = wait_pid});
+  application::StartedUpdate started =
+      application::Start(installation, {.id = {}, .wait_pid = wait_pid});
+  RunWaiting();
+  return started;
 }
 
 application::VerbResult SimulatedInstallation::Finish() {
-  return application::Finish(installation, keys);
+  return application::Finish(installation);
 }
 
 application::VerbResult SimulatedInstallation::Abandon(const std::u16string& id) {

@@ -5,11 +5,13 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "resume/resumer.h"
 #include "signing/signing_key.h"
 #include "simulated_windows/computer.h"
 #include "update/verbs.h"
@@ -37,8 +39,9 @@ class SimulatedInstallation {
   Path state_root;
   application::Installation installation;
   Path updater = u"C:\\Tools\\TolvarineUpdater.exe";
-  // The exit code of the last updater that ran; nothing where it was interrupted.
+  // The exit code of the last program that ran; nothing where it was interrupted.
   std::optional<std::int32_t> exit_code;
+  std::optional<application::ResumeResult> resume_result;  // Of the last resumer.
   // Whether a started updater runs at once. Without, only its process is made.
   bool run_updater = true;
 
@@ -57,6 +60,11 @@ class SimulatedInstallation {
   application::VerbResult Adopt(const PackagedRelease& release);
   application::InstallationStatus Status();
 
+  // Runs the resumers that were started.
+  void RunWaiting();
+  // Runs what is registered for a logon of the user.
+  void LogOn();
+
   // Prepare, start and finish, each of which must be done. Returns the exit code of the updater.
   std::int32_t Update(const PackagedRelease& release);
 
@@ -67,7 +75,9 @@ class SimulatedInstallation {
   [[nodiscard]] FileSet Target() const;
 
  private:
-  void RunUpdater(const CreatedProcess& process);
+  void Run(const CreatedProcess& process, const std::function<std::int32_t()>& program);
+
+  std::vector<CreatedProcess> waiting_;  // Resumers, which wait for the locks of who starts them.
 };
 
 }  // namespace tolvarine::updater::simulated

@@ -156,6 +156,9 @@ void CheckOrPrepare(Verb verb, const Options& options, const Surroundings& surro
       .updater = options.updater.empty()
                      ? JoinPath(surroundings.program_directory, u"TolvarineUpdater.exe")
                      : FullPath(options.updater),
+      .resumer = options.resumer.empty()
+                     ? JoinPath(surroundings.program_directory, app::kResumerName)
+                     : FullPath(options.resumer),
       .accepted_sequence = options.accept_sequence,
       .clear_read_only = options.clear_read_only,
       .progress = surroundings.progress};
@@ -250,7 +253,7 @@ void CarryOut(const ParsedLine& line, const Surroundings& surroundings, Answer& 
     case Verb::Status:
       return ShowStatus(options, answer);
     case Verb::Finish:
-      answer.result = app::Finish(Locate(options), ReadKeys(options), surroundings.progress);
+      answer.result = app::Finish(Locate(options), surroundings.progress);
       answer.text = "What was left of installed updates is removed.\n";
       return;
     case Verb::Abandon:

@@ -21,6 +21,7 @@ struct Options {
   Path release;
   Path package;
   Path restart{u"Tolvarine.exe"};
+  Path resumer{};
   Path updater;  // Empty for the one beside this program.
   std::u16string id;
   std::uint32_t wait = 0;

@@ -33,9 +33,9 @@ std::uint32_t RegGetValueW(const char16_t* path, const char16_t* name, char16_t*
 
 std::uint32_t RegSetValueExW(Handle key, const char16_t* name, const char16_t* text,
                              std::uint32_t bytes) {
-  return static_cast<std::uint32_t>(
-      ::RegSetValueExW(NativeKey(key), Wide(name), /*Reserved=*/0, REG_SZ,
-                       reinterpret_cast<const BYTE*>(text), bytes));
+  return static_cast<std::uint32_t>(::RegSetValueExW(NativeKey(key), Wide(name), /*Reserved=*/0,
+                                                     REG_SZ, reinterpret_cast<const BYTE*>(text),
+                                                     bytes));
 }
 
 std::uint32_t RegDeleteValueW(Handle key, const char16_t* name) {
