@@ -4,6 +4,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "driver/main_sequence.h"
 #include "files/file_operations.h"
 #include "files/unique_handle.h"
 #include "lists/release_path.h"
@@ -88,7 +89,7 @@ class Supervisor {
   bool asked_for_;  // The update that was named has not been tried yet.
   std::vector<WorkspaceStatus> workspaces_;
   std::optional<Attempt> previous_;
-  Path restart_ = kApplicationPath;
+  Path restart_{kApplicationPath};
   bool wants_application_ = false;
   bool prepared_again_ = false;
 };

@@ -23,6 +23,7 @@ struct Options {
   Path restart{u"Tolvarine.exe"};
   Path resumer{};
   Path updater;  // Empty for the one beside this program.
+  Path resumer;  // Likewise.
   std::u16string id;
   std::uint32_t wait = 0;
   bool no_wait = false;
