@@ -33,7 +33,8 @@ class LargeApplication {
     for (std::size_t i = 0; i < kFiles; ++i) Write(fixture.target, i, 1);
     for (std::size_t i = 0; i < kChanged; ++i) Write(kPackage, i, 2);
     fixture.computer.disks.Settle();
-    if (application::Adopt(fixture.installation, {.release = first}).outcome != Outcome::Done) {
+    if (application::Adopt(fixture.installation, {.release = first}, fixture.keys).outcome !=
+        Outcome::Done) {
       throw std::logic_error("the first release cannot be adopted");
     }
     fixture.computer.disks.Settle();
