@@ -25,7 +25,6 @@ bool QueryFullProcessImageNameW(Handle process, char16_t* buffer, std::uint32_t*
 
 // Flags of CreateProcessW.
 inline constexpr std::uint32_t kDetachedProcess = 0x8;
-inline constexpr std::uint32_t kCreateNewProcessGroup = 0x200;
 inline constexpr std::uint32_t kCreateBreakawayFromJob = 0x01000000;
 inline constexpr std::uint32_t kCreateNoWindow = 0x08000000;
 

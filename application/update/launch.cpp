@@ -12,22 +12,10 @@
 #include "text/utf8.h"
 #include "update/command_line_text.h"
 #include "update/copying.h"
+#include "update/fixed_subset.h"
 
 namespace tolvarine::updater::application {
 namespace {
-
-// A journal knows both lists, so that a damaged request keeps nobody from resuming.
-void UseLists(const TransactionJournal& journal, UpdateRequest& request) {
-  request.inventory.clear();
-  request.deletions.clear();
-  for (const JournalEntry& entry : journal.entries) {
-    if (entry.kind == JournalEntryKind::Install) {
-      request.inventory.push_back({entry.path, entry.size, entry.sha256});
-    } else {
-      request.deletions.push_back(entry.path);
-    }
-  }
-}
 
 // The copy of the updater whose content is the one that its directory is named after.
 std::optional<ProgramCopy> FindUpdater(const Installation& installation) {
@@ -130,7 +118,11 @@ UpdaterLaunch::UpdaterLaunch(const Installation& installation, const WorkspaceSt
   request_.updater = UsableUpdater(installation, request_.updater, updater);
   if (!sound) request_.source = paths_.stage;
   if (!sound) request_.restart = kApplicationPath;
-  if (journal) UseLists(*journal, request_);
+  // A journal knows both lists, so that a damaged request keeps nobody from resuming.
+  if (std::optional<FixedSubset> subset = FixedSubsetOf(paths_, workspace.report)) {
+    request_.inventory = std::move(subset->inventory);
+    request_.deletions = std::move(subset->deletions);
+  }
 }
 
 // --- Putting right -------------------------------------------------------------------------------

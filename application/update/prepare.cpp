@@ -91,8 +91,8 @@ bool Preparation::LocatePackage() {
   }
   Refuse(result(), ReasonCode::PathsOverlap,
          "The package " + Quoted(package_) +
-             " lies in the state directory. Unpack it elsewhere, or " + "at " +
-             Quoted(paths_.stage) + ".",
+             " lies in the state directory. Unpack it elsewhere, or at " + Quoted(paths_.stage) +
+             ".",
          package_);
   return false;
 }

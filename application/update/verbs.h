@@ -1,20 +1,22 @@
 // What an application does with an installation, verb by verb.
 //
 // Each verb takes both locks (state_directory.h) without waiting, reads where every workspace
-// stands (workspace_state.h), and refuses what the rules forbid; a refused verb has changed nothing
-// but the making of S and S\lock. Verbs that change something do it in durable steps, and are
-// repeatable: after a failure or a power cut at any point, the same verb with the same arguments
-// goes on to the same end.
+// stands (workspace_state.h), and refuses what the rules forbid; a verb that the rules refuse has
+// changed nothing but the making of S and S\lock. Verbs that change something do it in durable
+// steps, and are repeatable: after a failure or a power cut at any point, the same verb with the
+// same arguments goes on to the same end.
 //
 // No exception leaves a verb: what a progress callback throws, too, becomes a reason, if it derives
 // from std::exception.
 //
 //     rule                                                                        kept by
 //     1  one update at a time, across ids                                         every verb
-//     2  both locks exclude verbs, resumers and updaters                          every verb
+//     2  both locks exclude other verbs and updaters                              every verb
 //     4  the updater runs from a copy that is verified before each start         Prepare, Start
 //     5  exactly one process is waited for, and nothing is inherited             Start
-//     6  an update is given up by renaming, stage first                           Abandon
+//     6  an update is given up by renaming, stage first                  Abandon, Prepare, Adopt
+//     7  no stage is removed that an unfinished update needs                      every verb
+//     8  slot temporaries that stand alone are removed before a start            Start
 //     9  nothing but the updater is started while the installation is not whole  Start
 //    10  what the updater would fail at is found before                           Check, Prepare
 
@@ -80,10 +82,11 @@ struct PreparedUpdate {
                                    std::span<const PublicKey> keys);
 
 // Makes everything durable that the update needs; its last step is the pending marker, so that the
-// state is `prepared` exactly when all of it is there. Updates that are prepared, backing-up or
-// restored under another id are abandoned first. A workspace of the same id that is prepared,
-// backing-up or restored keeps the subset that was fixed for it, and is completed or left as it is;
-// one that is installed is retired first.
+// state is `prepared` exactly when all of it is there. Once the release is staged, updates that are
+// prepared, backing-up or restored under another id are abandoned, and installed ones are noted in
+// the ledger and retired; a preparation that is cancelled or fails before changes the state of none
+// of them. A workspace of the same id that is prepared, backing-up or restored keeps the subset that
+// was fixed for it, as long as that fits the installation.
 [[nodiscard]] PreparedUpdate Prepare(const Installation& installation,
                                      const PrepareRequest& request,
                                      std::span<const PublicKey> keys);
@@ -113,7 +116,7 @@ struct StartedUpdate {
 // --- The rest ------------------------------------------------------------------------------------
 
 // Gives up an update that is prepared, backing-up or restored, or a remainder; an empty id stands
-// for the only one. Temporaries and empty directories that a restored one left in the target are
+// for the only such one. Temporaries and empty directories that a restored one left in the target are
 // removed.
 [[nodiscard]] VerbResult Abandon(const Installation& installation, const std::u16string& id);
 

@@ -8,7 +8,6 @@
 namespace tolvarine::updater::platform {
 
 static_assert(kDetachedProcess == DETACHED_PROCESS);
-static_assert(kCreateNewProcessGroup == CREATE_NEW_PROCESS_GROUP);
 static_assert(kCreateBreakawayFromJob == CREATE_BREAKAWAY_FROM_JOB);
 static_assert(kCreateNoWindow == CREATE_NO_WINDOW);
 
